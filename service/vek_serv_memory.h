@@ -1,0 +1,41 @@
+// vek_serv_memory.h - the memory service: aligned back-pointer blocks, the
+// per-thread buffer cache, and the one spin lock of the service layer.
+#ifndef VEK_SERV_MEMORY_H
+#define VEK_SERV_MEMORY_H
+
+#include <cstddef>
+#include <cstdint>
+
+// The four replaceable heap operations. Every heap access of the service goes
+// through this table; tests and hosts may swap the entries (the calloc entry
+// is kept but unused by the service).
+struct vek_serv_heap_table {
+  void *(*malloc_fn)(std::size_t);
+  void *(*calloc_fn)(std::size_t, std::size_t);
+  void *(*realloc_fn)(void *, std::size_t);
+  void (*free_fn)(void *);
+};
+extern "C" vek_serv_heap_table vek_serv_heap;
+
+// Back-pointer family. The word in front of the user area holds the address
+// of the heap block (a pointer-sized word on this host).
+void *vek_serv_malloc(std::size_t size, int alignment);
+void *vek_serv_calloc(int count, int element_size, int alignment);
+void *vek_serv_realloc(void *pointer, std::size_t size);
+void  vek_serv_free(void *pointer);
+// Takes addresses of pointer variables, ended by a null address; frees each
+// non-null one and sets every variable to null.
+void  vek_serv_free_list(void **first, ...);
+
+// Thread cache of scratch buffers (5 slots a thread, 40 MiB per block).
+void   *vek_serv_allocate(std::int64_t size, int alignment);
+void    vek_serv_deallocate(void *pointer);
+void    vek_serv_thread_free_buffers();
+void    vek_serv_free_buffers();
+std::int64_t vek_serv_mem_stat(int *block_count);
+
+// The global spin lock.
+void vek_serv_lock();
+void vek_serv_unlock();
+
+#endif

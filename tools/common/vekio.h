@@ -1,0 +1,80 @@
+// vekio.h - matrices for the tools, benchmarks and tests: Matrix Market
+// input, generated model problems, the storage forms the solver takes, and
+// residuals.
+//
+// A `sparse` holds compressed rows with one-based ia and ja, columns rising
+// within a row, as the solver's entry takes them. Complex values are stored
+// as (re, im) pairs in `a`.
+#ifndef VEKIO_H
+#define VEKIO_H
+
+#include <string>
+#include <vector>
+
+namespace vekio {
+
+struct sparse {
+  int n = 0;
+  bool cplx = false;
+  std::vector<int> ia;     // n + 1 row starts, one-based
+  std::vector<int> ja;     // column numbers, one-based
+  std::vector<double> a;   // nnz values, or 2 * nnz for complex
+  int nnz() const { return n > 0 ? ia[n] - 1 : 0; }
+};
+
+enum class mm_symmetry { general, symmetric, hermitian, skew };
+
+struct mm_header {
+  bool cplx = false;
+  bool pattern = false;
+  bool integer = false;
+  mm_symmetry sym = mm_symmetry::general;
+};
+
+// Reads a coordinate Matrix Market file (real, complex, integer or pattern;
+// general, symmetric, skew-symmetric or Hermitian) into full storage: both
+// triangles are present, duplicates are summed, columns rise in each row.
+// Pattern entries get the value 1. On failure returns false and sets err to
+// "FILE:LINE: what is wrong".
+bool read_matrix_market(const std::string &path, sparse &full,
+                        mm_header &header, std::string &err);
+
+// The matrix type a file's header suggests: real general 11, real
+// symmetric -2, pattern symmetric 2 (after make_spd), complex general 13,
+// complex symmetric 6, Hermitian -4, pattern general 11.
+int suggested_mtype(const mm_header &header);
+
+// Gives a pattern values that make it symmetric positive definite when the
+// pattern is symmetric: -1 off the diagonal and the row's off-diagonal
+// count + 1 on it. Diagonal entries are added where missing.
+sparse make_spd(const sparse &pattern);
+
+// The storage a matrix type asks for: symmetric storage (even absolute
+// type code) keeps the upper triangle, diagonal included; the others keep
+// the full pattern. Diagonal entries are inserted (as zero) where absent
+// for symmetric storage.
+sparse storage_for_type(const sparse &full, int mtype);
+
+// Model problems, full storage, real.
+sparse lap2d(int N);              // 5-point, 4 on the diagonal
+sparse lap3d(int N);              // 7-point, 6 on the diagonal
+sparse diagonal(int n, double first = 1.0, double step = 1.0); // d_i = first + (i-1) step
+// Parses "lap2d:N", "lap3d:N", "diag:N"; false with err on a bad spec.
+bool generate(const std::string &spec, sparse &full, std::string &err);
+
+// y = A x for A as given to the solver with the given type: symmetric
+// storage is expanded on the fly (Hermitian for types 4 and -4, plain
+// symmetric otherwise). x and y hold n values, complex as pairs.
+void multiply(const sparse &A, int mtype, const double *x, double *y);
+
+// Infinity norm of A (max row sum of magnitudes) for the same storage rules.
+double norm_inf(const sparse &A, int mtype);
+
+// Relative residual ||b - A x|| / (||A|| ||x|| + ||b||) in infinity norms,
+// the largest over nrhs right-hand sides stored one after the other.
+double relative_residual(const sparse &A, int mtype, const double *x,
+                         const double *b, int nrhs);
+
+}  // namespace vekio
+
+#endif
