@@ -26,15 +26,20 @@ utCheckValid &utCheckValid::operator=(const utCheckValid &) {
   return *this;
 }
 
-utCheckValid::~utCheckValid() { m_stamp = kDead; }
+// The store goes through a volatile access: it must outlive the object for
+// check_ok to see it, and the compiler would drop it as dead otherwise.
+utCheckValid::~utCheckValid() {
+  *static_cast<volatile unsigned *>(&m_stamp) = kDead;
+}
 
 void utCheckValid::check_ok(const void *object, const char *file,
                             int line) const {
+  unsigned stamp = *static_cast<const volatile unsigned *>(&m_stamp);
   if (object == nullptr) {
     ut_report_assert_failure(file, line, "utCheckValid | null object");
-  } else if (m_stamp == kDead) {
+  } else if (stamp == kDead) {
     ut_report_assert_failure(file, line, "utCheckValid | object destroyed");
-  } else if (m_stamp != kAlive) {
+  } else if (stamp != kAlive) {
     ut_report_assert_failure(file, line, "utCheckValid | object not valid");
   }
 }

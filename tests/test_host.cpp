@@ -1,0 +1,296 @@
+// Tests of the host stand-in libraries: the assertion report, the validity
+// stamp, the growing arrays, and the matrix decompositions over LAPACK with
+// their singularity tests.
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "coFixedArr.h"
+#include "mlMatrix.h"
+#include "utAssert.h"
+
+namespace {
+
+// Builds a matrix from rows given in reading order.
+mlMatrix from_rows(int m, int n, const std::vector<double> &v) {
+  mlMatrix a(mlMatrixZero, m, n);
+  for (int i = 0; i < m; ++i)
+    for (int j = 0; j < n; ++j) a(i, j) = v[i * n + j];
+  return a;
+}
+
+mlMatrix column(const std::vector<double> &v) {
+  mlMatrix b(static_cast<int>(v.size()), 1);
+  b.become(utConvertCopy, v.data(), static_cast<int>(v.size()), 1);
+  return b;
+}
+
+// b = A x for an n x n A and an n x k x.
+mlMatrix times(const mlMatrix &a, const mlMatrix &x) {
+  mlMatrix b(mlMatrixZero, a.rows(), x.cols());
+  for (int j = 0; j < x.cols(); ++j)
+    for (int i = 0; i < a.rows(); ++i)
+      for (int l = 0; l < a.cols(); ++l) b(i, j) += a(i, l) * x(l, j);
+  return b;
+}
+
+void expect_near(const mlMatrix &x, const mlMatrix &want, double tol) {
+  ASSERT_EQ(x.rows(), want.rows());
+  ASSERT_EQ(x.cols(), want.cols());
+  for (int j = 0; j < x.cols(); ++j)
+    for (int i = 0; i < x.rows(); ++i)
+      EXPECT_NEAR(x(i, j), want(i, j), tol) << "at (" << i << "," << j << ")";
+}
+
+// 2 x 2 matrix [[1, 1], [1, 1 + d]]: symmetric positive definite for d > 0,
+// with smallest pivot d.
+mlMatrix near_pair(double d) { return from_rows(2, 2, {1, 1, 1, 1 + d}); }
+
+}  // namespace
+
+// ------------------------------------------------------------ libutils
+
+TEST(HostUtils, AssertReportIsOneLineOnStandardError) {
+  testing::internal::CaptureStderr();
+  ut_report_assert_failure("dir/unit.cpp", 42, "argument out of range | f");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "dir/unit.cpp:42: argument out of range | f\n");
+}
+
+TEST(HostUtils, CheckValidReportsNullDestroyedAndGarbage) {
+  utCheckValid live;
+  testing::internal::CaptureStderr();
+  live.check_ok(&live, "f.cpp", 1);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+
+  testing::internal::CaptureStderr();
+  live.check_ok(nullptr, "f.cpp", 2);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "f.cpp:2: utCheckValid | null object\n");
+
+  alignas(utCheckValid) unsigned char raw[sizeof(utCheckValid)];
+  utCheckValid *p = new (raw) utCheckValid;
+  p->~utCheckValid();
+  testing::internal::CaptureStderr();
+  p->check_ok(p, "f.cpp", 3);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "f.cpp:3: utCheckValid | object destroyed\n");
+
+  std::memset(raw, 0x11, sizeof raw);
+  testing::internal::CaptureStderr();
+  p->check_ok(p, "f.cpp", 4);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "f.cpp:4: utCheckValid | object not valid\n");
+}
+
+// ------------------------------------------------------------ libcontainer
+
+TEST(HostContainer, ResizeMakesRoomKeepsSizeAndContents) {
+  doublecoDynArr a(3);
+  EXPECT_EQ(a.size(), 3);
+  a.data()[0] = 1.5;
+  a.data()[2] = -2.5;
+  ASSERT_EQ(a.resize(9), 1);
+  EXPECT_EQ(a.size(), 3);
+  EXPECT_GE(a.capacity(), 10);
+  EXPECT_EQ(a.data()[0], 1.5);
+  EXPECT_EQ(a.data()[2], -2.5);
+  for (int k = 3; k < a.capacity(); ++k) EXPECT_EQ(a.data()[k], 0.0);
+  // Small steps grow geometrically, not one element at a time.
+  int cap = a.capacity();
+  ASSERT_EQ(a.resize(cap), 1);
+  EXPECT_GE(a.capacity(), 2 * cap);
+  // Room that exists already changes nothing.
+  const double *before = a.data();
+  cap = a.capacity();
+  ASSERT_EQ(a.resize(1), 1);
+  EXPECT_EQ(a.data(), before);
+  EXPECT_EQ(a.capacity(), cap);
+  EXPECT_EQ(a.resize(-1), 0);
+}
+
+TEST(HostContainer, ExpandSetsSizeAndNeverShrinks) {
+  intcoDynArr a;
+  EXPECT_EQ(a.size(), 0);
+  EXPECT_EQ(a.data(), nullptr);
+  ASSERT_EQ(a.expand(4), 1);
+  EXPECT_EQ(a.size(), 4);
+  for (int k = 0; k < 4; ++k) EXPECT_EQ(a.data()[k], 0);
+  a.data()[3] = 7;
+  ASSERT_EQ(a.expand(2), 1);
+  EXPECT_EQ(a.size(), 4);
+  ASSERT_EQ(a.expand(6), 1);
+  EXPECT_EQ(a.size(), 6);
+  EXPECT_EQ(a.data()[3], 7);
+  EXPECT_EQ(a.data()[5], 0);
+}
+
+TEST(HostContainer, CopiesAreDeep) {
+  doublecoDynArr a(2);
+  a.data()[1] = 3.0;
+  doublecoDynArr b(a);
+  doublecoDynArr c;
+  c = a;
+  a.data()[1] = 4.0;
+  EXPECT_EQ(b.size(), 2);
+  EXPECT_EQ(b.data()[1], 3.0);
+  EXPECT_EQ(c.data()[1], 3.0);
+  c = c;
+  EXPECT_EQ(c.data()[1], 3.0);
+}
+
+TEST(HostContainer, FixedArrayHasNoStorageBelowOne) {
+  intcoFixedArr a(5), z(0), neg(-3);
+  EXPECT_EQ(a.size(), 5);
+  EXPECT_NE(a.data(), nullptr);
+  EXPECT_EQ(z.size(), 0);
+  EXPECT_EQ(z.data(), nullptr);
+  EXPECT_EQ(neg.data(), nullptr);
+}
+
+// ------------------------------------------------------------ libmaths
+
+TEST(HostMaths, MatrixIsZeroAndBecomeTakesColumnMajorBlock) {
+  mlMatrix a(mlMatrixZero, 3, 2);
+  EXPECT_EQ(a.rows(), 3);
+  EXPECT_EQ(a.cols(), 2);
+  for (int i = 0; i < 3; ++i)
+    for (int j = 0; j < 2; ++j) EXPECT_EQ(a(i, j), 0.0);
+  const double block[] = {1, 2, 3, 4};  // 2 x 2, column by column
+  ASSERT_EQ(a.become(utConvertCopy, block, 2, 2), 1);
+  EXPECT_EQ(a.rows(), 2);
+  EXPECT_EQ(a.cols(), 2);
+  EXPECT_EQ(a(0, 0), 1);
+  EXPECT_EQ(a(1, 0), 2);
+  EXPECT_EQ(a(0, 1), 3);
+  EXPECT_EQ(a(1, 1), 4);
+}
+
+TEST(HostMaths, ElementOutOfRangeIsReportedAndHarmless) {
+  mlMatrix a(mlMatrixZero, 2, 2);
+  testing::internal::CaptureStderr();
+  a(2, 0) = 5.0;
+  a(0, -1) = 6.0;
+  std::string err = testing::internal::GetCapturedStderr();
+  EXPECT_NE(err.find("argument out of range | mlMatrix::operator()"), std::string::npos);
+  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 2);
+  for (int i = 0; i < 2; ++i)
+    for (int j = 0; j < 2; ++j) EXPECT_EQ(a(i, j), 0.0);
+}
+
+TEST(HostMaths, CholeskySolvesFromLowerTriangle) {
+  mlMatrix a = from_rows(3, 3, {4, 1, 0, 1, 5, 2, 0, 2, 6});
+  mlMatrix want = from_rows(3, 2, {1, -1, 2, 0.5, -3, 4});
+  mlMatrix b = times(a, want);
+  // The upper triangle is not read.
+  a(0, 1) = 100;
+  a(1, 2) = -100;
+  mlCholeskyDecomposition chol(a);
+  ASSERT_EQ(chol.is_singular(), 0);
+  mlMatrix x;
+  chol.solve(b, x);
+  expect_near(x, want, 1e-13);
+}
+
+TEST(HostMaths, CholeskySingularity) {
+  // Not positive definite: indefinite, and exactly singular.
+  EXPECT_NE(mlCholeskyDecomposition(from_rows(2, 2, {1, 2, 2, 1})).is_singular(), 0);
+  EXPECT_NE(mlCholeskyDecomposition(near_pair(0.0)).is_singular(), 0);
+  // Positive definite, but the last pivot (2^-52) is below 2 * DBL_EPSILON
+  // of the first: singular by the relative test.
+  EXPECT_NE(mlCholeskyDecomposition(near_pair(DBL_EPSILON)).is_singular(), 0);
+  // Nearly singular, still regular: solved to the accuracy the condition
+  // (about 4e10) allows.
+  mlCholeskyDecomposition chol(near_pair(1e-10));
+  ASSERT_EQ(chol.is_singular(), 0);
+  mlMatrix x;
+  chol.solve(column({2, 2 + 1e-10}), x);
+  expect_near(x, column({1, 1}), 1e-5);
+}
+
+TEST(HostMaths, CholeskySolveOnSingularIsReportedAndLeavesX) {
+  mlCholeskyDecomposition chol(near_pair(0.0));
+  mlMatrix x = column({7, 8});
+  testing::internal::CaptureStderr();
+  chol.solve(column({1, 1}), x);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("object in incorrect state"),
+            std::string::npos);
+  expect_near(x, column({7, 8}), 0.0);
+}
+
+TEST(HostMaths, LUSolvesWithRowExchanges) {
+  // A zero in the corner forces a row exchange.
+  mlMatrix a = from_rows(3, 3, {0, 2, 1, 1, 1, 0, 3, 0, 1});
+  mlMatrix want = from_rows(3, 3, {1, 0, 2, 2, 1, -1, 3, 0, 0.25});
+  mlLUDecomposition lu(a);
+  ASSERT_EQ(lu.is_singular(), 0);
+  mlMatrix x;
+  lu.solve(times(a, want), x);
+  expect_near(x, want, 1e-13);
+}
+
+TEST(HostMaths, LUSingularity) {
+  EXPECT_NE(mlLUDecomposition(from_rows(2, 2, {1, 2, 2, 4})).is_singular(), 0);
+  EXPECT_NE(mlLUDecomposition(from_rows(3, 3, {1, 2, 3, 4, 5, 6, 0, 0, 0})).is_singular(), 0);
+  EXPECT_NE(mlLUDecomposition(near_pair(DBL_EPSILON)).is_singular(), 0);
+  mlLUDecomposition lu(near_pair(1e-10));
+  ASSERT_EQ(lu.is_singular(), 0);
+  mlMatrix x;
+  lu.solve(column({2, 2 + 1e-10}), x);
+  expect_near(x, column({1, 1}), 1e-5);
+}
+
+TEST(HostMaths, NonSquareFactorizationsAreReportedSingular) {
+  mlMatrix a(mlMatrixZero, 3, 2);
+  testing::internal::CaptureStderr();
+  EXPECT_NE(mlCholeskyDecomposition(a).is_singular(), 0);
+  EXPECT_NE(mlLUDecomposition(a).is_singular(), 0);
+  std::string err = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 2);
+}
+
+TEST(HostMaths, SvdValuesAndRelativeSingularity) {
+  // Singular values 3 and 2, in descending order.
+  mlSingularValueDecomposition d(from_rows(2, 2, {0, 2, 3, 0}));
+  EXPECT_NEAR(d.singular_value(0), 3.0, 1e-14);
+  EXPECT_NEAR(d.singular_value(1), 2.0, 1e-14);
+  EXPECT_EQ(d.is_singular(0.5), 0);
+  EXPECT_NE(d.is_singular(0.7), 0);
+
+  // Ratio 1e-8: singular at 1e-7, regular at 1e-9, whatever the scale.
+  mlSingularValueDecomposition small(from_rows(2, 2, {1e-3, 0, 0, 1e-11}));
+  EXPECT_NE(small.is_singular(1e-7), 0);
+  EXPECT_EQ(small.is_singular(1e-9), 0);
+  mlSingularValueDecomposition big(from_rows(2, 2, {1e5, 0, 0, 1e-3}));
+  EXPECT_NE(big.is_singular(1e-7), 0);
+  EXPECT_EQ(big.is_singular(1e-9), 0);
+
+  EXPECT_NE(mlSingularValueDecomposition(from_rows(2, 2, {1, 2, 2, 4})).is_singular(1e-7), 0);
+  EXPECT_NE(mlSingularValueDecomposition(mlMatrix(mlMatrixZero, 2, 2)).is_singular(1e-7), 0);
+}
+
+TEST(HostMaths, SvdSolvesRegularAndGivesMinimumNormOtherwise) {
+  mlMatrix a = from_rows(3, 3, {0, 2, 1, 1, 1, 0, 3, 0, 1});
+  mlMatrix want = from_rows(3, 2, {1, 0, 2, 2, -1, 3});
+  mlSingularValueDecomposition d(a);
+  ASSERT_EQ(d.is_singular(1e-7), 0);
+  mlMatrix x;
+  d.solve(times(a, want), x);
+  expect_near(x, want, 1e-13);
+
+  // Rank one, consistent right-hand side: the shortest solution.
+  mlSingularValueDecomposition s(from_rows(2, 2, {1, 1, 1, 1}));
+  s.solve(column({2, 2}), x);
+  expect_near(x, column({1, 1}), 1e-14);
+
+  // Overdetermined: least squares, x = (A^T A)^-1 A^T b = (1/3, 1/3).
+  mlSingularValueDecomposition ls(from_rows(3, 2, {1, 0, 0, 1, 1, 1}));
+  EXPECT_EQ(ls.is_singular(1e-7), 0);
+  ls.solve(column({1, 1, 0}), x);
+  expect_near(x, column({1.0 / 3, 1.0 / 3}), 1e-14);
+}
