@@ -10,8 +10,8 @@
 
 namespace {
 
-using telmira::ccomplex;
-using telmira::zcomplex;
+using tlm::ccomplex;
+using tlm::zcomplex;
 
 // A matrix with one entry per row; row i holds column col[i] (a permutation).
 struct onepr {
@@ -34,8 +34,8 @@ onepr make_pattern(int n, unsigned seed) {
 
 template <class T> T value(std::mt19937 &g) {
   std::uniform_real_distribution<double> u(-2.0, 2.0);
-  if constexpr (telmira::value_traits<T>::is_complex) {
-    using R = telmira::real_of<T>;
+  if constexpr (tlm::value_traits<T>::is_complex) {
+    using R = tlm::real_of<T>;
     return T(R(u(g)), R(u(g)));
   } else {
     return T(u(g));
@@ -43,7 +43,7 @@ template <class T> T value(std::mt19937 &g) {
 }
 
 template <class T> double tol() {
-  return std::is_same<telmira::real_of<T>, float>::value ? 1e-5 : 1e-13;
+  return std::is_same<tlm::real_of<T>, float>::value ? 1e-5 : 1e-13;
 }
 
 template <class T> class DiagSolve : public ::testing::Test {};
@@ -65,8 +65,8 @@ TYPED_TEST(DiagSolve, SolvesSeveralRightHandSidesThroughThePermutedColumns) {
       int err = 99, iparm6 = 0, solve = 1, pos = -1, neg = -1;
       diag_solve<T>(&n, &nb, p.ia.data(), p.ja.data(), a.data(), b.data(), x.data(),
                     &err, &iparm6, &solve, &threads,
-                    telmira::value_traits<T>::is_complex ? nullptr : &pos,
-                    telmira::value_traits<T>::is_complex ? nullptr : &neg);
+                    tlm::value_traits<T>::is_complex ? nullptr : &pos,
+                    tlm::value_traits<T>::is_complex ? nullptr : &neg);
       ASSERT_EQ(err, 0);
       // Row i reads a(i) x(c) = b(i), with c the column of row i.
       for (int k = 0; k < nb; ++k)
@@ -76,7 +76,7 @@ TYPED_TEST(DiagSolve, SolvesSeveralRightHandSidesThroughThePermutedColumns) {
           EXPECT_NEAR(std::abs(x[c + k * n] - want), 0.0, tol<T>() * std::abs(want))
               << "row " << i + 1 << " rhs " << k;
         }
-      if constexpr (!telmira::value_traits<T>::is_complex) {
+      if constexpr (!tlm::value_traits<T>::is_complex) {
         int np = 0;
         for (auto v : a) np += v > 0;
         EXPECT_EQ(pos, np);
@@ -112,7 +112,7 @@ TYPED_TEST(DiagSolve, SolutionOverRightHandSideAndCheckOnlyWithoutSolveFlag) {
 
 TYPED_TEST(DiagSolve, FailingRowStopsTheScanAndLeavesXUntouched) {
   using T = TypeParam;
-  const bool cplx = telmira::value_traits<T>::is_complex;
+  const bool cplx = tlm::value_traits<T>::is_complex;
   const int n = 4, nb = 1, threads = 1;
   int iparm6 = 0, solve = 1;
   // Row 3 holds no entry and row 4 two: the scan stops at row 3.

@@ -36,8 +36,9 @@ TEST(Entry, ProbesAnswerAndTouchNothingElse) {
   c.run(nullptr, nullptr, nullptr, nullptr, nullptr);
   EXPECT_EQ(c.error, 16);
   EXPECT_EQ(c.iparam[0], 23);
-  for (int k = 1; k < 64; ++k)
+  for (int k = 1; k < 64; ++k) {
     if (k != 5 && k != 11 && k != 27) EXPECT_EQ(c.iparam[k], -99) << "iparam(" << k + 1 << ")";
+  }
   for (intptr_t w : c.handle) EXPECT_EQ(w, 0);
 
   call d;

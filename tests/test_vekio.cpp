@@ -2,6 +2,7 @@
 // error lines, the model problems and the storage forms.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <string>
