@@ -20,17 +20,20 @@ double wall() {
 }
 }  // namespace
 
-TEST(Clock, FirstReadCalibratesSecondDoesNot) {
+TEST(Clock, FirstReadCalibratesLaterReadsDoNot) {
   double w0 = wall();
   double s0 = vek_serv_seconds();
   double w1 = wall();
-  double s1 = vek_serv_seconds();
+  double t = -1.0;
+  telmira_clock(&t);
   double w2 = wall();
+  double s1 = vek_serv_seconds();
   // The busy wait lasts 100 ms of processor time, which a single thread
   // can't spend in less wall time.
   EXPECT_GE(w1 - w0, 0.100);
   EXPECT_LT(w2 - w1, 0.050);
-  EXPECT_GE(s1, s0);
+  EXPECT_GE(t, s0);
+  EXPECT_LE(t, s1);
 }
 
 TEST(Clock, ReadsNeverGoBackwardsOnOneProcessor) {
@@ -59,15 +62,6 @@ TEST(Clock, MeasuresAnIntervalInSeconds) {
     EXPECT_GE(dw, ms / 1000.0);
     EXPECT_NEAR(ds, dw, 0.15 * dw + 0.005) << "sleep of " << ms << " ms";
   }
-}
-
-TEST(Clock, TelmiraClockStoresTheSeconds) {
-  double before = vek_serv_seconds();
-  double t = -1.0;
-  telmira_clock(&t);
-  double after = vek_serv_seconds();
-  EXPECT_GE(t, before);
-  EXPECT_LE(t, after);
 }
 
 TEST(Clock, PartitionerClockCountsProcessorSeconds) {
