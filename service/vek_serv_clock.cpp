@@ -37,8 +37,16 @@ void calibrate() {
   std::uint64_t t0 = vek_os_rdtsc();
   double c0 = vek_os_clock_ms();
 
-  // Busy wait: a tenth of a second of the host's clock.
-  while (vek_os_clock_ms() - c0 < 100.0) {
+  // Busy wait: a tenth of a second of the host's clock. A host whose clock
+  // doesn't run (the C runtime's clock() then answers -1) waits on the
+  // performance counter instead, and one without either measures nothing.
+  if (c0 >= 0.0) {
+    while (vek_os_clock_ms() - c0 < 100.0) {
+    }
+  } else if (f > 0) {
+    std::int64_t q = q0;
+    while (vek_os_perf_counter(&q) && q - q0 < f / 10) {
+    }
   }
 
   if (!vek_os_perf_counter(&q1)) q1 = q0;
