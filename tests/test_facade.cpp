@@ -1,0 +1,392 @@
+// Tests of muLinearSolver on its dense path, of its argument checks and
+// their report texts, of the element accessors of the host arrays, and of
+// the "coeffs.dat" dump.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <new>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "muLinearSolver.h"
+#include "source/solver/write_coeffs.h"
+
+namespace {
+
+const std::string kRange = "argument out of range | muLinearSolver::solve_equations | ";
+
+// The messages of the report lines "FILE:LINE: MESSAGE" on the standard error.
+std::vector<std::string> messages(const std::string &err) {
+  std::vector<std::string> out;
+  std::istringstream in(err);
+  std::string line;
+  while (std::getline(in, line)) {
+    std::size_t p = line.find(": ");
+    out.push_back(p == std::string::npos ? line : line.substr(p + 2));
+  }
+  return out;
+}
+
+template <class A, class T>
+A make(const std::vector<T> &v) {
+  A a;
+  if (!v.empty()) a.expand(static_cast<int>(v.size()));
+  for (std::size_t k = 0; k < v.size(); ++k) a.data()[k] = v[k];
+  return a;
+}
+
+template <class A>
+auto contents(const A &a) {
+  using T = std::remove_const_t<std::remove_pointer_t<decltype(a.data())>>;
+  return std::vector<T>(a.data(), a.data() + a.size());
+}
+
+// A system in the facade's form.
+struct System {
+  muMatrixSym sym;
+  int n, nrhs;
+  intcoDynArr row_start, col_index;
+  doublecoDynArr coeffs, rhs, solution;
+  muSolveError error = muSolveFailed;
+
+  System(muMatrixSym s, int rows, int sides, const std::vector<int> &rs,
+         const std::vector<int> &ci, const std::vector<double> &v,
+         const std::vector<double> &b)
+      : sym(s), n(rows), nrhs(sides), row_start(make<intcoDynArr>(rs)),
+        col_index(make<intcoDynArr>(ci)), coeffs(make<doublecoDynArr>(v)),
+        rhs(make<doublecoDynArr>(b)) {}
+
+  // Runs solve_equations and returns the report messages.
+  std::vector<std::string> solve(int restore = 1) {
+    testing::internal::CaptureStderr();
+    muLinearSolver::solve_equations(sym, n, nrhs, restore, row_start, col_index,
+                                    coeffs, rhs, solution, error);
+    return messages(testing::internal::GetCapturedStderr());
+  }
+};
+
+// Right-hand sides b = A x for a system given by its stored entries; with
+// the symmetric flag the stored triangle is mirrored.
+std::vector<double> rhs_for(bool symmetric, int n, const std::vector<int> &rs,
+                            const std::vector<int> &ci,
+                            const std::vector<double> &v,
+                            const std::vector<double> &x, int nrhs) {
+  std::vector<double> b(static_cast<std::size_t>(n) * nrhs, 0.0);
+  for (int j = 0; j < nrhs; ++j)
+    for (int i = 0; i < n; ++i)
+      for (int k = rs[i]; k < rs[i + 1]; ++k) {
+        b[j * n + i] += v[k] * x[j * n + ci[k]];
+        if (symmetric && ci[k] != i) b[j * n + ci[k]] += v[k] * x[j * n + i];
+      }
+  return b;
+}
+
+// Tridiagonal 4, -1 of n rows: upper triangle for type 2, full otherwise.
+void tridiagonal(int n, bool upper, std::vector<int> &rs, std::vector<int> &ci,
+                 std::vector<double> &v) {
+  rs.assign(1, 0);
+  ci.clear();
+  v.clear();
+  for (int i = 0; i < n; ++i) {
+    if (!upper && i > 0) { ci.push_back(i - 1); v.push_back(-1); }
+    ci.push_back(i); v.push_back(4);
+    if (i + 1 < n) { ci.push_back(i + 1); v.push_back(-1); }
+    rs.push_back(static_cast<int>(ci.size()));
+  }
+}
+
+void expect_solution(const doublecoDynArr &got, const std::vector<double> &want,
+                     double tol) {
+  ASSERT_EQ(got.size(), static_cast<int>(want.size()));
+  for (std::size_t k = 0; k < want.size(); ++k)
+    EXPECT_NEAR(got.data()[k], want[k], tol) << "entry " << k;
+}
+
+class FacadeDense : public testing::Test {
+ protected:
+  void SetUp() override { muLinearSolver::set_use_vek(0); }
+  void TearDown() override { muLinearSolver::set_use_vek(1); }
+};
+
+}  // namespace
+
+// ------------------------------------------------------------ switches
+
+TEST(FacadeSwitches, StartValuesAndSetter) {
+  EXPECT_EQ(muLinearSolver::vek_available(), 1);
+  EXPECT_EQ(muLinearSolver::use_vek(), 1);
+  EXPECT_EQ(mu_dump_coeffs, 0);
+  muLinearSolver::set_use_vek(0);
+  EXPECT_EQ(muLinearSolver::use_vek(), 0);
+  muLinearSolver::set_use_vek(5);
+  EXPECT_EQ(muLinearSolver::use_vek(), 5);
+}
+
+// ------------------------------------------------------------ dense path
+
+TEST_F(FacadeDense, PositiveDefiniteFromUpperTriangleByCholesky) {
+  // Upper triangle of [[4,1,0],[1,5,2],[0,2,6]].
+  std::vector<int> rs = {0, 2, 4, 5}, ci = {0, 1, 1, 2, 2};
+  std::vector<double> v = {4, 1, 5, 2, 6}, x = {1, -2, 3};
+  System s(muMatrixSymPosDef, 3, 1, rs, ci, v, rhs_for(true, 3, rs, ci, v, x, 1));
+  EXPECT_TRUE(s.solve(0).empty());
+  EXPECT_EQ(s.error, muSolveOk);
+  expect_solution(s.solution, x, 1e-14);
+  // The dense path leaves the indices zero-based whatever restore_indices says.
+  EXPECT_EQ(contents(s.row_start), rs);
+  EXPECT_EQ(contents(s.col_index), ci);
+}
+
+TEST_F(FacadeDense, UnsymmetricSeveralSidesByLU) {
+  // [[0,2,1],[1,1,0],[3,0,1]]: the zero corner needs a row exchange.
+  std::vector<int> rs = {0, 2, 4, 6}, ci = {1, 2, 0, 1, 0, 2};
+  std::vector<double> v = {2, 1, 1, 1, 3, 1};
+  std::vector<double> x = {1, 2, 3, -1, 0, 0.5, 4, 4, -4};  // three sides
+  for (muMatrixSym sym : {muMatrixUnsym, muMatrixStructSym}) {
+    System s(sym, 3, 3, rs, ci, v, rhs_for(false, 3, rs, ci, v, x, 3));
+    ASSERT_EQ(s.solution.size(), 0);
+    EXPECT_TRUE(s.solve().empty());
+    EXPECT_EQ(s.error, muSolveOk);
+    expect_solution(s.solution, x, 1e-13);  // grown from empty, side after side
+  }
+}
+
+TEST_F(FacadeDense, IndefiniteTypeTwoIsRescuedBySingularValues) {
+  // Upper triangle of [[1,2],[2,1]]: not positive definite, but regular.
+  std::vector<int> rs = {0, 2, 3}, ci = {0, 1, 1};
+  std::vector<double> v = {1, 2, 1}, x = {2, -1, 1, 1};
+  System s(muMatrixSymPosDef, 2, 2, rs, ci, v, rhs_for(true, 2, rs, ci, v, x, 2));
+  EXPECT_TRUE(s.solve().empty());
+  EXPECT_EQ(s.error, muSolveOk);
+  expect_solution(s.solution, x, 1e-14);
+}
+
+TEST_F(FacadeDense, SingularByValuesFailsAndLeavesSolution) {
+  // [[1,2],[2,4]]: LU and the singular value test both find it singular.
+  System s(muMatrixUnsym, 2, 1, {0, 2, 4}, {0, 1, 0, 1}, {1, 2, 2, 4}, {1, 2});
+  s.solution = make<doublecoDynArr>(std::vector<double>{-7});
+  EXPECT_EQ(s.solve(), std::vector<std::string>{
+                           "algorithm failure | muLinearSolver::solve_equations | SVD singular"});
+  EXPECT_EQ(s.error, muSolveFailed);
+  EXPECT_EQ(contents(s.solution), std::vector<double>{-7});
+}
+
+TEST_F(FacadeDense, TwoThousandRowsAreSolvedTwoThousandAndOneAreRefused) {
+  for (int n : {2000, 2001}) {
+    std::vector<int> rs, ci;
+    std::vector<double> v, x(n);
+    tridiagonal(n, true, rs, ci, v);
+    for (int i = 0; i < n; ++i) x[i] = 1 + i % 7;
+    System s(muMatrixSymPosDef, n, 1, rs, ci, v, rhs_for(true, n, rs, ci, v, x, 1));
+    std::vector<double> b = contents(s.rhs);
+    EXPECT_TRUE(s.solve().empty());
+    if (n == 2000) {
+      EXPECT_EQ(s.error, muSolveOk);
+      expect_solution(s.solution, x, 1e-12);
+    } else {
+      EXPECT_EQ(s.error, muSolveNoMemory);
+      EXPECT_EQ(s.solution.size(), 0);
+    }
+    EXPECT_EQ(contents(s.row_start), rs);
+    EXPECT_EQ(contents(s.col_index), ci);
+    EXPECT_EQ(contents(s.coeffs), v);
+    EXPECT_EQ(contents(s.rhs), b);
+  }
+}
+
+TEST_F(FacadeDense, OrderReportsGoOnWithTheData) {
+  // Row 1 lists its columns falling; the values still land where they
+  // belong, and the system is solved.
+  std::vector<int> rs = {0, 2, 4}, ci = {0, 1, 1, 0};
+  std::vector<double> v = {3, 1, 2, 1}, x = {1, 2};
+  System s(muMatrixUnsym, 2, 1, rs, ci, v, rhs_for(false, 2, rs, ci, v, x, 1));
+  EXPECT_EQ(s.solve(), std::vector<std::string>{
+                           "class data is inconsistent | muLinearSolver::solve_equations | column order"});
+  EXPECT_EQ(s.error, muSolveOk);
+  expect_solution(s.solution, x, 1e-14);
+
+  // An empty row is reported; the matrix is then singular.
+  System e(muMatrixUnsym, 2, 1, {0, 2, 2}, {0, 1}, {1, 1}, {1, 1});
+  EXPECT_EQ(e.solve(), (std::vector<std::string>{
+                           "class data is inconsistent | muLinearSolver::solve_equations | row_start order",
+                           "algorithm failure | muLinearSolver::solve_equations | SVD singular"}));
+  EXPECT_EQ(e.error, muSolveFailed);
+}
+
+// ------------------------------------------------------------ argument checks
+
+TEST_F(FacadeDense, CountChecksReportInOrder) {
+  System s(muMatrixUnsym, 0, 0, {0}, {}, {}, {});
+  EXPECT_EQ(s.solve(), (std::vector<std::string>{kRange + "num_rows", kRange + "num_rhs"}));
+  EXPECT_EQ(s.error, muSolveOk);  // nothing to solve: the call went on
+}
+
+TEST_F(FacadeDense, ShortRowStartIsReportedAndReadAsGrown) {
+  // row_start lacks its last entry: the check reports it, and the read of
+  // row_start[num_rows] grows it with a zero, which ends the last row
+  // before it starts.
+  System s(muMatrixUnsym, 2, 1, {0, 1}, {0, 1}, {1, 1}, {1, 1});
+  EXPECT_EQ(s.solve(), (std::vector<std::string>{
+                           kRange + "row_start",
+                           "class data is inconsistent | muLinearSolver::solve_equations | row_start order",
+                           "algorithm failure | muLinearSolver::solve_equations | SVD singular"}));
+  EXPECT_EQ(s.row_start.size(), 3);
+}
+
+TEST_F(FacadeDense, EntryArraysMayBeOneShortButNotTwo) {
+  std::vector<int> rs = {0, 1, 3}, ci = {0, 0, 1};
+  std::vector<double> v = {2, 1, 4};
+  // One short: no report; the missing value is read (and grown) as zero,
+  // which leaves a singular matrix.
+  System c1(muMatrixUnsym, 2, 1, rs, ci, {2, 1}, {2, 1});
+  std::vector<std::string> r1 = c1.solve();
+  ASSERT_FALSE(r1.empty());
+  EXPECT_EQ(r1.front(), "algorithm failure | muLinearSolver::solve_equations | SVD singular");
+  EXPECT_EQ(c1.coeffs.size(), 3);
+
+  // Two short, in each array, and rhs short: checks 4, 5 and 6 in order.
+  System c2(muMatrixUnsym, 2, 2, rs, {0}, {2}, {1, 1, 1});
+  std::vector<std::string> r2 = c2.solve();
+  ASSERT_GE(r2.size(), 3u);
+  EXPECT_EQ(r2[0], kRange + "col_index");
+  EXPECT_EQ(r2[1], kRange + "coeffs");
+  EXPECT_EQ(r2[2], kRange + "rhs");
+}
+
+// ------------------------------------------------------------ accessors
+
+TEST(FacadeAccessors, ConstReadsCheckTheSizeAndNeverGrow) {
+  doublecoDynArr d = make<doublecoDynArr>(std::vector<double>{1.5, 2.5});
+  intcoDynArr i = make<intcoDynArr>(std::vector<int>{7});
+  const doublecoDynArr &cd = d;
+  const intcoDynArr &ci = i;
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(cd[1], 2.5);
+  EXPECT_EQ(ci[0], 7);
+  EXPECT_EQ(cd[2], 0.0);
+  EXPECT_EQ(ci[-1], 0);
+  EXPECT_EQ(messages(testing::internal::GetCapturedStderr()),
+            (std::vector<std::string>{"argument out of range | coDynArr::operator[] const",
+                                      "argument out of range | coDynArr::operator[] const"}));
+  EXPECT_EQ(d.size(), 2);
+  EXPECT_EQ(i.size(), 1);
+}
+
+TEST(FacadeAccessors, WritesAndReadsPastTheEndGrow) {
+  doublecoDynArr d;
+  testing::internal::CaptureStderr();
+  d[4] = 3.0;  // past the capacity: resized
+  EXPECT_EQ(d.size(), 5);
+  EXPECT_GE(d.capacity(), 5);
+  for (int k = 0; k < 4; ++k) EXPECT_EQ(d[k], 0.0);
+  EXPECT_EQ(d[4], 3.0);
+
+  intcoDynArr i;
+  ASSERT_EQ(i.resize(9), 1);  // room for 10, size 0
+  const int *storage = i.data();
+  int x = i[6];  // a read past the size, within the capacity
+  EXPECT_EQ(x, 0);
+  EXPECT_EQ(i.size(), 7);
+  EXPECT_EQ(i.data(), storage);
+  i[-1] = 5;
+  EXPECT_EQ(i.size(), 7);
+  EXPECT_EQ(messages(testing::internal::GetCapturedStderr()),
+            std::vector<std::string>{"argument out of range | coDynArr::operator[]"});
+}
+
+TEST(FacadeAccessors, FixedArrayChecksStateAndRange) {
+  intcoFixedArr f(3);
+  intcoFixedArr empty(0);
+  testing::internal::CaptureStderr();
+  f[2] = 9;
+  EXPECT_EQ(f[2], 9);
+  EXPECT_EQ(f.data()[2], 9);
+  f[3] = 1;
+  empty[0] = 1;
+  EXPECT_EQ(messages(testing::internal::GetCapturedStderr()),
+            (std::vector<std::string>{"argument out of range | coFixedArr::operator[]",
+                                      "object in incorrect state for operation |coFixedArr::operator[]",
+                                      "argument out of range | coFixedArr::operator[]"}));
+}
+
+TEST(FacadeAccessors, EveryAccessValidatesTheObject) {
+  alignas(doublecoDynArr) unsigned char raw[sizeof(doublecoDynArr)];
+  doublecoDynArr *d = new (raw) doublecoDynArr;
+  d->~doublecoDynArr();
+  testing::internal::CaptureStderr();
+  const doublecoDynArr &cd = *d;
+  (void)cd[0];
+  std::string err = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(messages(err).front(), "utCheckValid | object destroyed");
+  EXPECT_EQ(err.rfind("source/solver/coArrAccessors.cpp:", 0), 0u);
+}
+
+// ------------------------------------------------------------ dump
+
+namespace {
+class FacadeDump : public FacadeDense {
+ protected:
+  void SetUp() override {
+    FacadeDense::SetUp();
+    old_ = std::filesystem::current_path();
+    dir_ = std::filesystem::temp_directory_path() /
+           ("facade_dump_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
+            "_" + std::to_string(reinterpret_cast<std::uintptr_t>(this)));
+    std::filesystem::create_directories(dir_);
+    std::filesystem::current_path(dir_);
+    mu_dump_coeffs = 1;
+  }
+  void TearDown() override {
+    mu_dump_coeffs = 0;
+    std::filesystem::current_path(old_);
+    std::filesystem::remove_all(dir_);
+    FacadeDense::TearDown();
+  }
+  std::filesystem::path old_, dir_;
+};
+
+template <class T>
+T take(std::ifstream &in) {
+  T v{};
+  in.read(reinterpret_cast<char *>(&v), sizeof v);
+  return v;
+}
+}  // namespace
+
+TEST_F(FacadeDump, CoeffsFileHoldsTheInputFieldByField) {
+  std::vector<int> rs = {0, 2, 4, 6}, ci = {1, 2, 0, 1, 0, 2};
+  std::vector<double> v = {2, 1, 1, 1, 3, 1}, b = {1, 2, 3, 4, 5, 6};
+  System s(muMatrixUnsym, 3, 2, rs, ci, v, b);
+  EXPECT_TRUE(s.solve().empty());
+  EXPECT_EQ(s.error, muSolveOk);
+
+  std::ifstream in("coeffs.dat", std::ios::binary);
+  ASSERT_TRUE(in.good());
+  EXPECT_EQ(take<int>(in), 11);
+  EXPECT_EQ(take<int>(in), 3);
+  EXPECT_EQ(take<int>(in), 2);
+  EXPECT_EQ(take<int>(in), 6);
+  for (int x : rs) EXPECT_EQ(take<int>(in), x);
+  for (int x : ci) EXPECT_EQ(take<int>(in), x);
+  for (double x : v) EXPECT_EQ(take<double>(in), x);
+  for (double x : b) EXPECT_EQ(take<double>(in), x);
+  in.peek();
+  EXPECT_TRUE(in.eof());
+  EXPECT_EQ(std::filesystem::file_size("coeffs.dat"), 4u * (4 + 4 + 6) + 8u * (6 + 6));
+
+  // A second call replaces the file.
+  System one(muMatrixSymPosDef, 1, 1, {0, 1}, {0}, {2}, {4});
+  one.solve();
+  EXPECT_EQ(std::filesystem::file_size("coeffs.dat"), 4u * (4 + 2 + 1) + 8u * 2);
+}
+
+TEST_F(FacadeDump, UnopenableFileIsReportedAndTheSolveGoesOn) {
+  std::filesystem::create_directory("coeffs.dat");
+  System s(muMatrixSymPosDef, 1, 1, {0, 1}, {0}, {2}, {4});
+  EXPECT_EQ(s.solve(), std::vector<std::string>{"::write_coeffs | Failed to open out_file"});
+  EXPECT_EQ(s.error, muSolveOk);
+  expect_solution(s.solution, {2}, 1e-15);
+}
