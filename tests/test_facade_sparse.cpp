@@ -1,0 +1,82 @@
+// Tests of the sparse path of muLinearSolver through the library's own
+// telmira, on diagonal matrices, which the solver serves without analysis.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "muLinearSolver.h"
+
+namespace {
+
+template <class A>
+auto contents(const A &a) {
+  using T = std::remove_const_t<std::remove_pointer_t<decltype(a.data())>>;
+  return std::vector<T>(a.data(), a.data() + a.size());
+}
+
+// Diagonal d of n rows; nrhs sides with b[j*n+i] = (i + 1) * (j + 1) * d[i].
+struct Diagonal {
+  int n, nrhs;
+  intcoDynArr row_start, col_index;
+  doublecoDynArr coeffs, rhs, solution;
+  muSolveError error = muSolveFailed;
+
+  Diagonal(int rows, int sides, int zero_at = -1) : n(rows), nrhs(sides) {
+    for (int i = 0; i < n; ++i) {
+      row_start[i] = i;
+      col_index[i] = i;
+      coeffs[i] = (i == zero_at) ? 0.0 : (i % 2 ? -1.0 : 1.0) * (1 + i % 5);
+    }
+    row_start[n] = n;
+    for (int j = 0; j < nrhs; ++j)
+      for (int i = 0; i < n; ++i)
+        rhs[j * n + i] = (i + 1) * (j + 1) * coeffs.data()[i];
+  }
+  muSolveError run(muMatrixSym sym, int restore) {
+    muLinearSolver::solve_equations(sym, n, nrhs, restore, row_start, col_index,
+                                    coeffs, rhs, solution, error);
+    return error;
+  }
+};
+
+}  // namespace
+
+TEST(FacadeSparse, DiagonalSystemsAreSolvedSideAfterSide) {
+  ASSERT_NE(muLinearSolver::use_vek(), 0);
+  for (muMatrixSym sym : {muMatrixStructSym, muMatrixSymPosDef, muMatrixUnsym}) {
+    Diagonal d(6, 3);
+    EXPECT_EQ(d.run(sym, 1), muSolveOk) << "type " << sym;
+    ASSERT_EQ(d.solution.size(), 18);  // grown from empty
+    for (int j = 0; j < 3; ++j)
+      for (int i = 0; i < 6; ++i)
+        EXPECT_DOUBLE_EQ(d.solution.data()[j * 6 + i], (i + 1) * (j + 1));
+  }
+}
+
+TEST(FacadeSparse, IndicesRestoredExactlyWhenAsked) {
+  Diagonal kept(5, 1), restored(5, 1);
+  std::vector<int> before = contents(kept.row_start);
+  ASSERT_EQ(kept.run(muMatrixUnsym, 0), muSolveOk);
+  ASSERT_EQ(restored.run(muMatrixUnsym, 1), muSolveOk);
+  EXPECT_EQ(contents(restored.row_start), before);
+  EXPECT_EQ(contents(restored.col_index), (std::vector<int>{0, 1, 2, 3, 4}));
+  EXPECT_EQ(kept.row_start.data()[0], 1);
+  EXPECT_EQ(contents(kept.row_start), (std::vector<int>{1, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(contents(kept.col_index), (std::vector<int>{1, 2, 3, 4, 5}));
+}
+
+TEST(FacadeSparse, ZeroOnTheDiagonalFailsAndStillRestores) {
+  Diagonal d(4, 2, 2);
+  std::vector<double> old = {-9, -9, -9, -9, -9, -9, -9, -9};
+  for (int k = 0; k < 8; ++k) d.solution[k] = old[k];
+  EXPECT_EQ(d.run(muMatrixUnsym, 1), muSolveFailed);
+  EXPECT_EQ(contents(d.row_start), (std::vector<int>{0, 1, 2, 3, 4}));
+  EXPECT_EQ(contents(d.solution), old);  // the solver wrote nothing
+}
+
+TEST(FacadeSparse, MoreThanTwoThousandRows) {
+  Diagonal d(2500, 1);
+  EXPECT_EQ(d.run(muMatrixSymPosDef, 1), muSolveOk);
+  ASSERT_EQ(d.solution.size(), 2500);
+  EXPECT_DOUBLE_EQ(d.solution.data()[2499], 2500.0);
+}
