@@ -113,20 +113,6 @@ class FacadeDense : public testing::Test {
 
 }  // namespace
 
-// ------------------------------------------------------------ switches
-
-TEST(FacadeSwitches, StartValuesAndSetter) {
-  EXPECT_EQ(muLinearSolver::vek_available(), 1);
-  EXPECT_EQ(muLinearSolver::use_vek(), 1);
-  EXPECT_EQ(mu_dump_coeffs, 0);
-  muLinearSolver::set_use_vek(0);
-  EXPECT_EQ(muLinearSolver::use_vek(), 0);
-  muLinearSolver::set_use_vek(5);
-  EXPECT_EQ(muLinearSolver::use_vek(), 5);
-}
-
-// ------------------------------------------------------------ dense path
-
 TEST_F(FacadeDense, PositiveDefiniteFromUpperTriangleByCholesky) {
   // Upper triangle of [[4,1,0],[1,5,2],[0,2,6]].
   std::vector<int> rs = {0, 2, 4, 5}, ci = {0, 1, 1, 2, 2};

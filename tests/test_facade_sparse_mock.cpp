@@ -218,23 +218,3 @@ TEST(FacadeSparseMock, ErrorNumbersMapToThreeResults) {
   }
 }
 
-TEST(FacadeSparseMock, NoRowLimitOnTheSparsePath) {
-  const int n = 3000;
-  intcoDynArr rs, ci;
-  doublecoDynArr v, b, x;
-  for (int i = 0; i < n; ++i) {
-    rs[i] = i;
-    ci[i] = i;
-    v[i] = 2.0;
-    b[i] = 4.0;
-  }
-  rs[n] = n;
-  calls.clear();
-  script = {0};
-  muSolveError err = muSolveFailed;
-  muLinearSolver::solve_equations(muMatrixUnsym, n, 1, 1, rs, ci, v, b, x, err);
-  EXPECT_EQ(err, muSolveOk);
-  EXPECT_EQ(idos(), (std::vector<int>{13, -1}));
-  ASSERT_EQ(x.size(), n);
-  EXPECT_EQ(x.data()[n - 1], 2.0);
-}

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "coFixedArr.h"
 #include "mlMatrix.h"
 #include "utAssert.h"
 
@@ -143,17 +142,6 @@ TEST(HostContainer, CopiesAreDeep) {
   c = c;
   EXPECT_EQ(c.data()[1], 3.0);
 }
-
-TEST(HostContainer, FixedArrayHasNoStorageBelowOne) {
-  intcoFixedArr a(5), z(0), neg(-3);
-  EXPECT_EQ(a.size(), 5);
-  EXPECT_NE(a.data(), nullptr);
-  EXPECT_EQ(z.size(), 0);
-  EXPECT_EQ(z.data(), nullptr);
-  EXPECT_EQ(neg.data(), nullptr);
-}
-
-// ------------------------------------------------------------ libmaths
 
 TEST(HostMaths, MatrixIsZeroAndBecomeTakesColumnMajorBlock) {
   mlMatrix a(mlMatrixZero, 3, 2);
