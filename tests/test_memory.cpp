@@ -3,6 +3,7 @@
 #include "service/vek_serv_memory.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -44,7 +45,8 @@ struct RecordingHeap {
     // Move to a block with a different low-bit pattern so that a lost
     // offset or a stale back pointer shows.
     char *q = static_cast<char *>(std::malloc(n + 16)) + 8;
-    std::memcpy(q, p, n);  // the caller only grows blocks in these tests
+    std::size_t old = malloc_usable_size(p);
+    std::memcpy(q, p, old < n ? old : n);
     std::free(p);
     return last_block = q;
   }
