@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "blkl.h"
+#include "blkslvs.h"
 #include "test_matrices.h"
 #include "vekio.h"
 
@@ -259,6 +260,71 @@ TEST(Blkl, TempOfExactlyTheLargestUpdateSucceedsAndOneLessFails) {
   EXPECT_LT(factor_error(m, s, lnz), 1e-13);
   // Only the scattered path needs temp; a shortfall is reported, not written.
   EXPECT_EQ(factor(s, lnz, s.scattered - 1), -2);
+}
+
+// Solves with the factor of a permuted matrix: x_perm(i) = b(perm(i)), then
+// back. Returns the worst relative residual over the right-hand sides.
+double solve_residual(const vekio::sparse &m, const structure &s, const std::vector<double> &lnz,
+                      int nrhs, int threads, bool split) {
+  const int n = s.n;
+  std::vector<double> b(static_cast<size_t>(n) * nrhs), x(b.size()), w(b.size()), sol(b.size());
+  for (size_t k = 0; k < b.size(); ++k) b[k] = std::cos(0.7 * k) + 0.1 * (k % 7);
+  for (int r = 0; r < nrhs; ++r)
+    for (int i = 0; i < n; ++i) x[i + static_cast<size_t>(r) * n] = b[s.perm[i] - 1 + static_cast<size_t>(r) * n];
+  const int nrhs_ = nrhs;
+  if (!split) {
+    int sub = 0;
+    if (nrhs == 1)
+      blkslvs1<double>(&s.nsuper, s.xsup.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
+                       lnz.data(), x.data(), &sub);
+    else
+      blkslvs<double>(&s.nsuper, &nrhs_, &threads, &n, s.xsup.data(), s.xlindx.data(),
+                      s.lindx.data(), s.xlnz.data(), lnz.data(), x.data(), w.data(), &sub);
+  } else {
+    // Forward only, diagonal only (nothing for L L^T), backward only.
+    for (int sub : {1, 2, 3}) {
+      if (nrhs == 1)
+        blkslvs1<double>(&s.nsuper, s.xsup.data(), s.xlindx.data(), s.lindx.data(),
+                         s.xlnz.data(), lnz.data(), x.data(), &sub);
+      else
+        blkslvs<double>(&s.nsuper, &nrhs_, &threads, &n, s.xsup.data(), s.xlindx.data(),
+                        s.lindx.data(), s.xlnz.data(), lnz.data(), x.data(), w.data(), &sub);
+    }
+  }
+  for (int r = 0; r < nrhs; ++r)
+    for (int i = 0; i < n; ++i) sol[s.perm[i] - 1 + static_cast<size_t>(r) * n] = x[i + static_cast<size_t>(r) * n];
+  return vekio::relative_residual(m, 11, sol.data(), b.data(), nrhs);
+}
+
+TEST(Blkslvs, OneAndSeveralRightHandSidesSolveTheSystem) {
+  vekio::sparse bcs;
+  ASSERT_TRUE(vektest::load("bcsstk01", bcs));
+  vekio::sparse l3 = vekio::lap3d(6);
+  for (const vekio::sparse *m : {&bcs, &l3}) {
+    for (int panel : {1, 8, 1000}) {
+      structure s = build(*m, shuffled(m->n, 4), panel);
+      std::vector<double> lnz;
+      ASSERT_EQ(factor(s, lnz, s.tmpsize), 0);
+      EXPECT_LT(solve_residual(*m, s, lnz, 1, 1, false), 1e-15);
+      EXPECT_LT(solve_residual(*m, s, lnz, 5, 2, false), 1e-15);   // 3 + 2 columns
+      EXPECT_LT(solve_residual(*m, s, lnz, 2, 4, false), 1e-15);   // fewer columns than threads
+      EXPECT_LT(solve_residual(*m, s, lnz, 1, 1, true), 1e-15);    // 331, 332, 333
+      EXPECT_LT(solve_residual(*m, s, lnz, 3, 2, true), 1e-15);
+    }
+  }
+}
+
+TEST(Blkslvs, ThreadShareOfRightHandSides) {
+  int first = -1, cnt = -1;
+  blkslvs_share(5, 2, 0, &first, &cnt);
+  EXPECT_EQ(first, 0);
+  EXPECT_EQ(cnt, 3);
+  blkslvs_share(5, 2, 1, &first, &cnt);
+  EXPECT_EQ(first, 3);
+  EXPECT_EQ(cnt, 2);
+  blkslvs_share(7, 3, 2, &first, &cnt);
+  EXPECT_EQ(first, 5);
+  EXPECT_EQ(cnt, 2);
 }
 
 }  // namespace
