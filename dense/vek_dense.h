@@ -1,0 +1,49 @@
+// vek_dense.h - the dense operations the solver's kernels call.
+//
+// One thin interface, by reference in the manner of the published BLAS and
+// LAPACK routines, written once as templates over the value type (double,
+// float, complex double, complex float). It forwards to the installed
+// BLAS/LAPACK for now; the library's own threaded kernels replace the
+// forwarding here, without any change to the numeric code that calls it.
+#ifndef VEK_DENSE_H
+#define VEK_DENSE_H
+
+#include <complex>
+
+namespace vekd {
+
+// C := alpha op(A) op(B) + beta C; op is 'N', 'T' or 'C'.
+template <class T>
+void gemm(const char *transa, const char *transb, const int *m, const int *n,
+          const int *k, const T *alpha, const T *a, const int *lda, const T *b,
+          const int *ldb, const T *beta, T *c, const int *ldc);
+
+// B := alpha op(A)^-1 B (side 'L') or alpha B op(A)^-1 (side 'R').
+template <class T>
+void trsm(const char *side, const char *uplo, const char *transa,
+          const char *diag, const int *m, const int *n, const T *alpha,
+          const T *a, const int *lda, T *b, const int *ldb);
+
+// Cholesky factorization of the triangle uplo; info as published.
+template <class T>
+void potrf(const char *uplo, const int *n, T *a, const int *lda, int *info);
+
+// LU factorization with row exchanges; info as published.
+template <class T>
+void getrf(const int *m, const int *n, T *a, const int *lda, int *ipiv,
+           int *info);
+
+// y := alpha op(A) x + beta y.
+template <class T>
+void gemv(const char *trans, const int *m, const int *n, const T *alpha,
+          const T *a, const int *lda, const T *x, const int *incx,
+          const T *beta, T *y, const int *incy);
+
+// B := alpha op(A)^-1 x for one vector (triangular solve).
+template <class T>
+void trsv(const char *uplo, const char *trans, const char *diag, const int *n,
+          const T *a, const int *lda, T *x, const int *incx);
+
+}  // namespace vekd
+
+#endif

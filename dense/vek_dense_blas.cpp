@@ -1,0 +1,80 @@
+// vek_dense_blas.cpp - the dense interface forwarded to the installed BLAS and
+// LAPACK (Fortran calling convention: everything by reference, character
+// arguments followed by their hidden lengths).
+#include <complex>
+
+#include "dense/vek_dense.h"
+
+typedef std::complex<double> zc;
+typedef std::complex<float> cc;
+
+extern "C" {
+#define VEK_GEMM(P, T)                                                                  \
+  void P##gemm_(const char *, const char *, const int *, const int *, const int *,   \
+                const T *, const T *, const int *, const T *, const int *, const T *, \
+                T *, const int *, std::size_t, std::size_t);
+VEK_GEMM(d, double) VEK_GEMM(s, float) VEK_GEMM(z, zc) VEK_GEMM(c, cc)
+#define VEK_TRSM(P, T)                                                                 \
+  void P##trsm_(const char *, const char *, const char *, const char *, const int *, \
+                const int *, const T *, const T *, const int *, T *, const int *,    \
+                std::size_t, std::size_t, std::size_t, std::size_t);
+VEK_TRSM(d, double) VEK_TRSM(s, float) VEK_TRSM(z, zc) VEK_TRSM(c, cc)
+#define VEK_POTRF(P, T) \
+  void P##potrf_(const char *, const int *, T *, const int *, int *, std::size_t);
+VEK_POTRF(d, double) VEK_POTRF(s, float) VEK_POTRF(z, zc) VEK_POTRF(c, cc)
+#define VEK_GETRF(P, T) \
+  void P##getrf_(const int *, const int *, T *, const int *, int *, int *);
+VEK_GETRF(d, double) VEK_GETRF(s, float) VEK_GETRF(z, zc) VEK_GETRF(c, cc)
+#define VEK_GEMV(P, T)                                                                 \
+  void P##gemv_(const char *, const int *, const int *, const T *, const T *,       \
+                const int *, const T *, const int *, const T *, T *, const int *,   \
+                std::size_t);
+VEK_GEMV(d, double) VEK_GEMV(s, float) VEK_GEMV(z, zc) VEK_GEMV(c, cc)
+#define VEK_TRSV(P, T)                                                                 \
+  void P##trsv_(const char *, const char *, const char *, const int *, const T *,   \
+                const int *, T *, const int *, std::size_t, std::size_t, std::size_t);
+VEK_TRSV(d, double) VEK_TRSV(s, float) VEK_TRSV(z, zc) VEK_TRSV(c, cc)
+}
+
+namespace vekd {
+
+#define VEK_INSTANCES(P, T)                                                            \
+  template <>                                                                          \
+  void gemm<T>(const char *ta, const char *tb, const int *m, const int *n,            \
+               const int *k, const T *alpha, const T *a, const int *lda, const T *b,  \
+               const int *ldb, const T *beta, T *c, const int *ldc) {                 \
+    P##gemm_(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);              \
+  }                                                                                    \
+  template <>                                                                          \
+  void trsm<T>(const char *side, const char *uplo, const char *ta, const char *diag,  \
+               const int *m, const int *n, const T *alpha, const T *a, const int *lda, \
+               T *b, const int *ldb) {                                                 \
+    P##trsm_(side, uplo, ta, diag, m, n, alpha, a, lda, b, ldb, 1, 1, 1, 1);           \
+  }                                                                                    \
+  template <>                                                                          \
+  void potrf<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
+    P##potrf_(uplo, n, a, lda, info, 1);                                               \
+  }                                                                                    \
+  template <>                                                                          \
+  void getrf<T>(const int *m, const int *n, T *a, const int *lda, int *ipiv,          \
+                int *info) {                                                           \
+    P##getrf_(m, n, a, lda, ipiv, info);                                               \
+  }                                                                                    \
+  template <>                                                                          \
+  void gemv<T>(const char *tr, const int *m, const int *n, const T *alpha, const T *a, \
+               const int *lda, const T *x, const int *incx, const T *beta, T *y,      \
+               const int *incy) {                                                      \
+    P##gemv_(tr, m, n, alpha, a, lda, x, incx, beta, y, incy, 1);                      \
+  }                                                                                    \
+  template <>                                                                          \
+  void trsv<T>(const char *uplo, const char *tr, const char *diag, const int *n,      \
+               const T *a, const int *lda, T *x, const int *incx) {                   \
+    P##trsv_(uplo, tr, diag, n, a, lda, x, incx, 1, 1, 1);                             \
+  }
+
+VEK_INSTANCES(d, double)
+VEK_INSTANCES(s, float)
+VEK_INSTANCES(z, zc)
+VEK_INSTANCES(c, cc)
+
+}  // namespace vekd
