@@ -31,7 +31,9 @@ TEST(Clock, FirstReadCalibratesLaterReadsDoNot) {
   // The busy wait lasts 100 ms of processor time, which a single thread
   // can't spend in less wall time.
   EXPECT_GE(w1 - w0, 0.100);
-  EXPECT_LT(w2 - w1, 0.050);
+  // A later read is a counter read; compared with the first, not with a
+  // fixed time, so that a loaded machine does not fail it.
+  EXPECT_LT(w2 - w1, 0.5 * (w1 - w0));
   EXPECT_GE(t, s0);
   EXPECT_LE(t, s1);
 }
