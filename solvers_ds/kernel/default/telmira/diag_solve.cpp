@@ -24,7 +24,7 @@ void solve_rows(int n, int nb, const int *ia, const int *ja, const T *a,
 #pragma omp parallel for schedule(static) num_threads(threads)
   for (int i = 1; i <= n; ++i) {
     const int c = ja[ia[i - 1] - 1];
-    if constexpr (!telmira::value_traits<T>::is_complex) {
+    if constexpr (!tlm::value_traits<T>::is_complex) {
       if (nb <= 1) {
         x[c - 1] = b[i - 1] / a[i - 1];
         continue;
@@ -57,7 +57,7 @@ void diag_solve(const int *neqns, const int *nb, const int *ia, const int *ja,
       *error = -i;
       return;
     }
-    if constexpr (!telmira::value_traits<T>::is_complex) {
+    if constexpr (!tlm::value_traits<T>::is_complex) {
       if (d > T(0)) ++npos; else ++nneg;
     }
   }
@@ -78,14 +78,14 @@ template void diag_solve<double>(const int *, const int *, const int *, const in
 template void diag_solve<float>(const int *, const int *, const int *, const int *,
                                 const float *, float *, float *, int *, const int *,
                                 const int *, const int *, int *, int *);
-template void diag_solve<telmira::zcomplex>(const int *, const int *, const int *,
-                                            const int *, const telmira::zcomplex *,
-                                            telmira::zcomplex *, telmira::zcomplex *,
+template void diag_solve<tlm::zcomplex>(const int *, const int *, const int *,
+                                            const int *, const tlm::zcomplex *,
+                                            tlm::zcomplex *, tlm::zcomplex *,
                                             int *, const int *, const int *, const int *,
                                             int *, int *);
-template void diag_solve<telmira::ccomplex>(const int *, const int *, const int *,
-                                            const int *, const telmira::ccomplex *,
-                                            telmira::ccomplex *, telmira::ccomplex *,
+template void diag_solve<tlm::ccomplex>(const int *, const int *, const int *,
+                                            const int *, const tlm::ccomplex *,
+                                            tlm::ccomplex *, tlm::ccomplex *,
                                             int *, const int *, const int *, const int *,
                                             int *, int *);
 
@@ -106,7 +106,7 @@ void diag_solve_s(const int *neqns, const int *nb, const int *ia, const int *ja,
 void diag_solve_z(const int *neqns, const int *nb, const int *ia, const int *ja,
                   const double *a, double *b, double *x, int *error,
                   const int *iparm6, const int *solve, const int *threads) {
-  using Z = telmira::zcomplex;
+  using Z = tlm::zcomplex;
   diag_solve<Z>(neqns, nb, ia, ja, reinterpret_cast<const Z *>(a),
                 reinterpret_cast<Z *>(b), reinterpret_cast<Z *>(x), error, iparm6,
                 solve, threads, nullptr, nullptr);
@@ -114,7 +114,7 @@ void diag_solve_z(const int *neqns, const int *nb, const int *ia, const int *ja,
 void diag_solve_c(const int *neqns, const int *nb, const int *ia, const int *ja,
                   const float *a, float *b, float *x, int *error,
                   const int *iparm6, const int *solve, const int *threads) {
-  using C = telmira::ccomplex;
+  using C = tlm::ccomplex;
   diag_solve<C>(neqns, nb, ia, ja, reinterpret_cast<const C *>(a),
                 reinterpret_cast<C *>(b), reinterpret_cast<C *>(x), error, iparm6,
                 solve, threads, nullptr, nullptr);

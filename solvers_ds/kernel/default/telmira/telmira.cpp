@@ -8,8 +8,8 @@
 
 #include "service/vek_serv_threads.h"
 
-int telmira_not_allocated_double = telmira::not_allocated_mark;
-int telmira_not_allocated_single = telmira::not_allocated_mark;
+int telmira_not_allocated_double = tlm::not_allocated_mark;
+int telmira_not_allocated_single = tlm::not_allocated_mark;
 
 namespace {
 
@@ -72,7 +72,7 @@ extern "C" TELMIRA_API void telmira(intptr_t *handle, const int *max_fac_store,
     iparam[11] = -1;
     if (*ido == 11) return;
     const int solve = (*ido % 10 == 3) ? 1 : 0;
-    const bool real = telmira::is_real_type(*matrix_type);
+    const bool real = tlm::is_real_type(*matrix_type);
     int err = 0;
     if (real) {
       if (single)
