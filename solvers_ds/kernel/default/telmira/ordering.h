@@ -113,4 +113,14 @@ void ordering_single_part(int n, int *parts);
 // rewrites the pairs (see the layout above). work: 2 n + 4 nparts entries.
 void ordering_regroup(int n, int nparts, int *perm, int *parts, int *work);
 
+// --- Fill of an order -------------------------------------------------------
+
+// Elimination tree and column counts of the Cholesky factor that the order
+// perm/invp implies on the graph xadj/adjncy. work: 2 n entries. Returns the
+// entries of L (diagonal included) in *nnzl and the operation count, the
+// sum over columns of the squared below-diagonal count, in *ops. colcnt
+// (n entries) may be null.
+void ordering_fill(int *n, int *xadj, int *adjncy, int *perm, int *invp,
+                   int *colcnt, int *work, double *nnzl, double *ops);
+
 #endif
