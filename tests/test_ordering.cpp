@@ -410,6 +410,34 @@ TEST(OrderingDissection, DenseRowsAreNumberedLast) {
   expect_independent_parts(grid, invp, parts, np);
 }
 
+TEST(OrderingDissection, IndistinguishableVerticesStayTogether) {
+  // Three unknowns at every point of a 24x24 grid, all coupled.
+  graph grid = adjacency_of(vekio::lap2d(24));
+  std::vector<std::pair<int, int>> edges;
+  for (int v = 1; v <= grid.n; ++v) {
+    for (int a = 0; a < 3; ++a)
+      for (int b = a + 1; b < 3; ++b)
+        edges.push_back({3 * (v - 1) + a + 1, 3 * (v - 1) + b + 1});
+    for (int p = grid.xadj[v - 1]; p < grid.xadj[v]; ++p)
+      for (int a = 0; a < 3; ++a)
+        for (int b = 0; b < 3; ++b)
+          edges.push_back({3 * (v - 1) + a + 1,
+                           3 * (grid.adjncy[p - 1] - 1) + b + 1});
+  }
+  graph g = from_edges(3 * grid.n, edges);
+  std::vector<int> perm, invp, parts;
+  int np = dissect(g, 1, 4, perm, invp, parts);
+  expect_permutation(g.n, perm, invp);
+  expect_independent_parts(g, invp, parts, np);
+  for (int v = 0; v < grid.n; ++v) {
+    int lo = std::min({invp[3 * v], invp[3 * v + 1], invp[3 * v + 2]});
+    int hi = std::max({invp[3 * v], invp[3 * v + 1], invp[3 * v + 2]});
+    EXPECT_EQ(hi - lo, 2) << "point " << v + 1;
+  }
+  // Pairs cover whole points: no range ends inside a group of three.
+  for (int k = 1; k <= np; ++k) EXPECT_EQ(parts[2 * k - 1] % 3, 0);
+}
+
 // --- Driver ----------------------------------------------------------------
 
 TEST(OrderingDriver, DissectionRegroupsPartsInFrontOfTheSeparators) {
