@@ -34,6 +34,7 @@ struct nd_control {
   int nseps;    // separators tried per bisection
   int ufactor;  // allowed imbalance of a bisection, in thousandths
   int status;   // 0, or -2 once a bisection failed
+  int npairs;   // pairs of sizes: 2 W
 };
 
 inline int *nd_alloc(long count) {
@@ -171,7 +172,7 @@ void nd_recurse(nd_control *ctrl, nd_graph *g, int *order, int lastvtx,
   int lv = lastvtx;
   for (int i = n - 1; i >= 0; --i)
     if (where[i] == 2) order[g->label[i]] = --lv;
-  if (index > 0) {
+  if (index > 0 && index + 1 < ctrl->npairs) {
     sizes[2 * (index + 1)] = lv;
     sizes[2 * (index + 1) + 1] = lastvtx - 1;
   }
@@ -375,7 +376,7 @@ void metis_nd(int *n_, int *xadj1, int *adjncy1, int *threads_, int *perm,
   const int *xadj = xadj1;
   const int *adjncy = adjncy1;
 
-  nd_control ctrl{1, 0, 0};
+  nd_control ctrl{1, 0, 0, 2 * width};
   int *order = nd_alloc(n);
   nd_graph g{0, nullptr, nullptr, nullptr, nullptr};
   int gn = n;         // vertices of the graph that is dissected
