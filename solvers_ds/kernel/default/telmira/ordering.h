@@ -1,0 +1,126 @@
+// ordering.h - the fill-reducing ordering of the analysis phase.
+//
+// Every routine here takes its arguments by address, in the manner of the
+// numeric core. Arrays are one-based in content: row starts and adjacency
+// positions count from 1, vertex numbers count from 1. `comi` is the
+// solver's integer block, numbered from 1: comi(k) is comi[k-1].
+//
+// Permutations: perm[new] = old and invp[old] = new (both one-based, n
+// entries each, stored from perm[0]).
+//
+// parts: pairs (first, last) of positions in the new order, inclusive,
+// one-based. Pairs 1..nparts are the independent subgraphs in ascending
+// position, pair nparts+1 is the top region (all after the last subgraph, up
+// to n), pairs nparts+2..2 nparts are the separators inside the top region.
+// With one part the array holds (1, n-1), (n, n).
+#ifndef TELMIRA_ORDERING_H
+#define TELMIRA_ORDERING_H
+
+// --- Adjacency -------------------------------------------------------------
+
+// Full symmetric adjacency without the diagonal, from a pattern that holds
+// one diagonal entry per row.
+//   *triangular != 1: ia/ja hold both triangles; rows are copied without
+//     their diagonal entry, in parallel over *threads threads.
+//   *triangular == 1: ia/ja hold the upper triangle with the diagonal first in
+//     each row; both triangles are formed (two independent row ranges when
+//     *threads > 1, same result as the serial pass).
+// xadj: n+1 entries; adjncy: ia[n]-1-n entries for full input, 2 (ia[n]-1-n)
+// for triangular input.
+void ladj_mod(int *n, int *ia, int *ja, int *threads, int *triangular,
+              int *xadj, int *adjncy);
+
+// Pattern of B + B^T without the diagonal, B the rows of A taken in the order
+// roworder (B row k = A row roworder[k]; null pointer = natural order). Rows
+// of A must be sorted ascending. adjncy needs 2 (ia[n]-1) entries; iwork
+// needs fulladj_unsym_work(n, nnz) entries. *nadj returns the entry count
+// of the adjacency.
+void fulladj_unsym(int *n, int *ia, int *ja, int *roworder, int *xadj,
+                   int *adjncy, int *nadj, int *iwork);
+int fulladj_unsym_work(int n, int nnz);
+
+// --- Multiple minimum degree ----------------------------------------------
+
+// Multiple minimum degree ordering. adjncy is destroyed (pass a copy). dhead,
+// qsize, llist and marker are n-entry scratch arrays. *delta is the
+// tolerance of multiple elimination (0), *maxint the largest integer of the
+// marks (2147483647). On return perm/invp hold the order; *nofsub is the
+// sum over eliminated supernodes of minimum degree + size - 2, an estimate
+// of the subscripts of the compressed factor.
+void genmmd(int *n, int *xadj, int *adjncy, int *invp, int *perm, int *delta,
+            int *dhead, int *qsize, int *llist, int *marker, int *maxint,
+            int *nofsub);
+
+// Minimum degree with the last *ncon positions reserved. On entry perm holds
+// an order (from ddecomp); the nodes at its positions n-ncon+1..n are not
+// eliminated by minimum degree. *sepflag 0: they keep those positions as
+// given. *sepflag 1: once all other nodes are numbered they are ordered by
+// minimum degree among themselves. rank is one more n-entry scratch array.
+// *ncon 0 is plain genmmd.
+void genmmd_constrained(int *n, int *xadj, int *adjncy, int *invp, int *perm,
+                        int *delta, int *dhead, int *qsize, int *llist,
+                        int *marker, int *maxint, int *nofsub, int *ncon,
+                        int *rank, int *sepflag);
+
+// --- Domain decomposition ---------------------------------------------------
+
+// Divides the graph into *nparts parts with the k-way partitioner, then
+// keeps a minimal vertex separator between them. perm/invp receive the
+// order: interior vertices by part, then separator vertices by part. *ncon
+// is the count of positions to constrain at the end (separator + 2). With
+// *nparts <= 1 only *ncon = 0 is set. *status: 0 or -2 (partitioner failed).
+void ddecomp(int *nparts, int *n, int *xadj, int *adjncy, int *perm,
+             int *invp, int *ncon, int *status);
+
+// --- Nested dissection ------------------------------------------------------
+
+// Nested dissection with a parallel recursion over *threads threads.
+// *nparts in: requested number of subgraphs (rounded up to a power of two,
+// W); out: the subgraphs found. parts needs at least 4 W entries (comi(61)
+// is enough). On return pairs 1..nparts are the subgraphs, pair nparts+1 is
+// (-1,-1) (the caller sets the top region), pairs nparts+2..2 nparts the
+// separators in pre-order; all one-based. Dense rows (maximum degree at
+// least n/8) are pruned and numbered last; otherwise indistinguishable
+// vertices are compressed. *status: 0, or -2 when the bisection failed.
+void metis_nd(int *n, int *xadj, int *adjncy, int *threads, int *perm,
+              int *invp, int *nparts, int *parts, int *status);
+
+// --- Driver -----------------------------------------------------------------
+
+// The ordering step of the analysis. Reads comi(9), (12), (13), (14), (15),
+// (17), (19), (21), (60), (67); writes comi(4) (unsymmetric types: entry
+// count of the adjacency), comi(50) (status), comi(60) (parts found).
+//   ia, ja       the matrix as stored (one-based); triangle for comi(19) 1
+//   user_perm    the caller's permutation (comi(21) 1 reads it, 2 writes it)
+//   match_perm   the matching's order: for types 11/13 with comi(67) > 0 the
+//                row order of the adjacency; for types -4, -2, 6 with
+//                comi(67) > 0 the symmetric order taken as is (parts then
+//                already hold its ranges, comi(60) its count). May be null.
+//   xadj, adjncy out: the adjacency (n+1 and 2 (ia[n]-1) entries)
+//   perm, invp   out: the order
+//   parts        out: the pairs, comi(61) entries
+//   times        out: [0] adjacency time, [1] ordering time, seconds
+// The symbolic initialisation (sfinit) is the caller's next step: perm and
+// invp are final when sssord returns.
+void sssord(int *n, int *ia, int *ja, int *comi, int *user_perm,
+            int *match_perm, int *xadj, int *adjncy, int *perm, int *invp,
+            int *parts, double *times);
+
+// Sets parts to the single-part form (1, n-1), (n, n).
+void ordering_single_part(int n, int *parts);
+
+// Moves the subgraphs of a dissection order in front of all separators and
+// rewrites the pairs (see the layout above). work: 2 n + 4 nparts entries.
+void ordering_regroup(int n, int nparts, int *perm, int *parts, int *work);
+
+// --- Fill of an order -------------------------------------------------------
+
+// Elimination tree and column counts of the Cholesky factor that the order
+// perm/invp implies on the graph xadj/adjncy. work: 2 n entries. Returns the
+// entries of L (diagonal included) in *nnzl and the operation count, the
+// sum over columns of the squared below-diagonal count, in *ops. colcnt
+// (n entries) may be null.
+void ordering_fill(int *n, int *xadj, int *adjncy, int *perm, int *invp,
+                   int *colcnt, int *work, double *nnzl, double *ops);
+
+#endif
