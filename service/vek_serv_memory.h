@@ -17,8 +17,13 @@ struct vek_serv_heap_table {
 };
 extern "C" vek_serv_heap_table vek_serv_heap;
 
+// Alignment rule of both families: below 4 means none (0); 4 or more that
+// is not a power of two becomes 32; otherwise the alignment itself.
+int vek_serv_effective_alignment(int alignment);
+
 // Back-pointer family. The word in front of the user area holds the address
-// of the heap block (a pointer-sized word on this host).
+// of the heap block (4 bytes on a 32-bit host, a pointer-sized word on a
+// 64-bit host). All return null for size 0 or when the heap refuses.
 void *vek_serv_malloc(std::size_t size, int alignment);
 void *vek_serv_calloc(int count, int element_size, int alignment);
 void *vek_serv_realloc(void *pointer, std::size_t size);
@@ -28,6 +33,9 @@ void  vek_serv_free(void *pointer);
 void  vek_serv_free_list(void **first, ...);
 
 // Thread cache of scratch buffers (5 slots a thread, 40 MiB per block).
+// Never mix with the back-pointer family. "VEK_DISABLE_FAST_MM" or
+// "VEK_MM_DISABLE" set to any non-empty value, read once per process, turns
+// the cache off: buffers then come straight from the heap.
 void   *vek_serv_allocate(std::int64_t size, int alignment);
 void    vek_serv_deallocate(void *pointer);
 void    vek_serv_thread_free_buffers();

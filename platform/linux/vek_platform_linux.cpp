@@ -5,6 +5,7 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -52,16 +53,43 @@ static std::uint64_t mask_of(const cpu_set_t &set) {
   return m;
 }
 
+// The system mask holds the processors that are online. Linux lists them in
+// /sys/devices/system/cpu/online as ranges ("0-3,6,8-9"); where that file
+// cannot be read, the first sysconf(_SC_NPROCESSORS_ONLN) processors stand in.
+static std::uint64_t online_mask() {
+  std::uint64_t m = 0;
+  if (FILE *f = std::fopen("/sys/devices/system/cpu/online", "r")) {
+    char line[1024];
+    if (std::fgets(line, sizeof(line), f) != nullptr) {
+      const char *p = line;
+      while (*p >= '0' && *p <= '9') {
+        char *end;
+        long lo = std::strtol(p, &end, 10), hi = lo;
+        p = end;
+        if (*p == '-') {
+          hi = std::strtol(p + 1, &end, 10);
+          p = end;
+        }
+        for (long i = lo; i <= hi && i < 64; ++i) m |= std::uint64_t(1) << i;
+        if (*p == ',') ++p;
+      }
+    }
+    std::fclose(f);
+  }
+  if (m != 0) return m;
+  long n = sysconf(_SC_NPROCESSORS_ONLN);
+  if (n < 1) n = 1;
+  if (n > 64) n = 64;
+  return (n == 64) ? ~std::uint64_t(0) : ((std::uint64_t(1) << n) - 1);
+}
+
 int vek_os_get_process_affinity(std::uint64_t *process_mask,
                                 std::uint64_t *system_mask) {
   cpu_set_t set;
   CPU_ZERO(&set);
   if (sched_getaffinity(0, sizeof(set), &set) != 0) return 0;
   *process_mask = mask_of(set);
-  long n = sysconf(_SC_NPROCESSORS_ONLN);
-  if (n < 1) n = 1;
-  if (n > 64) n = 64;
-  *system_mask = (n == 64) ? ~std::uint64_t(0) : ((std::uint64_t(1) << n) - 1);
+  *system_mask = online_mask();
   return 1;
 }
 

@@ -55,6 +55,9 @@ sparse make_spd(const sparse &pattern);
 // for symmetric storage.
 sparse storage_for_type(const sparse &full, int mtype);
 
+// True for the types that store one triangle (even absolute code).
+bool symmetric_type(int mtype);
+
 // Model problems, full storage, real.
 sparse lap2d(int N);              // 5-point, 4 on the diagonal
 sparse lap3d(int N);              // 7-point, 6 on the diagonal

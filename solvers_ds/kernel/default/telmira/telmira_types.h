@@ -2,7 +2,7 @@
 //
 // Every value-bearing routine is written once as a template over its value
 // type and instantiated for the four kinds: double, float, complex double and
-// complex float. The named twins (sp_..., c_...) are thin names over it.
+// complex float (namespace tlm; the name telmira is the entry). The named twins (sp_..., c_...) are thin names over it.
 #ifndef TELMIRA_TYPES_H
 #define TELMIRA_TYPES_H
 
@@ -10,7 +10,7 @@
 #include <complex>
 #include <cstdint>
 
-namespace telmira {
+namespace tlm {
 
 typedef std::complex<double> zcomplex;
 typedef std::complex<float> ccomplex;
@@ -48,6 +48,6 @@ inline bool is_real_type(int mtype) {
   return a <= 2;
 }
 
-}  // namespace telmira
+}  // namespace tlm
 
 #endif

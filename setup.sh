@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Installs what is missing (Debian packages), builds libvekutils, and then
+#   ./setup.sh demo [vek-solve arguments]   runs the command-line solver
+#   ./setup.sh test                         runs the whole test suite
+set -euo pipefail
+cd "$(dirname "$0")"
+
+PKGS="cmake g++ make libmetis-dev libopenblas-dev liblapack-dev libgtest-dev"
+missing=""
+for p in $PKGS; do
+  dpkg -s "$p" >/dev/null 2>&1 || missing="$missing $p"
+done
+if [ -n "$missing" ]; then
+  SUDO=""
+  [ "$(id -u)" -ne 0 ] && SUDO="sudo"
+  echo "setup: installing$missing"
+  $SUDO apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq $missing >/dev/null
+fi
+
+JOBS="$(nproc 2>/dev/null || echo 2)"
+cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build build -j"$JOBS" >/dev/null
+
+mode="${1:-demo}"
+[ $# -gt 0 ] && shift
+case "$mode" in
+  demo) exec ./build/vek-solve "$@" ;;
+  test) cd build && exec ctest --output-on-failure -j"$JOBS" "$@" ;;
+  *) echo "usage: ./setup.sh [demo [vek-solve arguments] | test [ctest arguments]]" >&2; exit 2 ;;
+esac

@@ -1,0 +1,220 @@
+// The entry's dispatch: probes, thread reduction, precision, the diagonal
+// path and the iparam(12) = -1 mark, through the public `telmira`.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "service/vek_serv_threads.h"
+#include "telmira.h"
+#include "telmira_internal.h"
+
+namespace {
+
+struct call {
+  intptr_t handle[64] = {0};
+  int iparam[64];
+  int maxfct = 1, mnum = 1, mtype = 11, ido = 13, n = 0, nb = 1, msglvl = 0, error = 12345;
+  std::vector<int> perm;
+  call() {
+    for (int &v : iparam) v = -99;
+    iparam[0] = 0;
+    iparam[5] = 0;
+    iparam[11] = 0;
+    iparam[27] = 0;
+  }
+  void run(const void *a, const int *ia, const int *ja, void *b, void *x) {
+    perm.assign(n > 0 ? n : 1, 0);
+    telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a, ia, ja, perm.data(), &nb, iparam,
+            &msglvl, b, x, &error);
+  }
+};
+
+TEST(Entry, ProbesAnswerAndTouchNothingElse) {
+  call c;
+  c.ido = -2;
+  c.run(nullptr, nullptr, nullptr, nullptr, nullptr);
+  EXPECT_EQ(c.error, 16);
+  EXPECT_EQ(c.iparam[0], 23);
+  for (int k = 1; k < 64; ++k) {
+    if (k == 5 || k == 11 || k == 27) continue;
+    EXPECT_EQ(c.iparam[k], -99) << "iparam(" << k + 1 << ")";
+  }
+  for (intptr_t w : c.handle) EXPECT_EQ(w, 0);
+
+  call d;
+  d.ido = -3;
+  d.iparam[0] = 5;
+  d.run(nullptr, nullptr, nullptr, nullptr, nullptr);
+  EXPECT_EQ(d.error, 300000);
+  EXPECT_EQ(d.iparam[0], 5);
+}
+
+TEST(Entry, ThreadReductionForSmallSystems) {
+  // One thread for each 50 equations, only with one right-hand side and
+  // dynamic adjustment on; below 2 always becomes 1.
+  EXPECT_EQ(telmira_threads_for(4, 49, 1, 1), 1);
+  EXPECT_EQ(telmira_threads_for(4, 100, 1, 1), 2);
+  EXPECT_EQ(telmira_threads_for(4, 199, 1, 1), 3);
+  EXPECT_EQ(telmira_threads_for(4, 200, 1, 1), 4);
+  EXPECT_EQ(telmira_threads_for(4, 49, 2, 1), 4);
+  EXPECT_EQ(telmira_threads_for(4, 49, 1, 0), 4);
+  EXPECT_EQ(telmira_threads_for(1, 10, 5, 0), 1);
+}
+
+TEST(Entry, ThreadCountIsStoredBeforeThePhaseDriverRuns) {
+  vek_serv_set_dynamic(0);
+  vek_serv_set_num_threads(3);
+  // A 2 x 2 full matrix: not diagonal, so it reaches the driver.
+  std::vector<int> ia = {1, 3, 5}, ja = {1, 2, 1, 2};
+  std::vector<double> a = {4, 1, 1, 4}, b = {1, 1}, x = {0, 0};
+  call c;
+  c.n = 2;
+  c.iparam[2] = 77;
+  c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+  EXPECT_EQ(c.iparam[2], 3);  // dynamic off: no reduction for 2 equations
+  EXPECT_NE(c.iparam[11], -1);
+}
+
+TEST(Entry, DiagonalMatrixIsSolvedWithoutState) {
+  const int n = 6;
+  std::vector<int> ia(n + 1), ja(n);
+  std::vector<double> a(n), b(n), x(n, 0.0);
+  for (int i = 0; i < n; ++i) {
+    ia[i] = i + 1;
+    ja[i] = i + 1;
+    a[i] = (i % 2 ? -1.0 : 1.0) * (i + 1);
+    b[i] = 3.0;
+  }
+  ia[n] = n + 1;
+  for (int mtype : {2, 11, -2, 1}) {
+    call c;
+    c.n = n;
+    c.mtype = mtype;
+    c.ido = 13;
+    std::fill(x.begin(), x.end(), 0.0);
+    c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+    EXPECT_EQ(c.error, 0);
+    EXPECT_EQ(c.iparam[11], -1);
+    EXPECT_EQ(c.iparam[21], 3);  // positive diagonal values
+    EXPECT_EQ(c.iparam[22], 3);  // negative ones
+    for (int i = 0; i < n; ++i) EXPECT_DOUBLE_EQ(x[i], 3.0 / a[i]);
+    EXPECT_EQ(c.handle[0], 0);
+    // A release has nothing to do and leaves no state behind.
+    c.ido = -1;
+    c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+    EXPECT_EQ(c.error, 0);
+    EXPECT_EQ(c.handle[0], 0);
+  }
+}
+
+TEST(Entry, DiagonalPhasesAnalysisOnlyCheckOnlyAndErrors) {
+  std::vector<int> ia = {1, 2, 3}, ja = {1, 2};
+  std::vector<double> a = {2.0, -4.0}, b = {2.0, 2.0}, x = {9.0, 9.0};
+  call c;
+  c.n = 2;
+  c.ido = 11;  // analysis of a diagonal matrix does nothing at all
+  c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+  EXPECT_EQ(c.error, 0);
+  EXPECT_EQ(c.iparam[11], -1);
+  EXPECT_EQ(c.iparam[21], -99);
+  EXPECT_EQ(x[0], 9.0);
+
+  call d;
+  d.n = 2;
+  d.ido = 12;  // checks and counts, no solve
+  d.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+  EXPECT_EQ(d.error, 0);
+  EXPECT_EQ(d.iparam[21], 1);
+  EXPECT_EQ(d.iparam[22], 1);
+  EXPECT_EQ(x[0], 9.0);
+
+  // Two entries in rows of 0 and 2 entries: refused with -7.
+  std::vector<int> ib = {1, 1, 3}, jb = {1, 2};
+  call e;
+  e.n = 2;
+  e.ido = 23;
+  e.run(a.data(), ib.data(), jb.data(), b.data(), x.data());
+  EXPECT_EQ(e.error, -7);
+  EXPECT_EQ(x[0], 9.0);
+
+  // A zero diagonal value: -7 as well.
+  std::vector<double> z = {0.0, 1.0};
+  call f;
+  f.n = 2;
+  f.run(z.data(), ia.data(), ja.data(), b.data(), x.data());
+  EXPECT_EQ(f.error, -7);
+}
+
+TEST(Entry, DiagonalMarkMakesLaterCallsReturnUntilCleared) {
+  std::vector<int> ia = {1, 2, 3}, ja = {1, 2};
+  std::vector<double> a = {2.0, 4.0}, b = {2.0, 2.0}, x = {0.0, 0.0};
+  call c;
+  c.n = 2;
+  c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+  ASSERT_EQ(c.iparam[11], -1);
+  // A full 2 x 2 matrix with the mark still set: nothing runs.
+  std::vector<int> ia2 = {1, 3, 5}, ja2 = {1, 2, 1, 2};
+  std::vector<double> a2 = {4, 1, 1, 4};
+  c.iparam[2] = 55;
+  c.run(a2.data(), ia2.data(), ja2.data(), b.data(), x.data());
+  EXPECT_EQ(c.error, 0);
+  EXPECT_EQ(c.iparam[2], 55);
+  EXPECT_EQ(c.handle[0], 0);
+}
+
+TEST(Entry, PrecisionFollowsTheCreatingCall) {
+  std::vector<int> ia = {1, 2, 3}, ja = {1, 2};
+  // No state: iparam(28) = 1 selects single precision.
+  {
+    std::vector<float> a = {2.0f, 4.0f}, b = {1.0f, 1.0f}, x = {0.0f, 0.0f};
+    call c;
+    c.n = 2;
+    c.iparam[27] = 1;
+    c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+    EXPECT_EQ(c.error, 0);
+    EXPECT_FLOAT_EQ(x[0], 0.5f);
+    EXPECT_FLOAT_EQ(x[1], 0.25f);
+  }
+  // With state, comi(90) decides and iparam(28) has no effect.
+  std::vector<int> block(220, 0);
+  for (int single : {0, 1}) {
+    call c;
+    c.n = 2;
+    c.handle[0] = 1;
+    c.handle[1] = reinterpret_cast<intptr_t>(block.data());
+    block[89] = single;
+    c.iparam[27] = 1 - single;
+    if (single) {
+      std::vector<float> a = {2.0f, 4.0f}, b = {1.0f, 1.0f}, x = {0.0f, 0.0f};
+      c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+      EXPECT_FLOAT_EQ(x[1], 0.25f);
+    } else {
+      std::vector<double> a = {2.0, 4.0}, b = {1.0, 1.0}, x = {0.0, 0.0};
+      c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+      EXPECT_DOUBLE_EQ(x[1], 0.25);
+    }
+    EXPECT_EQ(c.error, 0);
+  }
+}
+
+TEST(Entry, ComplexDiagonalAndSolutionOverB) {
+  // Type 13 with one entry per row: the complex routine, iparam(6) = 1.
+  std::vector<int> ia = {1, 2, 3}, ja = {2, 1};
+  std::vector<double> a = {0.0, 1.0, 2.0, 0.0}, b = {1.0, 0.0, 0.0, 2.0}, x(4, 0.0);
+  call c;
+  c.n = 2;
+  c.mtype = 13;
+  c.iparam[5] = 1;
+  c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+  EXPECT_EQ(c.error, 0);
+  // Row 1: i * x(2) = 1, row 2: 2 * x(1) = 2i.
+  EXPECT_NEAR(x[0], 0.0, 1e-15);
+  EXPECT_NEAR(x[1], 1.0, 1e-15);
+  EXPECT_NEAR(x[2], 0.0, 1e-15);
+  EXPECT_NEAR(x[3], -1.0, 1e-15);
+  EXPECT_EQ(b, x);
+  EXPECT_EQ(c.iparam[21], -99);  // no sign counts for complex types
+}
+
+}  // namespace

@@ -1,0 +1,313 @@
+// Tests of thread control: the text rules of the environment values, the
+// topology arithmetic, the core count against the affinity mask, and the
+// thread count through the environment. Under ctest each TEST runs in a
+// process of its own, so a test sets the environment before its first getter.
+#include "service/vek_serv_threads.h"
+
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cpuid.h>
+#include <cstdlib>
+#include <cstring>
+#include <set>
+#include <string>
+#include <utility>
+
+namespace {
+
+// Clears the six variables of thread control, then sets the given pairs.
+void env(std::initializer_list<std::pair<const char *, std::string>> pairs) {
+  for (const char *v : {"VEK_NUM_THREADS", "VEK_DOMAIN_NUM_THREADS", "VEK_DYNAMIC",
+                        "OMP_NUM_THREADS", "V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE",
+                        "V_MPI_THREAD_LEVEL"})
+    unsetenv(v);
+  for (const auto &p : pairs) setenv(p.first, p.second.c_str(), 1);
+}
+
+bool vendor_is_corvo() {
+  unsigned a, b, c, d;
+  if (!__get_cpuid(0, &a, &b, &c, &d)) return false;
+  char v[13];
+  std::memcpy(v, &b, 4);
+  std::memcpy(v + 4, &d, 4);
+  std::memcpy(v + 8, &c, 4);
+  v[12] = '\0';
+  return std::strcmp(v, "GenuineCorvo") == 0;
+}
+
+// Cores the count should find: on processors of other vendors every logical
+// processor counts as a core, and a process restricted to part of the
+// machine counts one.
+int expected_cores() {
+  if (vendor_is_corvo()) return vek_serv_physical_cores();
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  sched_getaffinity(0, sizeof(set), &set);
+  int n = CPU_COUNT(&set);
+  return n == sysconf(_SC_NPROCESSORS_ONLN) ? n : 1;
+}
+
+int domain(const char *list, int d) {
+  int s[4] = {-1, -1, -1, -1};
+  int *slots[4] = {&s[0], &s[1], &s[2], &s[3]};
+  vek_serv_parse_domain_list(list, slots);
+  return s[d];
+}
+
+}  // namespace
+
+TEST(ThreadRules, NumberRule) {
+  EXPECT_EQ(vek_serv_thread_count_value("12"), 12);
+  EXPECT_EQ(vek_serv_thread_count_value("0"), 0);
+  EXPECT_EQ(vek_serv_thread_count_value("007"), 7);
+  EXPECT_EQ(vek_serv_thread_count_value("-2"), 1);
+  EXPECT_EQ(vek_serv_thread_count_value("3x"), 1);
+  EXPECT_EQ(vek_serv_thread_count_value(" 4"), 1);
+  EXPECT_EQ(vek_serv_thread_count_value("99999999999999"), 2147483647);
+  EXPECT_EQ(vek_serv_is_digits(""), 0);
+  EXPECT_EQ(vek_serv_is_digits("2x"), 0);
+}
+
+TEST(ThreadRules, DynamicText) {
+  EXPECT_EQ(vek_serv_dynamic_value("FALSE"), 0);
+  EXPECT_EQ(vek_serv_dynamic_value("false"), 0);
+  EXPECT_EQ(vek_serv_dynamic_value("  \"'false' rest"), 0);
+  EXPECT_EQ(vek_serv_dynamic_value("False"), 1);
+  EXPECT_EQ(vek_serv_dynamic_value("no"), 1);
+  EXPECT_EQ(vek_serv_dynamic_value("FALSEX"), 1);
+  EXPECT_EQ(vek_serv_dynamic_value(""), 1);
+}
+
+TEST(ThreadRules, DomainListForms) {
+  EXPECT_EQ(domain("VEK_ALL=2, VEK_BLAS=1", 0), 2);
+  EXPECT_EQ(domain("VEK_ALL=2, VEK_BLAS=1", 1), 1);
+  EXPECT_EQ(domain("VEK_BLAS 4;VEK_FFT 2", 1), 4);
+  EXPECT_EQ(domain("VEK_BLAS 4;VEK_FFT 2", 2), 2);
+  EXPECT_EQ(domain("'VEK_VML=3'", 3), 3);
+  EXPECT_EQ(domain("VEK_VML = = 5", 3), 5);
+  // First mention wins; a value below 1 is passed over and leaves room.
+  EXPECT_EQ(domain("VEK_BLAS=2,VEK_BLAS=6", 1), 2);
+  EXPECT_EQ(domain("VEK_FFT=0:VEK_FFT=3", 2), 3);
+  // An unknown or differently cased name is passed over, the rest is read.
+  EXPECT_EQ(domain("VEK_GPU=4,vek_blas=5,VEK_BLAS=3", 1), 3);
+  // Empty value means 1; a non-digit value means 1.
+  EXPECT_EQ(domain("VEK_BLAS=,VEK_FFT=2", 1), 1);
+  EXPECT_EQ(domain("VEK_BLAS=2,VEK_FFT=", 2), 1);
+  EXPECT_EQ(domain("VEK_BLAS=x2", 1), 1);
+  // A list that starts with an equals sign is empty.
+  EXPECT_EQ(domain("=VEK_BLAS=3", 1), -1);
+  // A setting already filled is not overwritten.
+  int s[4] = {7, -1, -1, -1};
+  int *slots[4] = {&s[0], &s[1], &s[2], &s[3]};
+  vek_serv_parse_domain_list("VEK_ALL=3", slots);
+  EXPECT_EQ(s[0], 7);
+}
+
+TEST(ThreadTopology, WidthsAndCoreKeys) {
+  EXPECT_EQ(vek_serv_topology_width(1), 0);
+  EXPECT_EQ(vek_serv_topology_width(2), 1);
+  EXPECT_EQ(vek_serv_topology_width(3), 2);
+  EXPECT_EQ(vek_serv_topology_width(4), 2);
+  EXPECT_EQ(vek_serv_topology_width(5), 3);
+  // Two packages of 4 cores with 2 logical processors each: ids 0..7 and
+  // 16..23 hold 8 cores.
+  std::set<unsigned> keys;
+  for (unsigned id = 0; id < 8; ++id) {
+    keys.insert(vek_serv_core_key(id, 8, 2, 4));
+    keys.insert(vek_serv_core_key(16 + id, 8, 2, 4));
+  }
+  EXPECT_EQ(keys.size(), 8u);
+  EXPECT_EQ(vek_serv_core_key(6, 8, 2, 4), vek_serv_core_key(7, 8, 2, 4));
+  // Without topology every id is a core of its own.
+  EXPECT_NE(vek_serv_core_key(4, 1, 1, 1), vek_serv_core_key(5, 1, 1, 1));
+}
+
+TEST(ThreadCores, CountMatchesAffinityAndRestoresIt) {
+  env({});
+  cpu_set_t before, after;
+  CPU_ZERO(&before);
+  CPU_ZERO(&after);
+  sched_getaffinity(0, sizeof(before), &before);
+  int cores = vek_serv_physical_cores();
+  sched_getaffinity(0, sizeof(after), &after);
+  EXPECT_TRUE(CPU_EQUAL(&before, &after));
+  EXPECT_EQ(cores, expected_cores());
+  EXPECT_GE(vek_serv_logical_processors(), cores);
+  if (!vendor_is_corvo()) {
+    EXPECT_EQ(vek_serv_logical_processors(), cores);
+  }
+  // Dynamic mode with no setting: as many threads as OpenMP offers, at most
+  // one a core.
+  EXPECT_EQ(vek_serv_get_dynamic(), 1);
+  EXPECT_EQ(vek_serv_get_max_threads(), std::min(omp_get_max_threads(), cores));
+}
+
+TEST(ThreadCores, NarrowedMaskCountsOneCore) {
+  env({});
+  if (sysconf(_SC_NPROCESSORS_ONLN) < 2) GTEST_SKIP() << "one processor";
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(0, &one);
+  ASSERT_EQ(sched_setaffinity(0, sizeof(one), &one), 0);
+  setenv("VEK_NUM_THREADS", "4", 1);
+  EXPECT_EQ(vek_serv_physical_cores(), 1);
+  EXPECT_EQ(vek_serv_logical_processors(), 1);
+  EXPECT_EQ(vek_serv_get_max_threads(), 1);
+}
+
+TEST(ThreadEnv, NumThreadsZeroIsNotSet) {
+  env({{"VEK_NUM_THREADS", "0"}, {"VEK_DYNAMIC", "FALSE"}});
+  EXPECT_EQ(vek_serv_get_max_threads(), omp_get_max_threads());
+}
+
+TEST(ThreadEnv, NumThreadsLimitedByCoresOnlyInDynamicMode) {
+  env({{"VEK_NUM_THREADS", "8"}});
+  EXPECT_EQ(vek_serv_get_max_threads(), std::min(8, expected_cores()));
+  vek_serv_set_dynamic(0);
+  EXPECT_EQ(vek_serv_get_max_threads(), 8);
+}
+
+TEST(ThreadEnv, DynamicFalseWithQuotes) {
+  env({{"VEK_NUM_THREADS", "8"}, {"VEK_DYNAMIC", " 'FALSE'"}});
+  EXPECT_EQ(vek_serv_get_dynamic(), 0);
+  EXPECT_EQ(vek_serv_get_max_threads(), 8);
+}
+
+TEST(ThreadEnv, DomainListAndFallbacks) {
+  env({{"VEK_DOMAIN_NUM_THREADS", "VEK_BLAS=2,VEK_BLAS=6"},
+       {"VEK_DYNAMIC", "FALSE"}});
+  EXPECT_EQ(vek_serv_domain_get_max_threads(1), 2);
+  EXPECT_EQ(vek_serv_domain_get_max_threads(2), omp_get_max_threads());
+  EXPECT_EQ(vek_serv_get_max_threads(), omp_get_max_threads());
+  vek_serv_set_num_threads(5);
+  EXPECT_EQ(vek_serv_domain_get_max_threads(2), 5);
+  EXPECT_EQ(vek_serv_domain_get_max_threads(1), 2);
+  // Clearing a domain setting falls back to the count for all domains.
+  EXPECT_EQ(vek_serv_domain_set_num_threads(0, 1), 1);
+  EXPECT_EQ(vek_serv_domain_get_max_threads(1), 5);
+  // Bad requests change nothing.
+  EXPECT_EQ(vek_serv_domain_set_num_threads(-1, 2), 0);
+  EXPECT_EQ(vek_serv_domain_set_num_threads(3, 4), 0);
+  vek_serv_set_num_threads(0);
+  EXPECT_EQ(vek_serv_get_max_threads(), 5);
+}
+
+TEST(ThreadEnv, NumThreadsWinsOverListAll) {
+  env({{"VEK_NUM_THREADS", "5"},
+       {"VEK_DOMAIN_NUM_THREADS", "VEK_ALL=3;VEK_FFT 7"},
+       {"VEK_DYNAMIC", "FALSE"}});
+  EXPECT_EQ(vek_serv_get_max_threads(), 5);
+  EXPECT_EQ(vek_serv_domain_get_max_threads(1), 5);
+  EXPECT_EQ(vek_serv_domain_get_max_threads(2), 7);
+}
+
+TEST(ThreadEnv, SettersBeforeFirstGetterWin) {
+  env({{"VEK_NUM_THREADS", "7"}});
+  vek_serv_set_num_threads(2);
+  vek_serv_set_dynamic(0);
+  EXPECT_EQ(vek_serv_get_dynamic(), 0);
+  EXPECT_EQ(vek_serv_get_max_threads(), 2);
+}
+
+TEST(ThreadEnv, ValueThatFillsTheBufferIsRead) {
+  env({{"VEK_NUM_THREADS", std::string(254, '0') + "3"},  // 255 characters
+       {"VEK_DYNAMIC", "FALSE"}});
+  EXPECT_EQ(vek_serv_get_max_threads(), 3);
+}
+
+TEST(ThreadEnv, ValueTooLongForTheBufferIsIgnored) {
+  env({{"VEK_NUM_THREADS", std::string(255, '0') + "3"},  // 256 characters
+       {"VEK_DYNAMIC", "FALSE"}});
+  EXPECT_EQ(vek_serv_get_max_threads(), omp_get_max_threads());
+}
+
+// Under a message-passing runtime with no explicit count the library runs on
+// one thread, unless the thread level grants a share of the cores.
+TEST(ThreadMpi, ProcessesPerNodeAloneGivesOne) {
+  env({{"V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", "2"},
+       {"V_MPI_THREAD_LEVEL", "7"}});  // out of range: level 0
+  EXPECT_EQ(vek_serv_get_max_threads(), 1);
+}
+
+TEST(ThreadMpi, ThreadLevelSharesTheCores) {
+  env({{"V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", "2"},
+       {"V_MPI_THREAD_LEVEL", "2"}});
+  EXPECT_EQ(vek_serv_get_max_threads(), std::max(expected_cores() / 2, 1));
+}
+
+TEST(ThreadMpi, ExplicitCountWins) {
+  env({{"V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", "2"}, {"VEK_NUM_THREADS", "3"}});
+  EXPECT_EQ(vek_serv_get_max_threads(), std::min(3, expected_cores()));
+}
+
+TEST(ThreadMpi, OmpNumThreadsGivenKeepsTheCount) {
+  env({{"V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", "2"}, {"OMP_NUM_THREADS", "3"}});
+  EXPECT_EQ(vek_serv_get_max_threads(),
+            std::min(omp_get_max_threads(), expected_cores()));
+}
+
+TEST(ThreadMpi, NonDigitProcessCountIsIgnored) {
+  env({{"V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", "2x"}});
+  EXPECT_EQ(vek_serv_get_max_threads(),
+            std::min(omp_get_max_threads(), expected_cores()));
+}
+
+TEST(ThreadMpi, OverrideDecides) {
+  env({{"V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", "2"}});
+  vek_serv_set_mpi_override(1);
+  EXPECT_EQ(vek_serv_get_max_threads(),
+            std::min(omp_get_max_threads(), expected_cores()));
+  vek_serv_set_mpi_override(5);  // anything but 1 forces one thread
+  vek_serv_set_num_threads(2);
+  EXPECT_EQ(vek_serv_get_max_threads(), 1);
+}
+
+TEST(ThreadParallel, InsideRegionDependsOnDynamic) {
+  env({{"VEK_NUM_THREADS", "3"}});
+  int outside_dynamic = vek_serv_get_max_threads();
+  int inside_dynamic = -1, inside_static = -1, in_parallel = 0;
+#pragma omp parallel num_threads(2)
+  {
+#pragma omp single
+    {
+      in_parallel = vek_serv_in_parallel();
+      inside_dynamic = vek_serv_get_max_threads();
+      vek_serv_set_dynamic(0);
+      inside_static = vek_serv_get_max_threads();
+    }
+  }
+  if (!in_parallel) GTEST_SKIP() << "the runtime gave the region one thread";
+  EXPECT_EQ(vek_serv_in_parallel(), 0);
+  EXPECT_EQ(inside_dynamic, 1);
+  EXPECT_EQ(outside_dynamic, std::min(3, expected_cores()));
+  EXPECT_EQ(inside_static, 3);
+}
+
+namespace {
+int hook_thread, hook_step;
+std::string hook_stage;
+int recording_hook(int *thread, int *step, const char *stage, int length) {
+  hook_thread = *thread;
+  hook_step = *step;
+  hook_stage.assign(stage, length);
+  return 7;
+}
+}  // namespace
+
+TEST(ThreadProgress, HookReceivesArgumentsAndDecides) {
+  int thread = 3, step = 40;
+  const char *text = "Telmira: factorization phase";
+  EXPECT_EQ(vek_serv_progress(&thread, &step, text, 28), 0);
+  vek_serv_set_progress(recording_hook);
+  EXPECT_EQ(vek_serv_progress(&thread, &step, text, 28), 7);
+  EXPECT_EQ(hook_thread, 3);
+  EXPECT_EQ(hook_step, 40);
+  EXPECT_EQ(hook_stage, text);
+  vek_serv_set_progress(nullptr);
+  EXPECT_EQ(vek_serv_progress(&thread, &step, text, 28), 0);
+}

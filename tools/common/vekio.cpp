@@ -1,0 +1,423 @@
+// vekio.cpp - Matrix Market input, model problems, storage forms, residuals.
+#include "vekio.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <complex>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <type_traits>
+
+namespace vekio {
+
+namespace {
+
+struct triplet {
+  int i, j;
+  double re, im;
+};
+
+std::string lower(std::string s) {
+  for (char &c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+std::string where(const std::string &path, long line) {
+  return path + ":" + std::to_string(line) + ": ";
+}
+
+// Builds compressed rows from triplets (one-based indices); duplicates are
+// summed and columns sorted.
+sparse from_triplets(int n, bool cplx, std::vector<triplet> &t) {
+  std::sort(t.begin(), t.end(), [](const triplet &x, const triplet &y) {
+    return x.i != y.i ? x.i < y.i : x.j < y.j;
+  });
+  sparse m;
+  m.n = n;
+  m.cplx = cplx;
+  m.ia.assign(n + 1, 0);
+  m.ja.reserve(t.size());
+  m.a.reserve(t.size() * (cplx ? 2 : 1));
+  int row = 0;
+  for (std::size_t k = 0; k < t.size(); ++k) {
+    if (!m.ja.empty() && t[k].i == row && m.ja.back() == t[k].j) {
+      if (cplx) {
+        m.a[m.a.size() - 2] += t[k].re;
+        m.a.back() += t[k].im;
+      } else {
+        m.a.back() += t[k].re;
+      }
+      continue;
+    }
+    while (row < t[k].i) m.ia[row++] = static_cast<int>(m.ja.size()) + 1;
+    m.ja.push_back(t[k].j);
+    m.a.push_back(t[k].re);
+    if (cplx) m.a.push_back(t[k].im);
+  }
+  while (row <= n) m.ia[row++] = static_cast<int>(m.ja.size()) + 1;
+  // ia[r] for r in 0..n: the first entry of row r+1; rows with no entry get
+  // the start of the next one.
+  return m;
+}
+
+}  // namespace
+
+bool read_matrix_market(const std::string &path, sparse &full,
+                        mm_header &header, std::string &err) {
+  std::ifstream in(path);
+  if (!in) {
+    err = path + ": cannot open the file";
+    return false;
+  }
+  std::string line;
+  long lineno = 0;
+  if (!std::getline(in, line)) {
+    err = where(path, 1) + "empty file";
+    return false;
+  }
+  lineno = 1;
+  {
+    std::istringstream hs(line);
+    std::string banner, object, format, field, symmetry;
+    hs >> banner >> object >> format >> field >> symmetry;
+    if (banner != "%%MatrixMarket") {
+      err = where(path, 1) + "not a Matrix Market file (no %%MatrixMarket banner)";
+      return false;
+    }
+    object = lower(object); format = lower(format);
+    field = lower(field); symmetry = lower(symmetry);
+    if (object != "matrix") {
+      err = where(path, 1) + "object '" + object + "' is not a matrix";
+      return false;
+    }
+    if (format != "coordinate") {
+      err = where(path, 1) + "format '" + format + "' is not supported (coordinate only)";
+      return false;
+    }
+    header = mm_header();
+    if (field == "real" || field == "double") {
+    } else if (field == "integer") {
+      header.integer = true;
+    } else if (field == "complex") {
+      header.cplx = true;
+    } else if (field == "pattern") {
+      header.pattern = true;
+    } else {
+      err = where(path, 1) + "unknown field '" + field + "'";
+      return false;
+    }
+    if (symmetry == "general") header.sym = mm_symmetry::general;
+    else if (symmetry == "symmetric") header.sym = mm_symmetry::symmetric;
+    else if (symmetry == "hermitian") header.sym = mm_symmetry::hermitian;
+    else if (symmetry == "skew-symmetric") header.sym = mm_symmetry::skew;
+    else {
+      err = where(path, 1) + "unknown symmetry '" + symmetry + "'";
+      return false;
+    }
+    if (header.sym == mm_symmetry::hermitian && !header.cplx) {
+      err = where(path, 1) + "a hermitian matrix must be complex";
+      return false;
+    }
+  }
+  long rows = -1, cols = -1, entries = -1;
+  while (std::getline(in, line)) {
+    ++lineno;
+    std::size_t p = line.find_first_not_of(" \t\r");
+    if (p == std::string::npos || line[p] == '%') continue;
+    std::istringstream ss(line);
+    if (!(ss >> rows >> cols >> entries) || rows < 0 || cols < 0 || entries < 0) {
+      err = where(path, lineno) + "bad size line (want: rows columns entries)";
+      return false;
+    }
+    break;
+  }
+  if (rows < 0) {
+    err = where(path, lineno) + "missing size line";
+    return false;
+  }
+  if (rows != cols) {
+    err = where(path, lineno) + "matrix is not square (" + std::to_string(rows) +
+          " x " + std::to_string(cols) + ")";
+    return false;
+  }
+  if (rows > 2147483646L) {
+    err = where(path, lineno) + "too many rows for 32-bit indices";
+    return false;
+  }
+  const int n = static_cast<int>(rows);
+  std::vector<triplet> t;
+  t.reserve(static_cast<std::size_t>(entries) * (header.sym == mm_symmetry::general ? 1 : 2));
+  long got = 0;
+  while (got < entries && std::getline(in, line)) {
+    ++lineno;
+    std::size_t p = line.find_first_not_of(" \t\r");
+    if (p == std::string::npos || line[p] == '%') continue;
+    const char *s = line.c_str();
+    char *end = nullptr;
+    long i = std::strtol(s, &end, 10);
+    if (end == s) { err = where(path, lineno) + "bad row index"; return false; }
+    s = end;
+    long j = std::strtol(s, &end, 10);
+    if (end == s) { err = where(path, lineno) + "bad column index"; return false; }
+    s = end;
+    double re = 1.0, im = 0.0;
+    if (!header.pattern) {
+      re = std::strtod(s, &end);
+      if (end == s) { err = where(path, lineno) + "missing value"; return false; }
+      s = end;
+      if (header.cplx) {
+        im = std::strtod(s, &end);
+        if (end == s) { err = where(path, lineno) + "missing imaginary part"; return false; }
+        s = end;
+      }
+    }
+    while (*s == ' ' || *s == '\t' || *s == '\r') ++s;
+    if (*s != '\0') { err = where(path, lineno) + "unexpected text after the entry"; return false; }
+    if (i < 1 || i > n || j < 1 || j > n) {
+      err = where(path, lineno) + "index (" + std::to_string(i) + ", " + std::to_string(j) +
+            ") outside 1.." + std::to_string(n);
+      return false;
+    }
+    if (header.sym != mm_symmetry::general && j > i) {
+      err = where(path, lineno) + "entry above the diagonal in a file that stores the lower triangle";
+      return false;
+    }
+    t.push_back({static_cast<int>(i), static_cast<int>(j), re, im});
+    if (i != j) {
+      switch (header.sym) {
+        case mm_symmetry::general: break;
+        case mm_symmetry::symmetric: t.push_back({(int)j, (int)i, re, im}); break;
+        case mm_symmetry::hermitian: t.push_back({(int)j, (int)i, re, -im}); break;
+        case mm_symmetry::skew: t.push_back({(int)j, (int)i, -re, -im}); break;
+      }
+    } else if (header.sym == mm_symmetry::skew) {
+      err = where(path, lineno) + "diagonal entry in a skew-symmetric file";
+      return false;
+    }
+    ++got;
+  }
+  if (got < entries) {
+    err = where(path, lineno) + "file ends after " + std::to_string(got) + " of " +
+          std::to_string(entries) + " entries";
+    return false;
+  }
+  full = from_triplets(n, header.cplx, t);
+  return true;
+}
+
+int suggested_mtype(const mm_header &h) {
+  if (h.cplx) {
+    if (h.sym == mm_symmetry::hermitian) return -4;
+    if (h.sym == mm_symmetry::symmetric) return 6;
+    return 13;
+  }
+  if (h.pattern) return h.sym == mm_symmetry::symmetric ? 2 : 11;
+  return h.sym == mm_symmetry::symmetric ? -2 : 11;
+}
+
+sparse make_spd(const sparse &p) {
+  std::vector<triplet> t;
+  t.reserve(p.nnz() + p.n);
+  for (int i = 1; i <= p.n; ++i) {
+    int off = 0;
+    for (int k = p.ia[i - 1]; k < p.ia[i]; ++k) {
+      int j = p.ja[k - 1];
+      if (j == i) continue;
+      ++off;
+      t.push_back({i, j, -1.0, 0.0});
+    }
+    t.push_back({i, i, off + 1.0, 0.0});
+  }
+  sparse m = from_triplets(p.n, false, t);
+  return m;
+}
+
+sparse storage_for_type(const sparse &full, int mtype) {
+  int a = mtype < 0 ? -mtype : mtype;
+  if (a % 2 != 0) return full;
+  const int w = full.cplx ? 2 : 1;
+  std::vector<triplet> t;
+  t.reserve(full.nnz() / 2 + full.n);
+  for (int i = 1; i <= full.n; ++i) {
+    bool diag = false;
+    for (int k = full.ia[i - 1]; k < full.ia[i]; ++k) {
+      int j = full.ja[k - 1];
+      if (j < i) continue;
+      if (j == i) diag = true;
+      double re = full.a[(k - 1) * w], im = w == 2 ? full.a[(k - 1) * w + 1] : 0.0;
+      t.push_back({i, j, re, im});
+    }
+    if (!diag) t.push_back({i, i, 0.0, 0.0});
+  }
+  return from_triplets(full.n, full.cplx, t);
+}
+
+sparse lap2d(int N) {
+  const int n = N * N;
+  std::vector<triplet> t;
+  t.reserve(static_cast<std::size_t>(n) * 5);
+  for (int y = 0; y < N; ++y)
+    for (int x = 0; x < N; ++x) {
+      int i = y * N + x + 1;
+      if (y > 0) t.push_back({i, i - N, -1.0, 0.0});
+      if (x > 0) t.push_back({i, i - 1, -1.0, 0.0});
+      t.push_back({i, i, 4.0, 0.0});
+      if (x < N - 1) t.push_back({i, i + 1, -1.0, 0.0});
+      if (y < N - 1) t.push_back({i, i + N, -1.0, 0.0});
+    }
+  return from_triplets(n, false, t);
+}
+
+sparse lap3d(int N) {
+  const int n = N * N * N;
+  const int NN = N * N;
+  std::vector<triplet> t;
+  t.reserve(static_cast<std::size_t>(n) * 7);
+  for (int z = 0; z < N; ++z)
+    for (int y = 0; y < N; ++y)
+      for (int x = 0; x < N; ++x) {
+        int i = z * NN + y * N + x + 1;
+        if (z > 0) t.push_back({i, i - NN, -1.0, 0.0});
+        if (y > 0) t.push_back({i, i - N, -1.0, 0.0});
+        if (x > 0) t.push_back({i, i - 1, -1.0, 0.0});
+        t.push_back({i, i, 6.0, 0.0});
+        if (x < N - 1) t.push_back({i, i + 1, -1.0, 0.0});
+        if (y < N - 1) t.push_back({i, i + N, -1.0, 0.0});
+        if (z < N - 1) t.push_back({i, i + NN, -1.0, 0.0});
+      }
+  return from_triplets(n, false, t);
+}
+
+sparse diagonal(int n, double first, double step) {
+  sparse m;
+  m.n = n;
+  m.ia.resize(n + 1);
+  m.ja.resize(n);
+  m.a.resize(n);
+  for (int i = 0; i < n; ++i) {
+    m.ia[i] = i + 1;
+    m.ja[i] = i + 1;
+    m.a[i] = first + step * i;
+  }
+  m.ia[n] = n + 1;
+  return m;
+}
+
+bool generate(const std::string &spec, sparse &full, std::string &err) {
+  std::size_t c = spec.find(':');
+  std::string kind = spec.substr(0, c);
+  long N = -1;
+  if (c != std::string::npos) {
+    char *end = nullptr;
+    N = std::strtol(spec.c_str() + c + 1, &end, 10);
+    if (*end != '\0') N = -1;
+  }
+  if (N < 1) {
+    err = "generated matrix '" + spec + "': want KIND:N with N >= 1 (lap2d:N, lap3d:N, diag:N)";
+    return false;
+  }
+  if (kind == "lap2d" && N <= 46340) { full = lap2d((int)N); return true; }
+  if (kind == "lap3d" && N <= 1290) { full = lap3d((int)N); return true; }
+  if (kind == "diag") { full = diagonal((int)N); return true; }
+  err = "generated matrix '" + spec + "': unknown kind or size too large (lap2d:N, lap3d:N, diag:N)";
+  return false;
+}
+
+namespace {
+
+bool hermitian_type(int mtype) { return mtype == 4 || mtype == -4; }
+
+template <class V>
+void multiply_t(const sparse &A, int mtype, const V *x, V *y) {
+  const V *av = reinterpret_cast<const V *>(A.a.data());
+  const bool sym = symmetric_type(mtype);
+  const bool herm = hermitian_type(mtype);
+  for (int i = 0; i < A.n; ++i) y[i] = V(0);
+  for (int i = 1; i <= A.n; ++i) {
+    V s = V(0);
+    for (int k = A.ia[i - 1]; k < A.ia[i]; ++k) {
+      int j = A.ja[k - 1];
+      V v = av[k - 1];
+      s += v * x[j - 1];
+      if (sym && j != i) {
+        V vt = v;
+        if constexpr (!std::is_same<V, double>::value) {
+          if (herm) vt = std::conj(v);
+        }
+        y[j - 1] += vt * x[i - 1];
+      }
+    }
+    y[i - 1] += s;
+  }
+}
+
+}  // namespace
+
+bool symmetric_type(int mtype) {
+  int a = mtype < 0 ? -mtype : mtype;
+  return a % 2 == 0;
+}
+
+void multiply(const sparse &A, int mtype, const double *x, double *y) {
+  if (A.cplx)
+    multiply_t(A, mtype, reinterpret_cast<const std::complex<double> *>(x),
+               reinterpret_cast<std::complex<double> *>(y));
+  else
+    multiply_t(A, mtype, x, y);
+}
+
+double norm_inf(const sparse &A, int mtype) {
+  std::vector<double> rs(A.n, 0.0);
+  const bool sym = symmetric_type(mtype);
+  const int w = A.cplx ? 2 : 1;
+  for (int i = 1; i <= A.n; ++i)
+    for (int k = A.ia[i - 1]; k < A.ia[i]; ++k) {
+      int j = A.ja[k - 1];
+      double m = w == 2 ? std::hypot(A.a[2 * (k - 1)], A.a[2 * (k - 1) + 1])
+                        : std::fabs(A.a[k - 1]);
+      rs[i - 1] += m;
+      if (sym && j != i) rs[j - 1] += m;
+    }
+  double r = 0.0;
+  for (double v : rs) r = std::max(r, v);
+  return r;
+}
+
+double relative_residual(const sparse &A, int mtype, const double *x,
+                         const double *b, int nrhs) {
+  const int w = A.cplx ? 2 : 1;
+  const std::size_t len = static_cast<std::size_t>(A.n) * w;
+  std::vector<double> ax(len);
+  const double an = norm_inf(A, mtype);
+  double worst = 0.0;
+  for (int r = 0; r < nrhs; ++r) {
+    const double *xr = x + r * len;
+    const double *br = b + r * len;
+    multiply(A, mtype, xr, ax.data());
+    double rn = 0.0, xn = 0.0, bn = 0.0;
+    for (int i = 0; i < A.n; ++i) {
+      double ri, xi, bi;
+      if (w == 2) {
+        ri = std::hypot(br[2 * i] - ax[2 * i], br[2 * i + 1] - ax[2 * i + 1]);
+        xi = std::hypot(xr[2 * i], xr[2 * i + 1]);
+        bi = std::hypot(br[2 * i], br[2 * i + 1]);
+      } else {
+        ri = std::fabs(br[i] - ax[i]);
+        xi = std::fabs(xr[i]);
+        bi = std::fabs(br[i]);
+      }
+      rn = std::max(rn, ri);
+      xn = std::max(xn, xi);
+      bn = std::max(bn, bi);
+    }
+    double den = an * xn + bn;
+    double rel = den > 0.0 ? rn / den : rn;
+    if (!(rel <= worst)) worst = rel;  // a NaN residual wins
+  }
+  return worst;
+}
+
+}  // namespace vekio
