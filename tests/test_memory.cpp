@@ -3,10 +3,13 @@
 #include "service/vek_serv_memory.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <future>
+#include <map>
 #include <thread>
 #include <vector>
 
@@ -42,7 +45,8 @@ struct RecordingHeap {
     // Move to a block with a different low-bit pattern so that a lost
     // offset or a stale back pointer shows.
     char *q = static_cast<char *>(std::malloc(n + 16)) + 8;
-    std::memcpy(q, p, n);  // the caller only grows blocks in these tests
+    std::size_t old = malloc_usable_size(p);
+    std::memcpy(q, p, old < n ? old : n);
     std::free(p);
     return last_block = q;
   }
@@ -86,17 +90,9 @@ void *back_pointer(const void *user) {
 
 }  // namespace
 
-TEST(AlignmentRule, SmallMeansNoneOddBecomes32) {
-  EXPECT_EQ(0, vek_serv_effective_alignment(-5));
-  EXPECT_EQ(0, vek_serv_effective_alignment(3));
-  EXPECT_EQ(4, vek_serv_effective_alignment(4));
-  EXPECT_EQ(32, vek_serv_effective_alignment(48));
-  EXPECT_EQ(32, vek_serv_effective_alignment(5));
-  EXPECT_EQ(128, vek_serv_effective_alignment(128));
-  EXPECT_EQ(4096, vek_serv_effective_alignment(4096));
-}
-
 TEST_F(BackPointer, MallocLayoutPerAlignment) {
+  EXPECT_EQ(32, vek_serv_effective_alignment(5));
+  EXPECT_EQ(4096, vek_serv_effective_alignment(4096));
   const std::size_t W = sizeof(void *);
   struct { int asked; std::uintptr_t got; } cases[] = {
       {3, 0}, {4, 4}, {48, 32}, {128, 128}};
@@ -235,4 +231,297 @@ TEST(SpinLock, ExcludesConcurrentWriters) {
   t1.join();
   t2.join();
   EXPECT_EQ(10000, counter);
+}
+
+// ---------------------------------------------------------------------------
+// Thread cache. Every test starts from an empty cache; the environment is
+// read once per process, which the ctest run (one process per test) gives
+// each test afresh.
+// ---------------------------------------------------------------------------
+
+namespace {
+
+// A heap whose blocks start a chosen distance past a 256-byte boundary.
+struct OffsetHeap {
+  static std::uintptr_t offset;
+  static void *do_malloc(std::size_t n) {
+    ++RecordingHeap::mallocs;
+    char *p = static_cast<char *>(std::aligned_alloc(256, (n + 511) / 256 * 256));
+    base[p + offset] = p;
+    RecordingHeap::last_block = p + offset;
+    RecordingHeap::last_size = n;
+    return p + offset;
+  }
+  static void do_free(void *p) {
+    ++RecordingHeap::frees;
+    RecordingHeap::freed.push_back(p);
+    std::free(base.at(p));
+    base.erase(p);
+  }
+  static std::map<void *, void *> base;
+};
+std::uintptr_t OffsetHeap::offset;
+std::map<void *, void *> OffsetHeap::base;
+
+class Cache : public BackPointer {
+ protected:
+  void SetUp() override {
+    BackPointer::SetUp();
+    vek_serv_free_buffers();
+    RecordingHeap::mallocs = RecordingHeap::frees = 0;
+    RecordingHeap::freed.clear();
+  }
+  void TearDown() override {
+    vek_serv_free_buffers();
+    BackPointer::TearDown();
+  }
+  static std::int64_t stat(int *count) { return vek_serv_mem_stat(count); }
+};
+
+const std::int64_t MiB = 1 << 20;
+
+}  // namespace
+
+TEST_F(Cache, SizeBelowOneGivesNull) {
+  EXPECT_EQ(nullptr, vek_serv_allocate(0, 128));
+  EXPECT_EQ(nullptr, vek_serv_allocate(-8, 128));
+  EXPECT_EQ(0, RecordingHeap::mallocs);
+  vek_serv_deallocate(nullptr);
+  EXPECT_EQ(0, RecordingHeap::frees);
+}
+
+TEST_F(Cache, ReleasedBlockIsReusedWithoutHeap) {
+  void *p = vek_serv_allocate(1000, 128);
+  ASSERT_NE(nullptr, p);
+  EXPECT_EQ(0u, addr(p) % 128);
+  int count = 0;
+  EXPECT_EQ(1128, stat(&count));
+  EXPECT_EQ(1, count);
+  vek_serv_deallocate(p);
+  int mallocs = RecordingHeap::mallocs;
+  EXPECT_EQ(p, vek_serv_allocate(1000, 128));
+  vek_serv_deallocate(p);
+  // Same size + alignment, other alignment: the same block, realigned.
+  void *q = vek_serv_allocate(1096, 32);
+  EXPECT_EQ(0u, addr(q) % 32);
+  EXPECT_GE(addr(q), addr(p) - 128);
+  EXPECT_LE(addr(q), addr(p));
+  vek_serv_deallocate(q);
+  EXPECT_EQ(mallocs, RecordingHeap::mallocs);
+  EXPECT_EQ(0, RecordingHeap::frees);
+  EXPECT_EQ(1128, stat(&count));
+  EXPECT_EQ(1, count);
+}
+
+TEST_F(Cache, AlignedHeapBlockIsHandedOutAtItsStart) {
+  vek_serv_heap.malloc_fn = OffsetHeap::do_malloc;
+  vek_serv_heap.free_fn = OffsetHeap::do_free;
+  OffsetHeap::offset = 128;  // already 128-aligned
+  void *a = vek_serv_allocate(300, 128);
+  EXPECT_EQ(RecordingHeap::last_block, a);
+  OffsetHeap::offset = 72;   // 8-aligned: rounded up to the next boundary
+  void *b = vek_serv_allocate(301, 128);
+  EXPECT_EQ(addr(RecordingHeap::last_block) + 56, addr(b));
+  OffsetHeap::offset = 8;
+  void *c = vek_serv_allocate(302, 2);  // no alignment
+  EXPECT_EQ(RecordingHeap::last_block, c);
+  vek_serv_deallocate(a);
+  vek_serv_deallocate(b);
+  vek_serv_deallocate(c);
+  EXPECT_EQ(0, RecordingHeap::frees);
+  vek_serv_free_buffers();
+  EXPECT_EQ(4, RecordingHeap::frees);  // the three blocks and the state
+}
+
+TEST_F(Cache, FreeSlotPreferredOverLargerIdleBlockThenFirstFit) {
+  void *big2 = vek_serv_allocate(2 * MiB, 128);
+  void *big1 = vek_serv_allocate(1 * MiB, 128);
+  vek_serv_deallocate(big2);
+  vek_serv_deallocate(big1);
+  // Slots 0 and 1 idle and larger, three slots free: new slots are opened.
+  void *held[3];
+  for (int i = 0; i < 3; ++i) {
+    int before = RecordingHeap::mallocs;
+    held[i] = vek_serv_allocate(100 * 1024 + i, 128);
+    EXPECT_EQ(before + 1, RecordingHeap::mallocs) << i;
+    EXPECT_NE(big1, held[i]);
+    EXPECT_NE(big2, held[i]);
+  }
+  int count = 0;
+  stat(&count);
+  EXPECT_EQ(5, count);
+  // All five slots exist: the first idle larger block is taken (slot 0,
+  // 2 MiB), not the best fitting one.
+  int before = RecordingHeap::mallocs;
+  void *p = vek_serv_allocate(100 * 1024, 128);
+  EXPECT_EQ(big2, p);
+  void *r = vek_serv_allocate(100 * 1024, 128);
+  EXPECT_EQ(big1, r);
+  EXPECT_EQ(before, RecordingHeap::mallocs);
+  // The reused blocks keep their size.
+  EXPECT_EQ(3 * MiB + 2 * 128 + 3 * (100 * 1024 + 128) + 3, stat(&count));
+  for (void *h : held) vek_serv_deallocate(h);
+  vek_serv_deallocate(p);
+  vek_serv_deallocate(r);
+}
+
+TEST_F(Cache, SixthBufferComesStraightFromHeap) {
+  void *held[5];
+  for (int i = 0; i < 5; ++i) held[i] = vek_serv_allocate(4096, 128);
+  int before = RecordingHeap::mallocs;
+  void *sixth = vek_serv_allocate(4096, 128);
+  ASSERT_NE(nullptr, sixth);
+  EXPECT_EQ(before + 1, RecordingHeap::mallocs);
+  EXPECT_EQ(sixth, RecordingHeap::last_block);  // neither padded nor aligned
+  EXPECT_EQ(4096u, RecordingHeap::last_size);
+  int count = 0;
+  EXPECT_EQ(5 * (4096 + 128), stat(&count));
+  EXPECT_EQ(5, count);
+  vek_serv_deallocate(sixth);
+  ASSERT_EQ(1, RecordingHeap::frees);
+  EXPECT_EQ(sixth, RecordingHeap::freed.back());
+  for (void *h : held) vek_serv_deallocate(h);
+  EXPECT_EQ(1, RecordingHeap::frees);
+}
+
+TEST_F(Cache, SmallerIdleBlockIsReplaced) {
+  void *held[5];
+  for (int i = 0; i < 5; ++i) held[i] = vek_serv_allocate(1000, 128);
+  vek_serv_deallocate(held[2]);
+  // All slots exist, none larger: slot 2's block is freed and replaced.
+  held[2] = vek_serv_allocate(5000, 128);
+  ASSERT_EQ(1, RecordingHeap::frees);
+  EXPECT_EQ(5128u, RecordingHeap::last_size);
+  int count = 0;
+  EXPECT_EQ(4 * 1128 + 5128, stat(&count));
+  EXPECT_EQ(5, count);
+  for (void *h : held) vek_serv_deallocate(h);
+}
+
+TEST_F(Cache, ExactlyFortyMebibytesIsCached) {
+  const std::int64_t cap = 41943040;
+  void *p = vek_serv_allocate(cap, 128);
+  ASSERT_NE(nullptr, p);
+  EXPECT_EQ(static_cast<std::size_t>(cap + 128), RecordingHeap::last_size);
+  void *q = vek_serv_allocate(cap + 1, 128);
+  ASSERT_NE(nullptr, q);
+  EXPECT_EQ(static_cast<std::size_t>(cap + 1), RecordingHeap::last_size);
+  int count = 0;
+  EXPECT_EQ(cap + 128, stat(&count));
+  EXPECT_EQ(1, count);
+  vek_serv_deallocate(q);  // found in no slot: freed through the heap
+  ASSERT_EQ(1, RecordingHeap::frees);
+  EXPECT_EQ(q, RecordingHeap::freed.back());
+  vek_serv_deallocate(p);
+  EXPECT_EQ(1, RecordingHeap::frees);
+}
+
+TEST_F(Cache, RefusedSlotBlockGivesNullAndNoBusySlot) {
+  void *p = vek_serv_allocate(64, 128);
+  vek_serv_deallocate(p);
+  RecordingHeap::refuse = true;
+  EXPECT_EQ(nullptr, vek_serv_allocate(999, 128));
+  RecordingHeap::refuse = false;
+  int count = 0;
+  EXPECT_EQ(192, stat(&count));
+  EXPECT_EQ(1, count);
+  EXPECT_EQ(p, vek_serv_allocate(64, 128));  // slot 0 was not disturbed
+  vek_serv_deallocate(p);
+}
+
+TEST_F(Cache, ReleaseFromAnotherThreadReturnsToOwnersSlot) {
+  void *p = nullptr, *again = nullptr;
+  int mallocs_between = -1;
+  std::promise<void> allocated, released;
+  std::thread owner([&] {
+    p = vek_serv_allocate(777, 128);
+    allocated.set_value();
+    released.get_future().wait();
+    int before = RecordingHeap::mallocs;
+    again = vek_serv_allocate(777, 128);
+    mallocs_between = RecordingHeap::mallocs - before;
+    vek_serv_deallocate(again);
+  });
+  allocated.get_future().wait();
+  vek_serv_deallocate(p);  // this thread has no slot holding p
+  EXPECT_EQ(0, RecordingHeap::frees);
+  released.set_value();
+  owner.join();
+  EXPECT_EQ(p, again);
+  EXPECT_EQ(0, mallocs_between);
+  // The ended thread's state stays registered with its block.
+  int count = 0;
+  EXPECT_EQ(777 + 128, stat(&count));
+  EXPECT_EQ(1, count);
+}
+
+TEST_F(Cache, ThreadFreeBuffersKeepsBusyBlocksAndHoles) {
+  void *a = vek_serv_allocate(100, 128);
+  void *b = vek_serv_allocate(200, 128);
+  vek_serv_deallocate(a);
+  vek_serv_thread_free_buffers();
+  ASSERT_EQ(1, RecordingHeap::frees);
+  int count = 0;
+  EXPECT_EQ(328, stat(&count));
+  EXPECT_EQ(2, count);  // slot 0 is a hole below the busy slot 1
+  vek_serv_deallocate(b);
+  vek_serv_thread_free_buffers();
+  EXPECT_EQ(2, RecordingHeap::frees);
+  EXPECT_EQ(0, stat(&count));
+  EXPECT_EQ(0, count);
+}
+
+TEST_F(Cache, FreeBuffersEndsTheCacheOnlyWhenNothingIsBusy) {
+  void *a = vek_serv_allocate(100, 128);
+  void *b = vek_serv_allocate(200, 128);
+  std::thread other([] { vek_serv_deallocate(vek_serv_allocate(300, 128)); });
+  other.join();
+  vek_serv_deallocate(a);
+  vek_serv_free_buffers();  // b is still out: idle blocks go, states stay
+  EXPECT_EQ(2, RecordingHeap::frees);
+  int count = 0;
+  EXPECT_EQ(328, stat(&count));
+  EXPECT_EQ(2, count);
+  vek_serv_deallocate(b);  // still found in its slot, not freed directly
+  EXPECT_EQ(2, RecordingHeap::frees);
+  vek_serv_free_buffers();
+  EXPECT_EQ(0, stat(&count));
+  EXPECT_EQ(0, count);
+  // A fresh cache serves the next request.
+  void *c = vek_serv_allocate(100, 128);
+  EXPECT_EQ(228, stat(&count));
+  EXPECT_EQ(1, count);
+  vek_serv_deallocate(c);
+}
+
+// The switches are read once per process; each case needs its own process.
+TEST(CacheEnvironment, AnyValueDisables) {
+  setenv("VEK_MM_DISABLE", "0", 1);  // not parsed: "0" disables too
+  vek_serv_heap_table saved = vek_serv_heap;
+  vek_serv_heap = {RecordingHeap::do_malloc, RecordingHeap::do_calloc,
+                   RecordingHeap::do_realloc, RecordingHeap::do_free};
+  RecordingHeap::mallocs = RecordingHeap::frees = 0;
+  for (int round = 0; round < 2; ++round) {
+    void *p = vek_serv_allocate(1000, 128);
+    EXPECT_EQ(RecordingHeap::last_block, p);
+    EXPECT_EQ(1000u, RecordingHeap::last_size);
+    vek_serv_deallocate(p);
+  }
+  EXPECT_EQ(2, RecordingHeap::mallocs);
+  EXPECT_EQ(2, RecordingHeap::frees);
+  int count = 0;
+  EXPECT_EQ(0, vek_serv_mem_stat(&count));
+  EXPECT_EQ(-1, count);
+  vek_serv_heap = saved;
+}
+
+TEST(CacheEnvironment, EmptyValueCountsAsUnset) {
+  setenv("VEK_DISABLE_FAST_MM", "", 1);
+  setenv("VEK_MM_DISABLE", "", 1);
+  void *p = vek_serv_allocate(10, 128);
+  int count = -5;
+  EXPECT_EQ(138, vek_serv_mem_stat(&count));
+  EXPECT_EQ(1, count);
+  vek_serv_deallocate(p);
+  vek_serv_free_buffers();
 }
