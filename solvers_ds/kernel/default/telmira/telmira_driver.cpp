@@ -32,6 +32,7 @@ struct call_record {
   int level;          // limited message level, 0 or 1
   int phase;          // the phase as the call asked for it
   int entries;        // stored entries of this call's matrix
+  int entries_in;     // ia(neqns+1)-1 as the caller gave it
   int stored_entries; // COMI(54) when the call began
   int quiet;          // 1: return without the end of a call
   storage_sums sums;
@@ -299,6 +300,7 @@ void run_call(std::intptr_t *handle, const int *max_fac_store,
   const int from_ia = (n >= 0 && ia != nullptr) ? ia[n] - 1 : 0;
   if (F == 1 || F == 2) COMI(54) = from_ia;
   rec->entries = F == 3 ? COMI(54) : from_ia;
+  rec->entries_in = from_ia;
 
   int max_fac_store_c, matrix_number_c, matrix_type_c, neqns_c, nb_c,
       entries_c, checked_phase;
@@ -370,7 +372,7 @@ void end_call(std::intptr_t *handle, const int *max_fac_store,
     } else {
       const int sum = sums.failed_sum;
       telmira_report(&err, &rec->status, comi, max_fac_store, matrix_number,
-                     matrix_type, ido, &rec->phase, neqns, nb, &rec->entries,
+                     matrix_type, ido, &rec->phase, neqns, nb, &rec->entries_in,
                      &rec->stored_entries, iparam, &sums.failed_bytes, &sum);
     }
   }
