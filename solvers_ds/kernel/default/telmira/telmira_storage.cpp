@@ -1,0 +1,285 @@
+// telmira_storage.cpp - the storage plan of a solver handle: the blocks of
+// a state, the driver's allocation with its statuses and memory sums, the
+// factor entries, fact_plan, the release order, and the allocators of the
+// toolkit that end the process on failure.
+#include "telmira_storage.h"
+
+#include "service/vek_serv_memory.h"
+#include "telmira_types.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace tlm {
+
+state_view state_of(const std::intptr_t *handle) {
+  state_view s{};
+  char *basic = reinterpret_cast<char *>(handle[SLOT_BASIC]);
+  if (basic != nullptr) {
+    s.comi = reinterpret_cast<int *>(basic);
+    s.comr = reinterpret_cast<double *>(basic + 4 * COMI_WORDS);
+    s.comx = reinterpret_cast<int *>(basic + 4 * COMI_WORDS + 8 * COMR_WORDS);
+  }
+  s.fact_adr = reinterpret_cast<std::intptr_t *>(handle[SLOT_FACT_ADR]);
+  s.ooc_adr = reinterpret_cast<void **>(handle[SLOT_OOC_ADR]);
+  if (s.ooc_adr != nullptr) {
+    s.ooc_path = static_cast<char *>(s.ooc_adr[0]);
+    s.ooc_l = static_cast<int *>(s.ooc_adr[1]);
+    s.ooc_r = s.ooc_adr[2];
+    s.ooc = s.ooc_adr[3];
+  }
+  return s;
+}
+
+int kbytes_of(std::int64_t bytes) {
+  return bytes > 0 ? static_cast<int>(bytes / 1024 + 1) : 0;
+}
+
+int storage_alloc(void **slot, std::int64_t bytes, int failure_status,
+                  int *status, storage_sums *sums) {
+  if (bytes <= 0) return 1;
+  void *p = nullptr;
+  if (bytes <= INT_MAX)
+    p = vek_serv_calloc(static_cast<int>(bytes), 1, ALIGNMENT);
+  if (p == nullptr) {
+    *status = failure_status;
+    sums->failed_bytes = bytes;
+    sums->failed_sum = sums->analysis;
+    return 0;
+  }
+  *slot = p;
+  if (sums->counting) sums->analysis += kbytes_of(bytes);
+  return 1;
+}
+
+int storage_alloc_slot(std::intptr_t *handle, int slot, std::int64_t bytes,
+                       int failure_status, int *status, storage_sums *sums) {
+  void *p = reinterpret_cast<void *>(handle[slot]);
+  int ok = storage_alloc(&p, bytes, failure_status, status, sums);
+  handle[slot] = reinterpret_cast<std::intptr_t>(p);
+  return ok;
+}
+
+void storage_free(void **slot, int mark) {
+  if (*slot == nullptr ||
+      reinterpret_cast<std::intptr_t>(*slot) == static_cast<std::intptr_t>(mark))
+    return;
+  vek_serv_free_list(slot, static_cast<void **>(nullptr));
+}
+
+void storage_free_slot(std::intptr_t *handle, int slot, int mark) {
+  void *p = reinterpret_cast<void *>(handle[slot]);
+  storage_free(&p, mark);
+  handle[slot] = reinterpret_cast<std::intptr_t>(p);
+}
+
+int create_basic(std::intptr_t *handle, int max_fac_store, int precision,
+                 int mark, int *status, storage_sums *sums) {
+  if (!storage_alloc_slot(handle, SLOT_BASIC, BASIC_BYTES, ST_BASIC, status,
+                          sums))
+    return 0;
+  std::int64_t entries = max_fac_store > 0 ? max_fac_store : 0;
+  if (!storage_alloc_slot(handle, SLOT_FACT_ADR,
+                          entries * LENG_FACT_ADR *
+                              static_cast<std::int64_t>(sizeof(std::intptr_t)),
+                          ST_FACT_ADR, status, sums))
+    return 0;
+  state_view s = state_of(handle);
+  int *comi = s.comi;
+  int *comx = s.comx;
+  for (int k = 1; k <= COMX_WORDS; ++k) COMX(k) = mark;
+  COMI(49) = static_cast<int>(entries);
+  COMI(90) = precision;
+  for (int k = 1; k <= COMI(49); ++k)
+    reset_fact_entry(s.fact_adr + (k - 1) * LENG_FACT_ADR, mark);
+  return 1;
+}
+
+int create_ooc(std::intptr_t *handle, int value_bytes, int *status,
+               storage_sums *sums) {
+  if (!storage_alloc_slot(handle, SLOT_OOC_ADR, OOC_BLOCKS * sizeof(void *),
+                          ST_OOC_PATH, status, sums))
+    return 0;
+  void **blocks = reinterpret_cast<void **>(handle[SLOT_OOC_ADR]);
+  if (!storage_alloc(&blocks[0], OOC_PATH_CHARS, ST_OOC_PATH, status, sums))
+    return 0;
+  std::memset(blocks[0], ' ', OOC_PATH_CHARS);
+  if (!storage_alloc(&blocks[1], 4 * OOC_L_WORDS, ST_OOC_LR, status, sums))
+    return 0;
+  if (!storage_alloc(&blocks[2],
+                     static_cast<std::int64_t>(value_bytes) * OOC_R_WORDS,
+                     ST_OOC_LR, status, sums))
+    return 0;
+  if (!storage_alloc(&blocks[3],
+                     static_cast<std::int64_t>(OOC_FILES) * OOC_RECORD_BYTES,
+                     ST_OOC_FILES, status, sums))
+    return 0;
+  return 1;
+}
+
+std::intptr_t *fact_entry(const std::intptr_t *handle, int matrix_number) {
+  state_view s = state_of(handle);
+  if (s.fact_adr == nullptr || s.comi == nullptr) return nullptr;
+  const int *comi = s.comi;
+  if (matrix_number < 1 || matrix_number > COMI(49)) return nullptr;
+  return s.fact_adr + (matrix_number - 1) * LENG_FACT_ADR;
+}
+
+void reset_fact_entry(std::intptr_t *entry, int mark) {
+  for (int k = 0; k < LENG_FACT_ADR; ++k) entry[k] = 0;
+  entry[1] = mark;
+}
+
+void release_fact_entry(std::intptr_t *entry, int mark) {
+  void *factors = reinterpret_cast<void *>(entry[0]);
+  storage_free(&factors, mark);
+  reset_fact_entry(entry, mark);
+}
+
+void storage_release(std::intptr_t *handle, int mark, int everything) {
+  state_view s = state_of(handle);
+  int *comi = s.comi;
+  int *comx = s.comx;
+  // The logical files of the out-of-core mode (kept when OOCL(3) is set) are
+  // deleted by the out-of-core layer, which this release hands them to once
+  // the mode exists; until then no file is ever made.
+  if (s.fact_adr != nullptr && comi != nullptr) {
+    for (int k = 1; k <= COMI(49); ++k) {
+      std::intptr_t *e = s.fact_adr + (k - 1) * LENG_FACT_ADR;
+      void *factors = reinterpret_cast<void *>(e[0]);
+      storage_free(&factors, mark);
+      e[0] = 0;
+    }
+  }
+  for (int slot = FREEHANDLE + NARRAYS - 2; slot >= FREEHANDLE + 2; --slot)
+    storage_free_slot(handle, slot, mark);
+  if (comx != nullptr) COMX(COMX_WORK) = mark;
+  if (!everything) return;
+  void *blocks[OOC_BLOCKS] = {nullptr, nullptr, nullptr, nullptr};
+  if (s.ooc_adr != nullptr)
+    for (int k = 0; k < OOC_BLOCKS; ++k) blocks[k] = s.ooc_adr[k];
+  storage_free_slot(handle, SLOT_FACT_ADR, mark);
+  storage_free_slot(handle, SLOT_OOC_ADR, mark);
+  storage_free_slot(handle, SLOT_BASIC, mark);
+  storage_free(&blocks[2], mark);  // ooc_r
+  storage_free(&blocks[1], mark);  // ooc_l
+  storage_free(&blocks[0], mark);  // ooc_path
+  storage_free(&blocks[3], mark);  // ooc
+  handle[SLOT_COUNT] = 0;
+}
+
+void fact_plan(int *phase, const int *nb, std::intptr_t *handle,
+               const std::intptr_t *entry, const int *mark, const int *commit,
+               fact_sizes *plan) {
+  state_view s = state_of(handle);
+  int *comi = s.comi;
+  int *comx = s.comx;
+  const std::intptr_t m = *mark;
+  const std::int64_t w = words_per_value(COMI(12));
+  const std::int64_t f = static_cast<std::int64_t>(COMI(34)) + COMI(35);
+  std::int64_t r = COMI(37);
+  if (static_cast<std::int64_t>(COMI(23)) * *nb > r)
+    r = static_cast<std::int64_t>(COMI(23)) * *nb;
+  if (COMI(1) > r) r = COMI(1);
+  r *= COMI(15);
+
+  plan->force = 0;
+  if (entry == nullptr || entry[1] == m) {
+    // No factorization has filled this entry.
+    if (*phase == 33) *phase = 23;
+    plan->factor = f;
+    plan->force = 1;
+  } else if (entry[0] == m) {
+    plan->factor = f;
+  } else if (entry[4] == w) {
+    plan->factor = 0;
+  } else {
+    plan->factor = -f;
+    plan->force = 1;
+  }
+  if ((*phase == 22 || *phase == 23) && COMI(18) == 0) plan->force = 1;
+
+  const std::int64_t work = r * w;
+  std::int64_t new_work = COMI(7);
+  if (COMX(COMX_WORK) == *mark) {
+    plan->work = work;
+    new_work = work;
+  } else if (work > COMI(7)) {
+    plan->work = -work;
+    new_work = work;
+  } else {
+    plan->work = 0;
+  }
+
+  plan->iteration = 0;
+  const std::int64_t n = COMI(1);
+  const std::int64_t k = *nb;
+  if (COMI(18) != 0 && *phase % 10 >= 3)
+    plan->iteration = ((5 * n + 9) * k + 2 * k * COMI(15)) * w;
+
+  if (*commit) {
+    COMI(5) = static_cast<int>(w);
+    COMI(7) = static_cast<int>(new_work);
+    COMI(43) = plan->force;
+    if (plan->work < 0) COMX(COMX_WORK) = *mark;
+    COMI(47) = static_cast<int>(plan->iteration);
+    COMI(44) = static_cast<int>(r);
+  }
+}
+
+}  // namespace tlm
+
+// ---------------------------------------------------------------------------
+// Allocators without an error path
+// ---------------------------------------------------------------------------
+
+namespace {
+
+[[noreturn]] void allocation_failed(const char *name, std::size_t size) {
+  char text[512];
+  std::snprintf(text, sizeof(text),
+                "***Memory allocation failed for %s. Requested size: %lld bytes",
+                name, static_cast<long long>(size));
+  std::printf("Error! %s", text);
+  std::fflush(nullptr);
+  std::abort();
+}
+
+}  // namespace
+
+void *mem_alloc(std::size_t size, const char *name) {
+  if (size == 0) return nullptr;
+  void *p = vek_serv_malloc(size, tlm::ALIGNMENT);
+  if (p == nullptr) allocation_failed(name, size);
+  return p;
+}
+
+void *mem_realloc(void *pointer, std::size_t size, const char *name) {
+  if (size == 0) {
+    vek_serv_free(pointer);
+    return nullptr;
+  }
+  void *p = vek_serv_realloc(pointer, size);
+  if (p == nullptr) allocation_failed(name, size);
+  return p;
+}
+
+int *mem_alloc_int(int count, const char *name) {
+  if (count <= 0) return nullptr;
+  return static_cast<int *>(
+      mem_alloc(static_cast<std::size_t>(count) * sizeof(int), name));
+}
+
+int *mem_alloc_int_fill(int count, int value, const char *name) {
+  int *p = mem_alloc_int(count, name);
+  for (int k = 0; k < count; ++k) p[k] = value;
+  return p;
+}
+
+int *mem_realloc_int(int *pointer, int count, const char *name) {
+  if (count <= 0) return nullptr;
+  return static_cast<int *>(mem_realloc(
+      pointer, static_cast<std::size_t>(count) * sizeof(int), name));
+}

@@ -1,0 +1,310 @@
+// Input checks and the report of a refused call, through the public entry:
+// every status of the checks with its printed lines, the matrix check with
+// its last-offending-place rule, and the silent form at message level 0.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "service/vek_serv_threads.h"
+#include "telmira.h"
+
+namespace {
+
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
+
+// A caller of the solver with its own handle; released at the end.
+struct solver {
+  intptr_t handle[64] = {0};
+  int iparam[64] = {0};
+  int maxfct = 1, mnum = 1, mtype = 11, n = 3, nb = 1, msglvl = 1, error = 0;
+  // 3 x 3 tridiagonal, full pattern.
+  std::vector<int> ia = {1, 3, 6, 8}, ja = {1, 2, 1, 2, 3, 2, 3};
+  std::vector<double> a = std::vector<double>(64, 1.0), b = std::vector<double>(64, 1.0),
+                      x = std::vector<double>(64, 0.0);
+  std::vector<int> perm = std::vector<int>(64, 0);
+
+  solver() {
+    vek_serv_set_dynamic(0);
+    vek_serv_set_num_threads(1);
+  }
+  ~solver() {
+    int level = msglvl;
+    msglvl = 0;
+    call(-1);
+    msglvl = level;
+  }
+  void upper_triangle() {  // the same matrix as an upper triangle
+    ia = {1, 3, 5, 6};
+    ja = {1, 2, 2, 3, 3};
+  }
+  void size4() {
+    n = 4;
+    ia = {1, 3, 6, 9, 11};
+    ja = {1, 2, 1, 2, 3, 2, 3, 4, 3, 4};
+  }
+  int call(int ido) {
+    telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
+            perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
+    return error;
+  }
+  std::string printed(int ido) {
+    CaptureStdout();
+    call(ido);
+    return GetCapturedStdout();
+  }
+  // An analysis at level 0, so that the handle holds a state.
+  void analyse() {
+    int level = msglvl;
+    msglvl = 0;
+    call(11);
+    msglvl = level;
+    ASSERT_NE(handle[0], 0);
+  }
+};
+
+std::string header(int status) {
+  return "*** Error in TELMIRA  ( sequence_ido,parameters) error_num= " +
+         std::to_string(status) + "\n";
+}
+
+std::string summary(int status, int maxfct, int mnum, int mtype, int ido, int n,
+                    int entries, int nb) {
+  auto d = [](int v) { return std::to_string(v); };
+  return "*** Input parameters: inconsistent error= " + d(status) +
+         " max_fac_store_in: " + d(maxfct) + "\n" +
+         "          matrix_number_in : " + d(mnum) + " matrix_type_in   : " + d(mtype) + "\n" +
+         "          ido_in           : " + d(ido) + " neqns_in         : " + d(n) + "\n" +
+         "          ia(neqns_in+1)-1 : " + d(entries) + " nb_in            : " + d(nb) + "\n";
+}
+
+// The report comes first; the statistics of the call may follow it.
+::testing::AssertionResult starts_with(const std::string &out, const std::string &want) {
+  if (out.compare(0, want.size(), want) == 0) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "printed:\n" << out << "\nwanted first:\n" << want;
+}
+
+TEST(SequenceChecks, RefusedSequencesOfIdo) {
+  {
+    solver s;  // factorization with no analysis
+    EXPECT_TRUE(starts_with(s.printed(23), header(100000) +
+                                               "*** Error in TELMIRA: clean impossible (ido?)\n"));
+    EXPECT_EQ(s.error, -1);
+    EXPECT_EQ(s.iparam[63], 110);
+  }
+  {
+    solver s;  // release of one factor on an empty handle: no header line
+    EXPECT_EQ(s.printed(0),
+              "*** Error in TELMIRA  (contradictory input, initialization failed)\n"
+              "handle=0 ?? ido= 0\n");
+    EXPECT_EQ(s.error, -1);
+    for (intptr_t w : s.handle) EXPECT_EQ(w, 0);  // the refused call keeps nothing
+  }
+  {
+    solver s;  // a code below -1 that is not a probe
+    EXPECT_EQ(s.printed(-5), "*** TELMIRA error: internal error\n");
+    EXPECT_EQ(s.error, -1);
+  }
+  {
+    solver s;
+    s.analyse();
+    s.mnum = 2;  // beyond the one stored factorization
+    EXPECT_TRUE(starts_with(s.printed(0),
+                            header(100) + "*** Error in TELMIRA: wrong matrix number, clean 2\n"));
+    EXPECT_EQ(s.error, -1);
+  }
+  {
+    solver s;
+    EXPECT_TRUE(starts_with(s.printed(14),
+                            header(20) + "*** wrong control step parameter ido 14\n"));
+    EXPECT_EQ(s.error, -1);
+  }
+}
+
+TEST(ParameterChecks, EachRefusedParameterWithItsSummary) {
+  {
+    solver s;
+    EXPECT_TRUE(starts_with(s.printed(34), header(1) +
+                                               "*** Input check: ido_new 34 (out of bounds)\n" +
+                                               summary(1, 1, 1, 11, 34, 3, 7, 1)));
+  }
+  {
+    solver s;
+    s.mnum = 2;
+    EXPECT_TRUE(starts_with(s.printed(11),
+                            header(3) + "*** Input check: max_fac_store_in 1 matrix_number_in 2\n" +
+                                summary(3, 1, 2, 11, 11, 3, 7, 1)));
+  }
+  {
+    solver s;
+    s.mnum = 0;
+    EXPECT_TRUE(starts_with(
+        s.printed(22), header(4) + "*** Input check: matrix_number_new 0 ido 22 are incompatible\n" +
+                           summary(4, 1, 0, 11, 22, 3, 7, 1)));
+  }
+  {
+    solver s;
+    s.mtype = 7;  // -11, -5 or 5 would pass: only the range is tested here
+    EXPECT_TRUE(starts_with(s.printed(11),
+                            header(15) + "*** Input check: matrix_type_new 7 (out of bounds)\n" +
+                                summary(15, 1, 1, 7, 11, 3, 7, 1)));
+  }
+  {
+    solver s;
+    s.n = 0;
+    s.ia = {1};
+    EXPECT_TRUE(starts_with(s.printed(12), header(7) + "*** Input check: neqns_new 0 \n" +
+                                               summary(7, 1, 1, 11, 12, 0, 0, 1)));
+  }
+  {
+    solver s;  // fewer stored entries than equations
+    s.ia = {1, 2, 2, 2};
+    EXPECT_TRUE(starts_with(
+        s.printed(11), header(8) + "*** Input check: ia(neqns+1)_new 1 _old 0 are incompatible\n" +
+                           summary(8, 1, 1, 11, 11, 3, 1, 1)));
+  }
+  {
+    solver s;
+    s.analyse();
+    s.nb = 0;
+    // nb is not looked at below phase 33.
+    EXPECT_EQ(s.printed(12).find("nb_new"), std::string::npos);
+    EXPECT_TRUE(starts_with(s.printed(33),
+                            header(9) + "*** Input check: nb_new  0  ido 33 are incompatible\n" +
+                                summary(9, 1, 1, 11, 33, 3, 7, 0)));
+  }
+  {
+    solver s;
+    s.iparam[0] = 1;  // caller's values
+    s.iparam[1] = 2;
+    s.iparam[5] = 2;
+    EXPECT_TRUE(starts_with(s.printed(11), header(10) +
+                                               "*** Input check: iparam(6) 2 (out of bounds)\n" +
+                                               summary(10, 1, 1, 11, 11, 3, 7, 1)));
+  }
+  {
+    solver s;
+    s.iparam[0] = 1;
+    s.iparam[1] = 4;
+    EXPECT_TRUE(starts_with(s.printed(11), header(11) +
+                                               "*** Input check: preprocessing 4 (out of bounds)\n" +
+                                               summary(11, 1, 1, 11, 11, 3, 7, 1)));
+    EXPECT_EQ(s.error, -1);
+  }
+}
+
+TEST(ParameterChecks, ArgumentsAgainstTheStoredState) {
+  {
+    solver s;
+    s.analyse();
+    s.maxfct = 2;
+    EXPECT_TRUE(starts_with(
+        s.printed(22), header(2) +
+                           "*** Input check: max_fac_store_new 2 _old 1 are incompatible\n" +
+                           summary(2, 2, 1, 11, 22, 3, 7, 1)));
+  }
+  {
+    solver s;
+    s.mtype = 2;
+    s.upper_triangle();
+    s.analyse();
+    s.mtype = 4;  // 4 / 2 differs from 2 / 2
+    EXPECT_TRUE(starts_with(s.printed(22),
+                            header(5) + "*** Input check: matrix_type_new 4 _old 2 are incompatible\n" +
+                                summary(5, 1, 1, 4, 22, 3, 5, 1)));
+  }
+  {
+    solver s;
+    s.mtype = 2;
+    s.upper_triangle();
+    s.analyse();
+    s.mtype = 3;  // pairs with 2: the type passes, so the size is the next test
+    s.size4();
+    EXPECT_TRUE(starts_with(s.printed(22),
+                            header(6) + "*** Input check: neqns_new 4 _old 3 are incompatible\n" +
+                                summary(6, 1, 1, 3, 22, 4, 10, 1)));
+  }
+  {
+    solver s;  // a new analysis may change the size
+    s.analyse();
+    s.size4();
+    EXPECT_EQ(s.printed(11).find("Input check"), std::string::npos);
+    EXPECT_NE(s.error, -1);
+  }
+}
+
+TEST(ParameterChecks, LevelZeroIsSilentAndTurnsMinusOneIntoMinusSeven) {
+  solver s;
+  s.msglvl = 0;
+  s.n = 0;
+  s.ia = {1};
+  EXPECT_EQ(s.printed(11), "");
+  EXPECT_EQ(s.error, -7);
+  EXPECT_EQ(s.iparam[63], 110);
+  solver t;
+  t.msglvl = -1;  // acts as level 1
+  EXPECT_TRUE(starts_with(t.printed(34), header(1)));
+  EXPECT_EQ(t.error, -1);
+}
+
+TEST(MatrixCheck, EachTestNamesItsLastOffendingPlace) {
+  {
+    solver s;  // rows 1 and 3 empty; the report names row 3
+    s.iparam[26] = 1;
+    s.n = 4;
+    s.ia = {1, 1, 3, 3, 6};
+    s.ja = {1, 2, 1, 2, 4};
+    EXPECT_EQ(s.printed(11),
+              "*** Error in TELMIRA  (incorrect input matrix  ) error_num= 21\n"
+              "*** Input check: i=3, ia(i)=3, ia(i+1)=3 are incompatible\n");
+    EXPECT_EQ(s.error, -1);
+    EXPECT_EQ(s.iparam[30], 3);
+    EXPECT_EQ(s.iparam[26], 1);  // a failed check leaves the request standing
+  }
+  {
+    solver s;  // columns 0 and 5 out of range
+    s.iparam[26] = 1;
+    s.ja = {1, 0, 1, 2, 3, 2, 5};
+    EXPECT_EQ(s.printed(11),
+              "*** Error in TELMIRA  (incorrect input matrix  ) error_num= 22\n"
+              "*** Input check: i=7, ja(i)=5, neqns=3 are incompatible\n");
+  }
+  {
+    solver s;  // upper triangle whose row 2 starts left of the diagonal
+    s.iparam[26] = 1;
+    s.mtype = -2;
+    s.ia = {1, 3, 5, 6};
+    s.ja = {1, 2, 1, 3, 3};
+    EXPECT_EQ(s.printed(11),
+              "*** Error in TELMIRA  (incorrect input matrix  ) error_num= 23\n"
+              "*** Input check: i=2, j=ia(i)=3, ja(j)=1 are incompatible\n");
+  }
+  {
+    solver s;  // the same pattern as a full matrix passes test 3
+    s.iparam[26] = 1;
+    s.ja = {1, 2, 2, 1, 3, 3, 2};
+    EXPECT_EQ(s.printed(11),
+              "*** Error in TELMIRA  (incorrect input matrix  ) error_num= 24\n"
+              "*** Input check: j=6, ja(j)=3, ja(j+1)=2 are incompatible\n");
+  }
+  {
+    solver s;  // at level 0 the refusal is silent
+    s.iparam[26] = 1;
+    s.msglvl = 0;
+    s.ia = {1, 1, 4, 8};
+    EXPECT_EQ(s.printed(11), "");
+    EXPECT_EQ(s.error, -7);
+    EXPECT_EQ(s.iparam[30], 1);
+  }
+  {
+    solver s;  // a passed check clears the request
+    s.iparam[26] = 1;
+    s.msglvl = 0;
+    s.call(11);
+    EXPECT_EQ(s.iparam[26], 0);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,174 @@
+// The message service: printing by number, the word and real forms, the
+// solver's internal numbers and their rows, the summary and time lines,
+// the buffer overflow exit, and xerbla.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <string>
+
+#include "service/vek_serv_message.h"
+
+namespace {
+
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
+
+std::string solver_line(int number, int count = 0, std::intptr_t a0 = 0,
+                        std::intptr_t a1 = 0) {
+  const std::intptr_t args[2] = {a0, a1};
+  CaptureStdout();
+  telmira_message(&number, &count, args);
+  return GetCapturedStdout();
+}
+
+TEST(MessageService, PrintsRowsWithArgumentsAndOnePassOfFormatting) {
+  CaptureStdout();
+  vek_serv_print_message(0, 0, 3, 1, 2, 3);  // number 0: only the newline
+  vek_serv_print_message(1, 824, 1, 17);
+  vek_serv_print_message(0, 783, 0);        // "%%" without arguments
+  vek_serv_print_message(0, 785, 1, 42);    // "%%" with arguments
+  EXPECT_EQ(GetCapturedStdout(),
+            "\n"
+            "*** Input check: neqns_new 17 \n"
+            " ----------- Out of core time (in percent (%)) --------------\n"
+            "      write to files : 42 %\n");
+}
+
+TEST(MessageService, FormatReturnsTextOrResultBuffer) {
+  EXPECT_STREQ(vek_serv_format_message(0, 0), "");
+  EXPECT_STREQ(vek_serv_format_message(890, 0), "reorder");
+  EXPECT_STREQ(vek_serv_format_message(810, 1, -4), "handle=0 ?? ido= -4");
+  // Without arguments the row itself comes back, unformatted.
+  EXPECT_STREQ(vek_serv_format_message(784, 0), "  Factorization step (100 (%%)):");
+  // The table keeps its numbering: identity is the row number + 1.
+  EXPECT_EQ(vek_serv_message_row(808)->identity, 809);
+  EXPECT_EQ(vek_serv_message_row(VEK_MESSAGE_ROWS), nullptr);
+}
+
+TEST(MessageService, WordAndRealArgumentForms) {
+  const std::intptr_t words[2] = {-3, reinterpret_cast<std::intptr_t>("DGEMM")};
+  const double reals[1] = {2.5};
+  CaptureStdout();
+  vek_serv_print_message_words(7, 2, words);
+  vek_serv_print_message_reals(951, 1, reals);
+  vek_serv_print_message_reals(799, 1, reals);  // width and precision kept
+  EXPECT_EQ(GetCapturedStdout(),
+            "VEK INTERNAL ERROR: Condition -3 detected in function DGEMM\n"
+            "             ||A||                                           2.500000\n"
+            "      write to files :      2.500 Mb \n");
+}
+
+TEST(MessageService, TextUpToTheBufferPrintsLongerEndsTheProcess) {
+  // Row 961 is "The file %s was not opened": 24 characters of its own. A
+  // result of 513 characters still prints (its length less one is 512).
+  const std::string fits(513 - 24, 'x');
+  CaptureStdout();
+  vek_serv_print_message(0, 961, 1, fits.c_str());
+  EXPECT_EQ(GetCapturedStdout(), "The file " + fits + " was not opened\n");
+
+  const std::string too_long(600, 'y');
+  EXPECT_EXIT(
+      {
+        dup2(2, 1);
+        vek_serv_print_message(0, 961, 1, too_long.c_str());
+      },
+      testing::ExitedWithCode(8),
+      "\nVEK INTERNAL ERROR: message buffer overflow\\.\n"
+      "       Message N 961   Lenght: 623   Buffer size: 512\n");
+}
+
+TEST(SolverMessages, InternalNumbersMapToTheirRows) {
+  EXPECT_EQ(solver_line(-4), "================  TELMIRA: solving a  Hermitian indef. system  ================\n");
+  EXPECT_EQ(solver_line(11), "================  TELMIRA: solving a real nonsymmetric system  ================\n");
+  EXPECT_EQ(solver_line(104), "===========\n");
+  EXPECT_EQ(solver_line(105, 1, 4), " < Parallel Direct Factorization with #processors: >         4\n");
+  EXPECT_EQ(solver_line(133, 1, 9), "             size of largest supernode:                      9\n");
+  EXPECT_EQ(solver_line(140, 1, 2), " L&U for matrix number 2 deleted\n");
+  EXPECT_EQ(solver_line(402, 1, 0), "handle=0 ?? ido= 0\n");
+  EXPECT_EQ(solver_line(405), "*** Error in TELMIRA: clean impossible (ido?)\n");
+  EXPECT_EQ(solver_line(430), "\n");  // row 836 is not used by this library
+  EXPECT_EQ(solver_line(438), " contraction rate is greater than 0.9, interrupt\n");
+  EXPECT_EQ(solver_line(440, 1, 25), " exceeds max. iteration number 25\n");
+  EXPECT_EQ(solver_line(452, 2, 1, 2), "*** Input check: j=1, ja(j)=2, ja(j+1)=%d are incompatible\n");
+  EXPECT_EQ(solver_line(505, 1, -5), "*** Error in TELMIRA  ( internal_error,unclass.) error_num= -5\n");
+  EXPECT_EQ(solver_line(512, 1, 21), "*** Error in TELMIRA  (incorrect input matrix  ) error_num= 21\n");
+  EXPECT_EQ(solver_line(603, 1, 8), "*** Error in TELMIRA memory allocation: LOC_INT1, size to allocate: 8 bytes\n");
+  EXPECT_EQ(solver_line(613, 1, 96), "*** Error in TELMIRA memory allocation: CGS_ARR , size to allocate: 96 bytes\n");
+}
+
+TEST(SolverMessages, UnknownNumbersAndTooManyArguments) {
+  EXPECT_EQ(solver_line(999), "TELMIRA Internationalization error! Message 999 is unknown\n");
+  EXPECT_EQ(solver_line(115), "TELMIRA Internationalization error! Message 115 is unknown\n");
+  EXPECT_EQ(solver_line(500), "TELMIRA Internationalization error! Message 500 is unknown\n");
+  EXPECT_EQ(solver_line(405, 5), "");
+}
+
+TEST(SolverMessages, SummaryLine) {
+  EXPECT_EQ(solver_line(0, 2, 1, 3),
+            "Summary TELMIRA: ( reorder to solve )\n================\n\n");
+  EXPECT_EQ(solver_line(0, 1, 4), "Summary TELMIRA: ( clean )\n================\n\n");
+  // Other values give an empty word; a count other than 2 the one-word form.
+  EXPECT_EQ(solver_line(0, 3, 7, 2), "Summary TELMIRA: (  )\n================\n\n");
+}
+
+TEST(SolverMessages, TimeAndRealLines) {
+  const double two[2] = {1.5, 0.25};
+  int n111 = 111, n140 = 140, n215 = 215, n241 = 241, n150 = 150, count = 1,
+      count2 = 2, iterations = 7;
+  CaptureStdout();
+  telmira_message_real(&n111, &count2, two);
+  telmira_message_real(&n140, &count, two);
+  telmira_message_real(&n215, &count, two);
+  telmira_message_real(&n241, &count, two);
+  telmira_message_real(&n150, &count, two);
+  int n118 = 118;
+  telmira_message_timed(&n118, &two[0], &iterations);
+  telmira_newline();
+  EXPECT_EQ(GetCapturedStdout(),
+            "      Time fulladj: 1.500000 s total - sum: 0.250000 s\n"
+            "      Time total  : 1.500000 s\n"
+            "             non-zeros in A (%):                            1.500000\n\n"
+            "             gflop/s for the numerical factorization:        1.500000\n\n"
+            "TELMIRA Internationalization error! Message 150 is unknown\n"
+            "      Time cgs    : 1.500000 s cgx iterations 7\n\n"
+            "\n");
+}
+
+int handler_calls = 0;
+int handler_info = 0;
+void counting_handler(const char *, const int *info, int) {
+  ++handler_calls;
+  handler_info = *info;
+}
+
+TEST(Xerbla, RowsByInfoAndTheNameCutToTwentyCharacters) {
+  const char *name = "ABCDEFGHIJKLMNOPQRSTUVWXY";  // 25 characters
+  int info = -3, i1000 = 1000, i1001 = 1001, i1079 = 1079, i5 = 5;
+  CaptureStdout();
+  xerbla(name, &info, 25);
+  xerbla("DGEMM", &i1000, 5);
+  xerbla("DTRSM", &i1001, 5);
+  xerbla("DPOTRF", &i1079, 6);
+  xerbla("DGEMM ", &i5, 3);  // the length limits the name
+  EXPECT_EQ(GetCapturedStdout(),
+            "\nVEK INTERNAL ERROR: Condition 3 detected in function ABCDEFGHIJKLMNOPQRST\n"
+            "\nVEK INTERNAL ERROR: Not enough work memory in function DGEMM\n"
+            "\nVEK ERROR: Incompatible optional parameters on entry to DTRSM\n"
+            "\nVEK INTERNAL ERROR: Not enough work memory in function DPOTRF\n"
+            "\nVEK ERROR: Parameter 5 was incorrect on entry to DGE\n");
+}
+
+TEST(Xerbla, ReplacementHandlerTakesOver) {
+  int info = 4;
+  vek_serv_set_xerbla(counting_handler);
+  CaptureStdout();
+  xerbla("DGETRF", &info, 6);
+  EXPECT_EQ(GetCapturedStdout(), "");
+  vek_serv_set_xerbla(nullptr);
+  EXPECT_EQ(handler_calls, 1);
+  EXPECT_EQ(handler_info, 4);
+}
+
+}  // namespace

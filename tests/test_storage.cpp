@@ -1,0 +1,351 @@
+// The storage plan of a handle: allocation failures at each slot, reported
+// as error -2 and survived without a leak; the release at a new analysis and
+// at ido -1; the factor entries and fact_plan; the sums in kilobytes; and
+// the allocators that end the process.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "service/vek_serv_memory.h"
+#include "service/vek_serv_threads.h"
+#include "telmira.h"
+#include "telmira_internal.h"
+#include "telmira_storage.h"
+
+namespace {
+
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
+
+// A heap that counts live blocks and refuses its fail_at-th request.
+std::set<void *> live;
+int requests = 0;
+int fail_at = 0;
+
+void *test_malloc(std::size_t size) {
+  if (++requests == fail_at) return nullptr;
+  void *p = std::malloc(size);
+  if (p) live.insert(p);
+  return p;
+}
+void *test_realloc(void *p, std::size_t size) {
+  if (++requests == fail_at) return nullptr;
+  void *q = std::realloc(p, size);
+  if (q) {
+    live.erase(p);
+    live.insert(q);
+  }
+  return q;
+}
+void test_free(void *p) {
+  if (p) live.erase(p);
+  std::free(p);
+}
+
+struct counted_heap {
+  vek_serv_heap_table saved = vek_serv_heap;
+  counted_heap() {
+    live.clear();
+    requests = 0;
+    fail_at = 0;
+    vek_serv_heap.malloc_fn = test_malloc;
+    vek_serv_heap.realloc_fn = test_realloc;
+    vek_serv_heap.free_fn = test_free;
+  }
+  ~counted_heap() { vek_serv_heap = saved; }
+};
+
+struct solver {
+  intptr_t handle[64] = {0};
+  int iparam[64] = {0};
+  int maxfct = 1, mnum = 1, mtype = 1, n = 5, nb = 1, msglvl = 1, error = 0;
+  std::vector<int> ia = {1, 3, 6, 9, 12, 14};
+  std::vector<int> ja = {1, 2, 1, 2, 3, 2, 3, 4, 3, 4, 5, 4, 5};
+  std::vector<double> a = std::vector<double>(13, 1.0), b = std::vector<double>(5, 1.0),
+                      x = std::vector<double>(5, 0.0);
+  std::vector<int> perm = std::vector<int>(5, 0);
+  solver() {
+    vek_serv_set_dynamic(0);
+    vek_serv_set_num_threads(1);
+  }
+  int call(int ido) {
+    telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
+            perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
+    return error;
+  }
+  std::string printed(int ido) {
+    CaptureStdout();
+    call(ido);
+    return GetCapturedStdout();
+  }
+  void release() {
+    msglvl = 0;
+    call(-1);
+  }
+};
+
+struct expected_failure {
+  const char *word;
+  int size;  // bytes; 0: not compared
+};
+
+// Runs an analysis whose k-th heap request fails, for every k until one
+// passes, and checks the report line, then that a release leaves nothing.
+void fail_each_request(int mtype, int iparam13, const std::vector<expected_failure> &want) {
+  counted_heap heap;
+  for (std::size_t k = 1; k <= want.size() + 1; ++k) {
+    solver s;
+    s.mtype = mtype;
+    if (iparam13 >= 0) {
+      s.iparam[0] = 1;  // caller's values
+      s.iparam[1] = 2;
+      s.iparam[12] = iparam13;
+    }
+    requests = 0;
+    fail_at = static_cast<int>(k);
+    std::string out = s.printed(11);
+    fail_at = 0;
+    if (k <= want.size()) {
+      SCOPED_TRACE("request " + std::to_string(k));
+      EXPECT_EQ(s.error, -2);
+      std::string line = std::string("*** Error in TELMIRA memory allocation: ") +
+                         want[k - 1].word + ", size to allocate: ";
+      EXPECT_EQ(out.find("*** Error in TELMIRA  (     insufficient_memory) error_num= -"), 0u)
+          << out;
+      std::size_t at = out.find(line);
+      ASSERT_NE(at, std::string::npos) << out;
+      if (want[k - 1].size > 0) {
+        const std::string size = std::to_string(want[k - 1].size) + " bytes\n";
+        EXPECT_EQ(out.substr(at + line.size(), size.size()), size) << out;
+      }
+    } else {
+      EXPECT_NE(s.error, -2) << out;  // every request met: no memory error
+    }
+    s.release();
+    for (intptr_t w : s.handle) EXPECT_EQ(w, 0);
+    EXPECT_TRUE(live.empty()) << live.size() << " blocks left after request " << k;
+  }
+}
+
+// Blocks of a new state, in the order they are made: basic block, factor
+// table, the out-of-core pointer block and its four blocks.
+const std::vector<expected_failure> state_blocks = {
+    {"BASIC   ", 960},  {"FACT_ADR", 48},   {"FACT_ADR", 32},
+    {"FACT_ADR", 1024}, {"FACT_ADR", 512},  {"FACT_ADR", 1024},
+    {"FACT_ADR", 11 * 72 * static_cast<int>(sizeof(void *) / 4)}};
+
+TEST(StorageFailures, StateAndAnalysisArraysOfAStructurallySymmetricMatrix) {
+  // n = 5, one thread, 1024-word separator list: STRUC_S0 holds
+  // (2 + 3) 5 + 1024 + 7 * 5 + 24 ints.
+  std::vector<expected_failure> want = state_blocks;
+  want.push_back({"STRUC_S0", 4 * 1108});
+  want.push_back({"WORK_I0 ", 0});
+  want.push_back({"STRUC_S1", 0});
+  fail_each_request(1, -1, want);
+}
+
+TEST(StorageFailures, MatchingArraysOfUnsymmetricAndIndefiniteMatrices) {
+  // Type 11 without matching: identity permutation and scalings first.
+  std::vector<expected_failure> plain = state_blocks;
+  plain.push_back({"STRUC_S0", 4 * (1 * 5 + 5 + 3)});  // MC64PERM
+  plain.push_back({"STRUC_S0", 8 * 2 * 5});            // MC64UV
+  plain.push_back({"STRUC_S0", 0});
+  plain.push_back({"WORK_I0 ", 0});
+  plain.push_back({"STRUC_S1", 0});
+  fail_each_request(11, 0, plain);
+
+  // Type -2 with the matching switched on: its own work arrays follow.
+  std::vector<expected_failure> matched = state_blocks;
+  matched.push_back({"STRUC_S0", 4 * (1 * 5 + 5 + 3)});
+  matched.push_back({"STRUC_S0", 8 * 2 * 5});
+  matched.push_back({"STRUC_S0", 4 * (6 * 5 + 20) + 12});  // mc64_i
+  matched.push_back({"STRUC_S0", 8 * (3 * 5 + 13)});      // mc64_r
+  fail_each_request(-2, 1, matched);
+}
+
+TEST(StorageFailures, ReportCarriesTheSumsSoFar) {
+  counted_heap heap;
+  solver s;
+  fail_at = static_cast<int>(state_blocks.size()) + 2;  // WORK_I0
+  std::string out = s.printed(11);
+  // STRUC_S0 of 4432 bytes counts 4432 / 1024 + 1 kilobytes.
+  EXPECT_NE(out.find("total memory wanted here: 5 kbyte\n"
+                     "symbolic (max): 5 symbolic (permanent): 0\n"
+                     " real(including 1 factor): 0\n"),
+            std::string::npos)
+      << out;
+  EXPECT_EQ(s.iparam[14], 5);
+  fail_at = 0;
+  s.release();
+  EXPECT_TRUE(live.empty());
+}
+
+TEST(StorageRelease, NewAnalysisAndReleaseFreeEverything) {
+  counted_heap heap;
+  solver s;
+  s.msglvl = 0;
+  s.call(11);
+  const std::size_t after_first = live.size();
+  EXPECT_GT(after_first, state_blocks.size());
+  s.call(11);  // the second analysis frees the arrays of the first
+  EXPECT_EQ(live.size(), after_first);
+
+  // ido 0 frees the factors of its matrix number only.
+  intptr_t *entry = tlm::fact_entry(s.handle, 1);
+  ASSERT_NE(entry, nullptr);
+  void *factors = vek_serv_malloc(64, 128);
+  entry[0] = entry[1] = reinterpret_cast<intptr_t>(factors);
+  entry[4] = 1;
+  s.call(0);
+  EXPECT_EQ(s.error, 0);
+  EXPECT_EQ(entry[0], 0);
+  EXPECT_EQ(entry[1], tlm::not_allocated_mark);
+  EXPECT_EQ(live.size(), after_first);
+
+  s.call(-1);
+  for (intptr_t w : s.handle) EXPECT_EQ(w, 0);
+  EXPECT_TRUE(live.empty());
+  s.call(-1);  // nothing left to release
+  EXPECT_EQ(s.error, 0);
+}
+
+TEST(StorageRelease, NoFactorTableForZeroFactorizations) {
+  counted_heap heap;
+  solver s;
+  s.maxfct = 0;
+  s.mnum = 0;
+  s.msglvl = 0;
+  s.call(11);
+  EXPECT_NE(s.handle[1], 0);
+  EXPECT_EQ(s.handle[3], 0);
+  s.release();
+  EXPECT_TRUE(live.empty());
+}
+
+TEST(StorageSums, KilobytesOfABlock) {
+  EXPECT_EQ(tlm::kbytes_of(0), 0);
+  EXPECT_EQ(tlm::kbytes_of(1), 1);
+  EXPECT_EQ(tlm::kbytes_of(1023), 1);
+  EXPECT_EQ(tlm::kbytes_of(1024), 2);
+}
+
+// A state with a planned structure, for fact_plan.
+struct planned_state {
+  intptr_t handle[64] = {0};
+  int mark = tlm::not_allocated_mark;
+  int *comi = nullptr;
+  int *comx = nullptr;
+  planned_state(int mtype) {
+    int status = 0;
+    tlm::storage_sums sums{};
+    EXPECT_TRUE(tlm::create_basic(handle, 2, 0, mark, &status, &sums));
+    tlm::state_view s = tlm::state_of(handle);
+    comi = s.comi;
+    comx = s.comx;
+    comi[1 - 1] = 100;
+    comi[12 - 1] = mtype;
+    comi[15 - 1] = 2;
+    comi[23 - 1] = 30;
+    comi[34 - 1] = 700;
+    comi[35 - 1] = 300;
+    comi[37 - 1] = 150;
+  }
+  ~planned_state() { tlm::storage_release(handle, mark, 1); }
+};
+
+TEST(FactPlan, FactorBlockByTheStateOfItsEntry) {
+  planned_state p(13);
+  intptr_t *entry = tlm::fact_entry(p.handle, 2);
+  tlm::fact_sizes plan;
+  int phase = 33, nb = 1, commit = 0;
+  // Never factorized: a new block, a forced factorization, and 33 runs as 23.
+  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
+  EXPECT_EQ(phase, 23);
+  EXPECT_EQ(plan.factor, 1000);
+  EXPECT_EQ(plan.force, 1);
+  // Filled with the same words per value: reused, nothing forced at 33.
+  entry[0] = entry[1] = 4096;
+  entry[4] = 2;
+  phase = 33;
+  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
+  EXPECT_EQ(phase, 33);
+  EXPECT_EQ(plan.factor, 0);
+  EXPECT_EQ(plan.force, 0);
+  // ... but a factorization phase always computes the numbers.
+  phase = 22;
+  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
+  EXPECT_EQ(plan.factor, 0);
+  EXPECT_EQ(plan.force, 1);
+  // Other words per value: free and make anew.
+  entry[4] = 1;
+  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
+  EXPECT_EQ(plan.factor, -1000);
+  entry[0] = entry[1] = 0;
+}
+
+TEST(FactPlan, WorkArrayGrowsOnlyAndCommitStoresThePlan) {
+  planned_state p(11);
+  int *comi = p.comi;
+  int *comx = p.comx;
+  intptr_t *entry = tlm::fact_entry(p.handle, 1);
+  tlm::fact_sizes plan;
+  int phase = 22, nb = 1, commit = 0, yes = 1;
+  // r = max(150, 30 * 1, 100) * 2 threads = 300 words for one word per value.
+  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
+  EXPECT_EQ(plan.work, 300);
+  EXPECT_EQ(COMI(7), 0);  // a forecast stores nothing
+  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &yes, &plan);
+  EXPECT_EQ(COMI(7), 300);
+  EXPECT_EQ(COMI(44), 300);
+  EXPECT_EQ(COMI(43), 1);
+  EXPECT_EQ(COMI(5), 1);
+  COMX(tlm::COMX_WORK) = 1;  // the driver made the array
+  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &yes, &plan);
+  EXPECT_EQ(plan.work, 0);
+  nb = 10;  // 30 * 10 * 2 = 600 words: grow, and the array is marked unset
+  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &yes, &plan);
+  EXPECT_EQ(plan.work, -600);
+  EXPECT_EQ(COMI(7), 600);
+  EXPECT_EQ(COMX(tlm::COMX_WORK), p.mark);
+  // The iteration array with a selected iteration and a solve phase.
+  EXPECT_EQ(plan.iteration, 0);
+  COMI(18) = 1;
+  phase = 23;
+  nb = 2;
+  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
+  EXPECT_EQ(plan.iteration, (5 * 100 + 9) * 2 + 2 * 2 * 2);
+}
+
+TEST(MemAlloc, FailureEndsTheProcessWithItsMessage) {
+  int *filled = mem_alloc_int_fill(4, 7, "xadj");
+  EXPECT_EQ(filled[3], 7);
+  filled = mem_realloc_int(filled, 8, "xadj");
+  EXPECT_EQ(filled[0], 7);
+  vek_serv_free(filled);
+  EXPECT_EQ(mem_alloc(0, "none"), nullptr);
+  EXPECT_DEATH(
+      {
+        dup2(2, 1);
+        counted_heap heap;
+        fail_at = 1;
+        mem_alloc_int(100, "lindx");
+      },
+      "Error! \\*\\*\\*Memory allocation failed for lindx\\. Requested size: 400 bytes");
+  EXPECT_DEATH(
+      {
+        dup2(2, 1);
+        void *p = mem_alloc(16, "adjncy");
+        counted_heap heap;
+        fail_at = 1;
+        mem_realloc(p, 4096, "adjncy");
+      },
+      "Error! \\*\\*\\*Memory allocation failed for adjncy\\. Requested size: 4096 bytes");
+}
+
+}  // namespace
