@@ -22,6 +22,7 @@ struct call {
     iparam[5] = 0;
     iparam[11] = 0;
     iparam[27] = 0;
+    iparam[59] = 0;  // in core
   }
   void run(const void *a, const int *ia, const int *ja, void *b, void *x) {
     perm.assign(n > 0 ? n : 1, 0);
@@ -37,7 +38,7 @@ TEST(Entry, ProbesAnswerAndTouchNothingElse) {
   EXPECT_EQ(c.error, 16);
   EXPECT_EQ(c.iparam[0], 23);
   for (int k = 1; k < 64; ++k) {
-    if (k == 5 || k == 11 || k == 27) continue;
+    if (k == 5 || k == 11 || k == 27 || k == 59) continue;
     EXPECT_EQ(c.iparam[k], -99) << "iparam(" << k + 1 << ")";
   }
   for (intptr_t w : c.handle) EXPECT_EQ(w, 0);
@@ -74,6 +75,9 @@ TEST(Entry, ThreadCountIsStoredBeforeThePhaseDriverRuns) {
   c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
   EXPECT_EQ(c.iparam[2], 3);  // dynamic off: no reduction for 2 equations
   EXPECT_NE(c.iparam[11], -1);
+  c.ido = -1;
+  c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+  EXPECT_EQ(c.handle[0], 0);
 }
 
 TEST(Entry, DiagonalMatrixIsSolvedWithoutState) {
