@@ -296,7 +296,7 @@ void print_formatted(int number, int len) {
   std::fflush(nullptr);
 }
 
-// One conversion of a format text: the spec (with its '%') and the letter.
+// One conversion of a format text: its text (with the '%') and the letter.
 struct conversion {
   char spec[32];
   char letter;
