@@ -1,8 +1,8 @@
 // vek_bench_ordering - fill, operation count and time of each ordering
 // method against the graph partitioner's own nested dissection.
 //
-// Usage: vek-bench-ordering [spec-or-name ...]
-//   a spec is "lap2d:N" or "lap3d:N"; a name is a Matrix Market file of the
+// Usage: vek-bench-ordering [matrix ...]
+//   a generated matrix is "lap2d:N" or "lap3d:N"; a name is a Matrix Market file of the
 //   shared collection (without ".mtx"), or a path to one. Unsymmetric
 //   patterns are symmetrised as A + A^T.
 // Times are the best of three runs.
@@ -42,18 +42,18 @@ double now() {
   return t;
 }
 
-bool load(const std::string &spec, graph &g) {
+bool load(const std::string &name, graph &g) {
   vekio::sparse a;
   std::string err;
-  if (spec.find(':') != std::string::npos) {
-    if (!vekio::generate(spec, a, err)) {
+  if (name.find(':') != std::string::npos) {
+    if (!vekio::generate(name, a, err)) {
       std::fprintf(stderr, "%s\n", err.c_str());
       return false;
     }
   } else {
-    std::string path = spec;
+    std::string path = name;
     if (path.find('/') == std::string::npos)
-      path = matrices_dir() + "/" + spec + ".mtx";
+      path = matrices_dir() + "/" + name + ".mtx";
     vekio::mm_header h;
     if (!vekio::read_matrix_market(path, a, h, err)) {
       std::fprintf(stderr, "%s\n", err.c_str());
@@ -143,30 +143,30 @@ result run_method(graph &g, int method) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  std::vector<std::string> specs;
-  for (int i = 1; i < argc; ++i) specs.push_back(argv[i]);
-  if (specs.empty())
-    specs = {"lap2d:300", "lap3d:30", "bcsstk13", "zenios", "dwt_992",
+  std::vector<std::string> names;
+  for (int i = 1; i < argc; ++i) names.push_back(argv[i]);
+  if (names.empty())
+    names = {"lap2d:300", "lap3d:30", "bcsstk13", "zenios", "dwt_992",
              "watt_2",    "cryg2500", "lap3d:40"};
   std::printf("%-10s %7s %6s %12s %10s %9s %6s %6s\n", "matrix", "n",
               "method", "|L|", "ops", "time[s]", "fill/r", "time/r");
-  for (const std::string &spec : specs) {
+  for (const std::string &name : names) {
     graph g;
-    if (!load(spec, g)) return 1;
+    if (!load(name, g)) return 1;
     // Each timing is the best of three runs, against the noise of a shared
     // machine; the fill is the same in every run.
     result ref = run_reference(g);
     for (int rep = 1; rep < 3; ++rep)
       ref.seconds = std::min(ref.seconds, run_reference(g).seconds);
     std::printf("%-10s %7d %6s %12.0f %10.3e %9.4f %6.3f %6.2f\n",
-                spec.c_str(), g.n, "ref", ref.nnzl, ref.ops, ref.seconds,
+                name.c_str(), g.n, "ref", ref.nnzl, ref.ops, ref.seconds,
                 1.0, 1.0);
     for (int method = 0; method <= 3; ++method) {
       result r = run_method(g, method);
       for (int rep = 1; rep < 3; ++rep)
         r.seconds = std::min(r.seconds, run_method(g, method).seconds);
       std::printf("%-10s %7d %6d %12.0f %10.3e %9.4f %6.3f %6.2f\n",
-                  spec.c_str(), g.n, method, r.nnzl, r.ops, r.seconds,
+                  name.c_str(), g.n, method, r.nnzl, r.ops, r.seconds,
                   r.nnzl / ref.nnzl, r.seconds / ref.seconds);
     }
     std::fflush(stdout);

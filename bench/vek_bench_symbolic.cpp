@@ -56,12 +56,12 @@ void adjacency(const vekio::sparse &a, std::vector<int> &xadj,
   if (adjncy.empty()) adjncy.push_back(0);
 }
 
-bool load(const std::string &spec, vekio::sparse &m) {
+bool load(const std::string &name, vekio::sparse &m) {
   std::string err;
-  if (spec.find(':') != std::string::npos && spec.find(".mtx") == std::string::npos)
-    return vekio::generate(spec, m, err) || (std::fprintf(stderr, "%s\n", err.c_str()), false);
+  if (name.find(':') != std::string::npos && name.find(".mtx") == std::string::npos)
+    return vekio::generate(name, m, err) || (std::fprintf(stderr, "%s\n", err.c_str()), false);
   vekio::mm_header h;
-  if (!vekio::read_matrix_market(spec, m, h, err)) {
+  if (!vekio::read_matrix_market(name, m, h, err)) {
     std::fprintf(stderr, "%s\n", err.c_str());
     return false;
   }
@@ -72,25 +72,25 @@ bool load(const std::string &spec, vekio::sparse &m) {
 
 int main(int argc, char **argv) {
   int panel = 128, reps = 3;
-  std::vector<std::string> specs;
+  std::vector<std::string> names;
   for (int i = 1; i < argc; ++i) {
     if (!std::strcmp(argv[i], "--panel") && i + 1 < argc)
       panel = std::atoi(argv[++i]);
     else if (!std::strcmp(argv[i], "--reps") && i + 1 < argc)
       reps = std::max(1, std::atoi(argv[++i]));
     else
-      specs.push_back(argv[i]);
+      names.push_back(argv[i]);
   }
-  if (specs.empty()) specs = {"lap3d:40", "lap3d:30", "lap2d:400"};
+  if (names.empty()) names = {"lap3d:40", "lap3d:30", "lap2d:400"};
 
   std::printf("threads %d, panel %d, best of %d\n", vek_serv_get_max_threads(),
               panel, reps);
   std::printf("%-22s %9s %10s %9s %9s %9s %12s %8s %12s\n", "matrix", "n",
               "nnz", "order s", "sfinit s", "symbfct s", "|L|", "nsuper",
               "Mflop");
-  for (const std::string &spec : specs) {
+  for (const std::string &name : names) {
     vekio::sparse m;
-    if (!load(spec, m)) return 2;
+    if (!load(name, m)) return 2;
     std::vector<int> xadj, adjncy;
     adjacency(m, xadj, adjncy);
     const int n = m.n;
@@ -160,11 +160,11 @@ int main(int argc, char **argv) {
       nsuper = ns;
     }
     if (error != 0) {
-      std::printf("%-22s error %d\n", spec.c_str(), error);
+      std::printf("%-22s error %d\n", name.c_str(), error);
       continue;
     }
     std::printf("%-22s %9d %10d %9.4f %9.4f %9.4f %12lld %8d %12.1f\n",
-                spec.c_str(), n, m.nnz(), t_order, t_sfinit, t_symbfct, lcount,
+                name.c_str(), n, m.nnz(), t_order, t_sfinit, t_symbfct, lcount,
                 nsuper, mflop);
     std::printf("%-22s sfinit + symbfct = %.1f%% of the order\n", "",
                 100.0 * (t_sfinit + t_symbfct) / t_order);

@@ -298,7 +298,7 @@ void print_formatted(int number, int len) {
 
 // One conversion of a format text: its text (with the '%') and the letter.
 struct conversion {
-  char spec[32];
+  char conv[32];
   char letter;
   int length;  // characters of the text it takes
 };
@@ -313,12 +313,12 @@ bool read_conversion(const char *text, conversion *c) {
     while (text[i] >= '0' && text[i] <= '9') ++i;
   }
   while (text[i] && std::strchr("hlLqjzt", text[i])) ++i;
-  if (text[i] == '\0' || i >= static_cast<int>(sizeof(c->spec)) - 1)
+  if (text[i] == '\0' || i >= static_cast<int>(sizeof(c->conv)) - 1)
     return false;
   c->letter = text[i];
   c->length = i + 1;
-  std::memcpy(c->spec, text, c->length);
-  c->spec[c->length] = '\0';
+  std::memcpy(c->conv, text, c->length);
+  c->conv[c->length] = '\0';
   return true;
 }
 
@@ -389,15 +389,15 @@ int vek_serv_format_words(char *buf, int size, const char *text, int count,
                              int room) {
                        if (c.letter == 's' || c.letter == 'p')
                          return std::snprintf(
-                             piece, room, c.spec,
+                             piece, room, c.conv,
                              reinterpret_cast<const char *>(words[k]));
                        if (std::strchr("fFeEgGaA", c.letter))
-                         return std::snprintf(piece, room, c.spec,
+                         return std::snprintf(piece, room, c.conv,
                                               static_cast<double>(words[k]));
-                       if (std::strstr(c.spec, "l"))
-                         return std::snprintf(piece, room, c.spec,
+                       if (std::strstr(c.conv, "l"))
+                         return std::snprintf(piece, room, c.conv,
                                               static_cast<long>(words[k]));
-                       return std::snprintf(piece, room, c.spec,
+                       return std::snprintf(piece, room, c.conv,
                                             static_cast<int>(words[k]));
                      });
 }
@@ -408,8 +408,8 @@ int vek_serv_format_reals(char *buf, int size, const char *text, int count,
                      [values](int k, const conversion &c, char *piece,
                               int room) {
                        if (std::strchr("fFeEgGaA", c.letter))
-                         return std::snprintf(piece, room, c.spec, values[k]);
-                       return std::snprintf(piece, room, c.spec,
+                         return std::snprintf(piece, room, c.conv, values[k]);
+                       return std::snprintf(piece, room, c.conv,
                                             static_cast<int>(values[k]));
                      });
 }

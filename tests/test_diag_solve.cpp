@@ -62,9 +62,9 @@ TYPED_TEST(DiagSolve, SolvesSeveralRightHandSidesThroughThePermutedColumns) {
         do v = value<T>(g); while (std::abs(v) < 0.1);
       }
       for (auto &v : b) v = value<T>(g);
-      int err = 99, iparm6 = 0, solve = 1, pos = -1, neg = -1;
+      int err = 99, ctl6 = 0, solve = 1, pos = -1, neg = -1;
       diag_solve<T>(&n, &nb, p.ia.data(), p.ja.data(), a.data(), b.data(), x.data(),
-                    &err, &iparm6, &solve, &threads,
+                    &err, &ctl6, &solve, &threads,
                     tlm::value_traits<T>::is_complex ? nullptr : &pos,
                     tlm::value_traits<T>::is_complex ? nullptr : &neg);
       ASSERT_EQ(err, 0);
@@ -94,15 +94,15 @@ TYPED_TEST(DiagSolve, SolutionOverRightHandSideAndCheckOnlyWithoutSolveFlag) {
   std::vector<T> b(n * nb), x(n * nb, T(0));
   for (int k = 0; k < n * nb; ++k) b[k] = T(k + 1);
   const std::vector<T> b0 = b;
-  int err = 1, iparm6 = 1, solve = 0;
+  int err = 1, ctl6 = 1, solve = 0;
   diag_solve<T>(&n, &nb, p.ia.data(), p.ja.data(), a.data(), b.data(), x.data(), &err,
-                &iparm6, &solve, &threads, nullptr, nullptr);
+                &ctl6, &solve, &threads, nullptr, nullptr);
   EXPECT_EQ(err, 0);
   EXPECT_EQ(b, b0);  // no solve flag: nothing computed, nothing copied
   EXPECT_EQ(x, std::vector<T>(n * nb, T(0)));
   solve = 1;
   diag_solve<T>(&n, &nb, p.ia.data(), p.ja.data(), a.data(), b.data(), x.data(), &err,
-                &iparm6, &solve, &threads, nullptr, nullptr);
+                &ctl6, &solve, &threads, nullptr, nullptr);
   EXPECT_EQ(err, 0);
   EXPECT_EQ(b, x);  // the solution stands in both arrays
   for (int k = 0; k < nb; ++k)
@@ -114,13 +114,13 @@ TYPED_TEST(DiagSolve, FailingRowStopsTheScanAndLeavesXUntouched) {
   using T = TypeParam;
   const bool cplx = tlm::value_traits<T>::is_complex;
   const int n = 4, nb = 1, threads = 1;
-  int iparm6 = 0, solve = 1;
+  int ctl6 = 0, solve = 1;
   // Row 3 holds no entry and row 4 two: the scan stops at row 3.
   std::vector<int> ia = {1, 2, 3, 3, 5}, ja = {1, 2, 3, 4};
   std::vector<T> a = {T(1), T(-1), T(1), T(1)}, b(n, T(1)), x(n, T(7));
   int err = 0, pos = -1, neg = -1;
   diag_solve<T>(&n, &nb, ia.data(), ja.data(), a.data(), b.data(), x.data(), &err,
-                &iparm6, &solve, &threads, cplx ? nullptr : &pos, cplx ? nullptr : &neg);
+                &ctl6, &solve, &threads, cplx ? nullptr : &pos, cplx ? nullptr : &neg);
   EXPECT_EQ(err, 3);
   EXPECT_EQ(x, std::vector<T>(n, T(7)));
   if (!cplx) {
@@ -131,7 +131,7 @@ TYPED_TEST(DiagSolve, FailingRowStopsTheScanAndLeavesXUntouched) {
   std::vector<int> ia2 = {1, 2, 3, 4, 5}, ja2 = {1, 2, 3, 4};
   std::vector<T> a2 = {T(-3), T(0), T(1), T(1)};
   diag_solve<T>(&n, &nb, ia2.data(), ja2.data(), a2.data(), b.data(), x.data(), &err,
-                &iparm6, &solve, &threads, cplx ? nullptr : &pos, cplx ? nullptr : &neg);
+                &ctl6, &solve, &threads, cplx ? nullptr : &pos, cplx ? nullptr : &neg);
   EXPECT_EQ(err, -2);
   EXPECT_EQ(x, std::vector<T>(n, T(7)));
   if (!cplx) {
@@ -141,12 +141,12 @@ TYPED_TEST(DiagSolve, FailingRowStopsTheScanAndLeavesXUntouched) {
 }
 
 TEST(DiagSolveComplex, ZeroTestUsesTheModulus) {
-  const int n = 2, nb = 1, threads = 1, iparm6 = 0, solve = 1;
+  const int n = 2, nb = 1, threads = 1, ctl6 = 0, solve = 1;
   std::vector<int> ia = {1, 2, 3}, ja = {1, 2};
   // A purely imaginary value is not zero; its reciprocal is conj(d)/|d|^2.
   std::vector<double> a = {0.0, 2.0, 1.0, 1.0}, b = {2.0, 0.0, 2.0, 0.0}, x(4, 0.0);
   int err = 1;
-  diag_solve_z(&n, &nb, ia.data(), ja.data(), a.data(), b.data(), x.data(), &err, &iparm6,
+  diag_solve_z(&n, &nb, ia.data(), ja.data(), a.data(), b.data(), x.data(), &err, &ctl6,
                &solve, &threads);
   ASSERT_EQ(err, 0);
   EXPECT_NEAR(x[0], 0.0, 1e-15);   // 2 / 2i = -i

@@ -306,23 +306,23 @@ sparse diagonal(int n, double first, double step) {
   return m;
 }
 
-bool generate(const std::string &spec, sparse &full, std::string &err) {
-  std::size_t c = spec.find(':');
-  std::string kind = spec.substr(0, c);
+bool generate(const std::string &what, sparse &full, std::string &err) {
+  std::size_t c = what.find(':');
+  std::string kind = what.substr(0, c);
   long N = -1;
   if (c != std::string::npos) {
     char *end = nullptr;
-    N = std::strtol(spec.c_str() + c + 1, &end, 10);
+    N = std::strtol(what.c_str() + c + 1, &end, 10);
     if (*end != '\0') N = -1;
   }
   if (N < 1) {
-    err = "generated matrix '" + spec + "': want KIND:N with N >= 1 (lap2d:N, lap3d:N, diag:N)";
+    err = "generated matrix '" + what + "': want KIND:N with N >= 1 (lap2d:N, lap3d:N, diag:N)";
     return false;
   }
   if (kind == "lap2d" && N <= 46340) { full = lap2d((int)N); return true; }
   if (kind == "lap3d" && N <= 1290) { full = lap3d((int)N); return true; }
   if (kind == "diag") { full = diagonal((int)N); return true; }
-  err = "generated matrix '" + spec + "': unknown kind or size too large (lap2d:N, lap3d:N, diag:N)";
+  err = "generated matrix '" + what + "': unknown kind or size too large (lap2d:N, lap3d:N, diag:N)";
   return false;
 }
 

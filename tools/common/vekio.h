@@ -62,8 +62,8 @@ bool symmetric_type(int mtype);
 sparse lap2d(int N);              // 5-point, 4 on the diagonal
 sparse lap3d(int N);              // 7-point, 6 on the diagonal
 sparse diagonal(int n, double first = 1.0, double step = 1.0); // d_i = first + (i-1) step
-// Parses "lap2d:N", "lap3d:N", "diag:N"; false with err on a bad spec.
-bool generate(const std::string &spec, sparse &full, std::string &err);
+// Parses "lap2d:N", "lap3d:N", "diag:N"; false with err on a bad name.
+bool generate(const std::string &what, sparse &full, std::string &err);
 
 // y = A x for A as given to the solver with the given type: symmetric
 // storage is expanded on the fly (Hermitian for types 4 and -4, plain

@@ -41,7 +41,7 @@ void solve_rows(int n, int nb, const int *ia, const int *ja, const T *a,
 
 template <class T>
 void diag_solve(const int *neqns, const int *nb, const int *ia, const int *ja,
-                const T *a, T *b, T *x, int *error, const int *iparm6,
+                const T *a, T *b, T *x, int *error, const int *ctl6,
                 const int *solve, const int *threads, int *pos, int *neg) {
   const int n = *neqns;
   int npos = 0, nneg = 0;
@@ -66,7 +66,7 @@ void diag_solve(const int *neqns, const int *nb, const int *ia, const int *ja,
   if (*solve != 1) return;
   const int nrhs = *nb;
   solve_rows(n, nrhs, ia, ja, a, b, x, *threads > 0 ? *threads : 1);
-  if (*iparm6 == 1) {
+  if (*ctl6 == 1) {
     const long len = static_cast<long>(n) * (nrhs > 1 ? nrhs : 1);
     for (long k = 0; k < len; ++k) b[k] = x[k];
   }
@@ -91,31 +91,31 @@ template void diag_solve<tlm::ccomplex>(const int *, const int *, const int *,
 
 void diag_solve_d(const int *neqns, const int *nb, const int *ia, const int *ja,
                   const double *a, double *b, double *x, int *error,
-                  const int *iparm6, const int *solve, const int *threads,
-                  int *iparm22, int *iparm23) {
-  diag_solve<double>(neqns, nb, ia, ja, a, b, x, error, iparm6, solve, threads,
-                     iparm22, iparm23);
+                  const int *ctl6, const int *solve, const int *threads,
+                  int *ctl22, int *ctl23) {
+  diag_solve<double>(neqns, nb, ia, ja, a, b, x, error, ctl6, solve, threads,
+                     ctl22, ctl23);
 }
 void diag_solve_s(const int *neqns, const int *nb, const int *ia, const int *ja,
                   const float *a, float *b, float *x, int *error,
-                  const int *iparm6, const int *solve, const int *threads,
-                  int *iparm22, int *iparm23) {
-  diag_solve<float>(neqns, nb, ia, ja, a, b, x, error, iparm6, solve, threads,
-                    iparm22, iparm23);
+                  const int *ctl6, const int *solve, const int *threads,
+                  int *ctl22, int *ctl23) {
+  diag_solve<float>(neqns, nb, ia, ja, a, b, x, error, ctl6, solve, threads,
+                    ctl22, ctl23);
 }
 void diag_solve_z(const int *neqns, const int *nb, const int *ia, const int *ja,
                   const double *a, double *b, double *x, int *error,
-                  const int *iparm6, const int *solve, const int *threads) {
+                  const int *ctl6, const int *solve, const int *threads) {
   using Z = tlm::zcomplex;
   diag_solve<Z>(neqns, nb, ia, ja, reinterpret_cast<const Z *>(a),
-                reinterpret_cast<Z *>(b), reinterpret_cast<Z *>(x), error, iparm6,
+                reinterpret_cast<Z *>(b), reinterpret_cast<Z *>(x), error, ctl6,
                 solve, threads, nullptr, nullptr);
 }
 void diag_solve_c(const int *neqns, const int *nb, const int *ia, const int *ja,
                   const float *a, float *b, float *x, int *error,
-                  const int *iparm6, const int *solve, const int *threads) {
+                  const int *ctl6, const int *solve, const int *threads) {
   using C = tlm::ccomplex;
   diag_solve<C>(neqns, nb, ia, ja, reinterpret_cast<const C *>(a),
-                reinterpret_cast<C *>(b), reinterpret_cast<C *>(x), error, iparm6,
+                reinterpret_cast<C *>(b), reinterpret_cast<C *>(x), error, ctl6,
                 solve, threads, nullptr, nullptr);
 }

@@ -16,12 +16,12 @@ int telmira_check_matrix(int neqns, int entries, int symmetric_storage,
   // so that a report names the last bad row.
   int bad = 0;
   if (ia[0] != 1) {
-    IPARM(31) = 1; IPARM(32) = ia[0]; IPARM(33) = ia[1];
+    CTRL(31) = 1; CTRL(32) = ia[0]; CTRL(33) = ia[1];
     bad = 1;
   }
   for (int i = 1; i <= neqns; ++i) {
     if (ia[i] <= ia[i - 1]) {
-      IPARM(31) = i; IPARM(32) = ia[i - 1]; IPARM(33) = ia[i];
+      CTRL(31) = i; CTRL(32) = ia[i - 1]; CTRL(33) = ia[i];
       bad = 1;
     }
   }
@@ -30,7 +30,7 @@ int telmira_check_matrix(int neqns, int entries, int symmetric_storage,
   for (int k = 1; k <= entries; ++k) {
     const int j = ja[k - 1];
     if (j < 1 || j > neqns) {
-      IPARM(31) = k; IPARM(32) = j; IPARM(33) = neqns;
+      CTRL(31) = k; CTRL(32) = j; CTRL(33) = neqns;
       bad = 1;
     }
   }
@@ -40,7 +40,7 @@ int telmira_check_matrix(int neqns, int entries, int symmetric_storage,
     for (int i = 1; i <= neqns; ++i) {
       const int j = ia[i - 1];
       if (ja[j - 1] < i) {
-        IPARM(31) = i; IPARM(32) = j; IPARM(33) = ja[j - 1];
+        CTRL(31) = i; CTRL(32) = j; CTRL(33) = ja[j - 1];
         bad = 1;
       }
     }
@@ -50,7 +50,7 @@ int telmira_check_matrix(int neqns, int entries, int symmetric_storage,
   for (int i = 1; i <= neqns; ++i) {
     for (int k = ia[i - 1]; k <= ia[i] - 2; ++k) {
       if (ja[k] <= ja[k - 1]) {
-        IPARM(31) = k; IPARM(32) = ja[k - 1]; IPARM(33) = ja[k];
+        CTRL(31) = k; CTRL(32) = ja[k - 1]; CTRL(33) = ja[k];
         bad = 1;
       }
     }
@@ -102,17 +102,17 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
   if (*level > 1) *level = 1;
 
   // 3. Iteration selection and transposed flag, as iparam(1) says.
-  int selection = IPARM(4);
+  int selection = CTRL(4);
   double tolerance = comr[12];
-  int transposed = IPARM(12);
-  if (IPARM(1) == 1) {
+  int transposed = CTRL(12);
+  if (CTRL(1) == 1) {
     transposed = 0;
-    const int v = IPARM(4) < 0 ? -IPARM(4) : IPARM(4);
+    const int v = CTRL(4) < 0 ? -CTRL(4) : CTRL(4);
     if (v != 0) {
       const int k = v / 10;
       const int m = v % 10;
       if (k != 0) tolerance = std::exp(k * -2.302585092994046);
-      selection = IPARM(4) < 0 ? -m : m;
+      selection = CTRL(4) < 0 ? -m : m;
     }
   }
 
@@ -128,7 +128,7 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
   }
 
   // 5. Threads.
-  if (IPARM(3) < 1) IPARM(3) = 1;
+  if (CTRL(3) < 1) CTRL(3) = 1;
 
   const int mt = *matrix_type;
   const int m = mt < 0 ? -mt : mt;
@@ -149,9 +149,9 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
   if (st == 0 && *neqns < 1) st = 7;
   if (st == 0 && *entries < *neqns) st = 8;
   if (st == 0 && *nb < 1 && ph > 32) st = 9;
-  if (st == 0 && (IPARM(6) < 0 || IPARM(6) > 1)) st = 10;
-  if (st == 0 && (IPARM(2) < 0 || IPARM(2) > 3)) st = 11;
-  if (st == 0 && IPARM(27) != 0)
+  if (st == 0 && (CTRL(6) < 0 || CTRL(6) > 1)) st = 10;
+  if (st == 0 && (CTRL(2) < 0 || CTRL(2) > 3)) st = 11;
+  if (st == 0 && CTRL(27) != 0)
     st = telmira_check_matrix(*neqns, *entries, tlm::symmetric_storage(mt),
                               ia, ja, iparam);
 
@@ -168,7 +168,7 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
   }
 
   // 18. The checked values go to the copies.
-  IPARM(27) = 0;
+  CTRL(27) = 0;
   *phase = ph;
   *max_fac_store_c = *max_fac_store;
   *matrix_type_c = mt;
@@ -190,23 +190,23 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
     COMI(19) = tlm::symmetric_storage(mt);
     COMI(3) = COMI(19) ? e - n : (e - n) / 2;
     COMI(4) = mt < 11 ? 2 * COMI(3) : n + 2 * e;
-    COMI(14) = IPARM(2);
-    COMI(15) = IPARM(3);
+    COMI(14) = CTRL(2);
+    COMI(15) = CTRL(3);
     COMI(20) = COMI(15) == 1 ? 1 : 0;
-    COMI(21) = IPARM(5);
+    COMI(21) = CTRL(5);
   }
   COMI(68) = (analysis && COMI(19) == 1) ? 0 : transposed;
 
   // 20. Panel width, words per value and the settings of this call.
   COMI(5) = tlm::words_per_value(mt);
-  COMI(8) = IPARM(6);
+  COMI(8) = CTRL(6);
   COMI(11) = *level;
   COMI(12) = mt;
   COMI(16) = telmira_panel_width(mt, COMI(15), n);
   COMI(18) = selection;
-  COMI(51) = IPARM(21);
+  COMI(51) = CTRL(21);
   COMI(55) = substep;
-  COMI(66) = IPARM(10);
+  COMI(66) = CTRL(10);
   comr[12] = tolerance;
 
   // 21. Only the listed phases run.

@@ -41,22 +41,22 @@ struct call_record {
 
 // Defaults of the control array, written at an analysis when iparam(1) is 0.
 void fill_defaults(int *iparam, int mtype) {
-  IPARM(2) = 2;
-  for (int k = 4; k <= 14; ++k) IPARM(k) = 0;
-  for (int k = 18; k <= 25; ++k) IPARM(k) = 0;
-  IPARM(18) = -1;
-  IPARM(19) = -1;
-  IPARM(50) = 0;
-  IPARM(60) = 0;
+  CTRL(2) = 2;
+  for (int k = 4; k <= 14; ++k) CTRL(k) = 0;
+  for (int k = 18; k <= 25; ++k) CTRL(k) = 0;
+  CTRL(18) = -1;
+  CTRL(19) = -1;
+  CTRL(50) = 0;
+  CTRL(60) = 0;
   switch (mtype) {
     case 1: case 3:
-      IPARM(10) = 13;
+      CTRL(10) = 13;
       break;
     case 11: case 13:
-      IPARM(10) = 13; IPARM(11) = 1; IPARM(13) = 1;
+      CTRL(10) = 13; CTRL(11) = 1; CTRL(13) = 1;
       break;
     case -4: case -2: case 6:
-      IPARM(10) = 8; IPARM(21) = 1;
+      CTRL(10) = 8; CTRL(21) = 1;
       break;
     default:
       break;
@@ -75,24 +75,24 @@ void start_analysis(std::intptr_t *handle, int *iparam, int mtype, int mark) {
   for (int k = 1; k <= 70; ++k) COMI(k) = 0;
   COMI(49) = entries;
   for (int k = 0; k < COMR_WORDS; ++k) comr[k] = 0.0;
-  if (IPARM(1) == 0) fill_defaults(iparam, mtype);
+  if (CTRL(1) == 0) fill_defaults(iparam, mtype);
   if (mtype == -4 || mtype == -2 || mtype == 6 || mtype == 11 || mtype == 13) {
-    if (IPARM(13) > 0) {
-      COMI(67) = IPARM(13);
-      if (IPARM(11) == 1) COMI(69) = 1;
+    if (CTRL(13) > 0) {
+      COMI(67) = CTRL(13);
+      if (CTRL(11) == 1) COMI(69) = 1;
     }
   }
-  COMI(68) = IPARM(12);
+  COMI(68) = CTRL(12);
   COMI(74) = 0;
   COMI(9) = 2147483647;
   COMI(10) = 6;
   COMI(14) = 2;
-  COMI(15) = IPARM(3);
+  COMI(15) = CTRL(3);
   COMI(17) = 1;
   COMI(24) = 1;
   COMI(25) = 1;
   COMI(40) = 10000;
-  COMI(73) = IPARM(26);
+  COMI(73) = CTRL(26);
   comr[10] = 10.0;
   comr[11] = 1.0;
   comr[12] = 1e-12;
@@ -122,7 +122,7 @@ std::int64_t work_i0_length(const int *comi, const int *iparam) {
   const int method = COMI(14);
   const bool dissection = method == 2 || method == 3;
   const bool q = (dissection && COMI(19) == 1) ||
-                 (IPARM(5) == 1 && COMI(12) < 11);
+                 (CTRL(5) == 1 && COMI(12) < 11);
   const std::int64_t l = dissection ? 5 : t + p + n + 3 + h;
   std::int64_t w = 2 * n + 3;
   auto widen = [&w](std::int64_t v) { if (v > w) w = v; };
@@ -233,7 +233,7 @@ void run_call(std::intptr_t *handle, const int *max_fac_store,
   }
 
   if (handle[SLOT_COUNT] == 0) {
-    if (*ido == -1 || (*ido < 1 && IPARM(12) == -1)) {
+    if (*ido == -1 || (*ido < 1 && CTRL(12) == -1)) {
       rec->quiet = 1;
       return;
     }
@@ -255,16 +255,16 @@ void run_call(std::intptr_t *handle, const int *max_fac_store,
       return;
     }
     int *ooc_l = state_of(handle).ooc_l;
-    OOCL(1) = IPARM(60);
+    OOCL(1) = CTRL(60);
     OOCL(4) = *msglvl;
     OOCL(12) = 4;
     // A configuration file would be read here for OOCL(1) != 0; the
     // out-of-core mode is not part of this build, so none is.
-    if (OOCL(1) != 0 && *matrix_type != 2) IPARM(3) = 1;
+    if (OOCL(1) != 0 && *matrix_type != 2) CTRL(3) = 1;
   } else {
     state_view s = state_of(handle);
     int *ooc_l = s.ooc_l;
-    if ((OOCL(1) != 0 || IPARM(60) != 0) && *matrix_type != 2) IPARM(3) = 1;
+    if ((OOCL(1) != 0 || CTRL(60) != 0) && *matrix_type != 2) CTRL(3) = 1;
     if (*ido == 0) {
       std::intptr_t *entry = fact_entry(handle, *matrix_number);
       if (entry == nullptr) {
@@ -276,9 +276,9 @@ void run_call(std::intptr_t *handle, const int *max_fac_store,
       return;
     }
     if (F == 1 || *ido == -1) {
-      IPARM(15) = 0;
-      IPARM(16) = 0;
-      IPARM(17) = 0;
+      CTRL(15) = 0;
+      CTRL(16) = 0;
+      CTRL(17) = 0;
       storage_release(handle, mark, *ido == -1);
       if (*ido == -1) {
         rec->quiet = 1;
@@ -339,10 +339,10 @@ void end_call(std::intptr_t *handle, const int *max_fac_store,
   int *ooc_l = s.ooc_l;
   const storage_sums &sums = rec->sums;
 
-  IPARM(17) = sums.numeric;
-  IPARM(16) = sums.permanent;
-  if (ooc_l == nullptr || OOCL(11) != -9) IPARM(15) = sums.analysis;
-  IPARM(64) = 110;
+  CTRL(17) = sums.numeric;
+  CTRL(16) = sums.permanent;
+  if (ooc_l == nullptr || OOCL(11) != -9) CTRL(15) = sums.analysis;
+  CTRL(64) = 110;
   if (comi != nullptr) {
     COMI(77) = sums.numeric;
     COMI(76) = sums.permanent;
@@ -358,7 +358,7 @@ void end_call(std::intptr_t *handle, const int *max_fac_store,
       else if (OOCL(47) == 2)
         std::printf(" LL algorithm OOC TELMIRA is run; nparts=%d\n", COMI(60));
     }
-    std::printf(" local TELMIRA version is %d\n", IPARM(64));
+    std::printf(" local TELMIRA version is %d\n", CTRL(64));
     std::fflush(nullptr);
   }
 
@@ -399,7 +399,7 @@ void telmira_driver(std::intptr_t *handle, const int *max_fac_store,
                     const int *msglvl, void *b, void *x, int *error, int mark,
                     int precision) {
   call_record rec{};
-  IPARM(50) = 0;
+  CTRL(50) = 0;
   rec.level = *msglvl < 0 ? -*msglvl : *msglvl;
   if (rec.level > 1) rec.level = 1;
   rec.phase = (*ido >= 331 && *ido <= 334) ? *ido / 10 : *ido;

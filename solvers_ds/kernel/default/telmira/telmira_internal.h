@@ -32,23 +32,23 @@ void telmira_single(intptr_t *handle, const int *max_fac_store,
 // positive and negative diagonal values into pos and neg (iparam(22), (23)).
 template <class T>
 void diag_solve(const int *neqns, const int *nb, const int *ia, const int *ja,
-                const T *a, T *b, T *x, int *error, const int *iparm6,
+                const T *a, T *b, T *x, int *error, const int *ctl6,
                 const int *solve, const int *threads, int *pos, int *neg);
 
 void diag_solve_d(const int *neqns, const int *nb, const int *ia, const int *ja,
                   const double *a, double *b, double *x, int *error,
-                  const int *iparm6, const int *solve, const int *threads,
-                  int *iparm22, int *iparm23);
+                  const int *ctl6, const int *solve, const int *threads,
+                  int *ctl22, int *ctl23);
 void diag_solve_s(const int *neqns, const int *nb, const int *ia, const int *ja,
                   const float *a, float *b, float *x, int *error,
-                  const int *iparm6, const int *solve, const int *threads,
-                  int *iparm22, int *iparm23);
+                  const int *ctl6, const int *solve, const int *threads,
+                  int *ctl22, int *ctl23);
 void diag_solve_z(const int *neqns, const int *nb, const int *ia, const int *ja,
                   const double *a, double *b, double *x, int *error,
-                  const int *iparm6, const int *solve, const int *threads);
+                  const int *ctl6, const int *solve, const int *threads);
 void diag_solve_c(const int *neqns, const int *nb, const int *ia, const int *ja,
                   const float *a, float *b, float *x, int *error,
-                  const int *iparm6, const int *solve, const int *threads);
+                  const int *ctl6, const int *solve, const int *threads);
 
 // The thread count the entry runs with: reduced to one thread for each 50
 // equations when there is one right-hand side and dynamic adjustment is on.

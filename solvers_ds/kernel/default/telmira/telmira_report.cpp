@@ -73,11 +73,11 @@ void telmira_report(int *error, const int *status, const int *comi,
         case 7: say(418, 1, *neqns); summary(); break;
         case 8: say(419, 2, *entries, *stored_entries); summary(); break;
         case 9: say(420, 2, *nb, *ido); summary(); break;
-        case 10: say(421, 1, IPARM(6)); summary(); break;
-        case 11: say(422, 1, IPARM(2)); summary(); break;
+        case 10: say(421, 1, CTRL(6)); summary(); break;
+        case 11: say(422, 1, CTRL(2)); summary(); break;
         case 20: say(429, 1, *phase); break;
         case 21: case 22: case 23: case 24:
-          say(449 + st - 21, 3, IPARM(31), IPARM(32), IPARM(33));
+          say(449 + st - 21, 3, CTRL(31), CTRL(32), CTRL(33));
           break;
         default: say(411, 1, *ido); summary(); break;
       }
@@ -85,8 +85,8 @@ void telmira_report(int *error, const int *status, const int *comi,
     case -2:
       say(allocation_message(st), 1, static_cast<std::intptr_t>(*failed_size));
       say(433, 1, *memory_sum);
-      say(434, 2, IPARM(15), IPARM(16));
-      say(435, 1, IPARM(17));
+      say(434, 2, CTRL(15), CTRL(16));
+      say(435, 1, CTRL(17));
       break;
     case -3:
     case -8:
@@ -97,8 +97,8 @@ void telmira_report(int *error, const int *status, const int *comi,
         say(437);
         say(438);
       }
-      if (st == -3 || IPARM(20) < 0)
-        say(441, 1, IPARM(20));
+      if (st == -3 || CTRL(20) < 0)
+        say(441, 1, CTRL(20));
       else if (st == -2)
         say(443);
       else if (*matrix_type == 2 || *matrix_type == 4)

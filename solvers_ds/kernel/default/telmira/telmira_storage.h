@@ -15,7 +15,7 @@
 // COMI(50) is the fiftieth word of comi. comr is indexed from 0.
 #define COMI(k) comi[(k) - 1]
 #define COMX(k) comx[(k) - 1]
-#define IPARM(k) iparam[(k) - 1]
+#define CTRL(k) iparam[(k) - 1]
 #define OOCL(k) ooc_l[(k) - 1]
 
 namespace tlm {
