@@ -1,0 +1,289 @@
+// vek-bench - times the three phases of a solve through the public entry:
+// analysis (ido 11), factorization (22) and solve (33) as separate calls,
+// then the release (-1). One header line, then one line per matrix with
+// whitespace-separated columns, so that runs can be collected and compared
+// by scripts.
+//
+//   vek-bench [--mtype T] [--nrhs K] [--reps R] [--single] [--threads T]
+//             [FILE.mtx | lap2d:N | lap3d:N | diag:N] ...
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "telmira.h"
+#include "vekio.h"
+
+namespace {
+
+struct options {
+  int mtype = 0;  // 0: from the file's header, 2 for generated matrices
+  int nrhs = 1;
+  int reps = 1;
+  int threads = 1;
+  bool single = false;
+  std::vector<std::string> names;
+};
+
+// What one matrix gave: the best time of each phase over the repetitions
+// and the figures the solver reports.
+struct outcome {
+  double seconds[3] = {1e30, 1e30, 1e30};  // analysis, factorization, solve
+  int lu = -1, mflop = -1, threads = 0;
+  int peak_kb = 0, permanent_kb = 0, numeric_kb = 0;
+  double residual = -1.0;
+  int error = 0, failed_ido = 0;
+};
+
+double now() {
+  using clock = std::chrono::steady_clock;
+  return std::chrono::duration<double>(clock::now().time_since_epoch()).count();
+}
+
+void usage(FILE *f) {
+  std::fprintf(f,
+      "usage: vek-bench [options] [FILE.mtx | lap2d:N | lap3d:N | diag:N] ...\n"
+      "  --mtype T     matrix type (default: from the file's header; 2 for\n"
+      "                generated matrices; pattern files are made SPD)\n"
+      "  --nrhs K      right-hand sides (default 1)\n"
+      "  --reps R      repetitions, the best time of each phase counts (default 1)\n"
+      "  --single      single precision (iparam(28) = 1)\n"
+      "  --threads T   VEK_NUM_THREADS for the run (default 1)\n"
+      "Default matrices: lap3d:30 lap3d:40 lap2d:500 and bcsstk13.mtx from\n"
+      "../shared/matrices when it is there.\n");
+}
+
+bool parse_int(const char *s, int &v) {
+  char *end = nullptr;
+  const long r = std::strtol(s, &end, 10);
+  if (end == s || *end != '\0' || r < -2147483647L || r > 2147483647L) return false;
+  v = static_cast<int>(r);
+  return true;
+}
+
+bool valid_type(int t) {
+  return t == 1 || t == 2 || t == -2 || t == 3 || t == 4 || t == -4 || t == 6 ||
+         t == 11 || t == 13;
+}
+
+bool exists(const std::string &path) {
+  FILE *f = std::fopen(path.c_str(), "r");
+  if (f == nullptr) return false;
+  std::fclose(f);
+  return true;
+}
+
+std::string base_name(const std::string &path) {
+  const auto slash = path.find_last_of('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// Loads a file or a generated matrix into the storage of its type. Returns
+// false with a message in err.
+bool load(const std::string &name, int given_mtype, vekio::sparse &A,
+          int &mtype, std::string &err) {
+  vekio::sparse full;
+  int suggested = 2;
+  const bool generated =
+      name.find(':') != std::string::npos && name.find(".mtx") == std::string::npos;
+  if (generated) {
+    if (!vekio::generate(name, full, err)) return false;
+  } else {
+    vekio::mm_header h;
+    if (!vekio::read_matrix_market(name, full, h, err)) return false;
+    if (h.pattern) full = vekio::make_spd(full);
+    suggested = vekio::suggested_mtype(h);
+  }
+  mtype = given_mtype != 0 ? given_mtype : suggested;
+  const bool cplx_type = !(std::abs(mtype) <= 2 || mtype == 11);
+  if (cplx_type && !full.cplx) {
+    // A real matrix solved as a complex one: imaginary parts are zero.
+    std::vector<double> z(2 * full.a.size(), 0.0);
+    for (std::size_t k = 0; k < full.a.size(); ++k) z[2 * k] = full.a[k];
+    full.a.swap(z);
+    full.cplx = true;
+  } else if (!cplx_type && full.cplx) {
+    err = name + " is complex; choose a complex --mtype (3, 4, -4, 6, 13)";
+    return false;
+  }
+  A = vekio::storage_for_type(full, mtype);
+  return true;
+}
+
+// Analysis, factorization and solve as separate calls on a fresh handle,
+// R times; each phase keeps its best time.
+outcome run(const vekio::sparse &A, int mtype, const options &opt) {
+  outcome out;
+  int n = A.n, nrhs = opt.nrhs;
+  const int w = A.cplx ? 2 : 1;
+  const std::size_t side = static_cast<std::size_t>(n) * w;
+  const std::size_t len = side * nrhs;
+
+  // b = A * ones for every right-hand side.
+  std::vector<double> ones(side, 0.0), b(len), x(len, 0.0);
+  for (int i = 0; i < n; ++i) ones[static_cast<std::size_t>(i) * w] = 1.0;
+  vekio::multiply(A, mtype, ones.data(), b.data());
+  for (int r = 1; r < nrhs; ++r)
+    std::copy(b.begin(), b.begin() + static_cast<long>(side),
+              b.begin() + static_cast<long>(r * side));
+
+  // The solver gets its own copy of b, fresh for each repetition.
+  std::vector<float> af, bf, xf;
+  std::vector<double> bd;
+  const void *ap = A.a.data();
+  void *bp = nullptr, *xp = x.data();
+  if (opt.single) {
+    af.assign(A.a.begin(), A.a.end());
+    xf.assign(len, 0.0f);
+    ap = af.data();
+    xp = xf.data();
+  }
+  std::vector<int> perm(n > 0 ? n : 1, 0);
+  int maxfct = 1, mnum = 1, msglvl = 0;
+
+  for (int rep = 0; rep < opt.reps && out.error == 0; ++rep) {
+    intptr_t handle[TELMIRA_HANDLE_WORDS] = {0};
+    int iparam[TELMIRA_IPARAM_WORDS] = {0};
+    iparam[0] = 0;    // iparam(1): defaults filled at the analysis
+    iparam[17] = -1;  // iparam(18): report the entries of L and U
+    iparam[18] = -1;  // iparam(19): report the factorization's work
+    iparam[27] = opt.single ? 1 : 0;
+    if (opt.single) {
+      bf.assign(b.begin(), b.end());
+      bp = bf.data();
+    } else {
+      bd = b;
+      bp = bd.data();
+    }
+    const int phases[3] = {11, 22, 33};
+    for (int p = 0; p < 3; ++p) {
+      int ido = phases[p], error = 0;
+      const double t0 = now();
+      telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, ap, A.ia.data(),
+              A.ja.data(), perm.data(), &nrhs, iparam, &msglvl, bp, xp, &error);
+      out.seconds[p] = std::min(out.seconds[p], now() - t0);
+      // The entry stores its thread count in iparam(3) whenever the phase
+      // driver runs; the diagonal shortcut leaves it alone.
+      if (ido == 11) out.threads = iparam[2];
+      if (error != 0) {
+        out.error = error;
+        out.failed_ido = ido;
+        break;
+      }
+      if (ido == 11) {
+        out.lu = iparam[17];
+        out.mflop = iparam[18];
+      }
+    }
+    out.peak_kb = iparam[14];
+    out.permanent_kb = iparam[15];
+    out.numeric_kb = iparam[16];
+    int release = -1, error = 0;
+    telmira(handle, &maxfct, &mnum, &mtype, &release, &n, ap, A.ia.data(),
+            A.ja.data(), perm.data(), &nrhs, iparam, &msglvl, bp, xp, &error);
+  }
+  if (out.error != 0) return out;
+  if (opt.single)
+    for (std::size_t k = 0; k < len; ++k) x[k] = xf[k];
+  out.residual = vekio::relative_residual(A, mtype, x.data(), b.data(), nrhs);
+  return out;
+}
+
+const char *const header_format =
+    "%-22s %5s %4s %9s %10s %4s %7s %12s %10s %10s %10s %9s %10s %10s %10s "
+    "%9s %6s %4s\n";
+
+void print_header() {
+  std::printf(header_format, "matrix", "mtype", "prec", "n", "nnz", "nrhs",
+              "threads", "lu", "analyse_s", "factor_s", "solve_s", "gflops",
+              "peak_kb", "perm_kb", "fact_kb", "residual", "error", "ido");
+}
+
+// One line; columns that the run didn't reach hold "-".
+void print_line(const std::string &name, int mtype, const options &opt,
+                const vekio::sparse &A, const outcome &o) {
+  auto num = [](char *buf, std::size_t size, const char *f, double v, bool ok) {
+    if (ok) std::snprintf(buf, size, f, v);
+    else std::snprintf(buf, size, "-");
+    return buf;
+  };
+  char lu[32], ta[32], tf[32], ts[32], gf[32], res[32], ido[16];
+  const bool analysed = o.error == 0 || o.failed_ido > 11;
+  const bool factorized = o.error == 0 || o.failed_ido > 22;
+  const bool reported = analysed && o.lu >= 0;  // the diagonal path reports none
+  num(lu, sizeof(lu), "%.0f", o.lu, reported);
+  num(ta, sizeof(ta), "%.6f", o.seconds[0], analysed);
+  num(tf, sizeof(tf), "%.6f", o.seconds[1], factorized);
+  num(ts, sizeof(ts), "%.6f", o.seconds[2], o.error == 0);
+  num(gf, sizeof(gf), "%.3f", o.mflop / 1000.0 / o.seconds[1],
+      factorized && o.mflop >= 0 && o.seconds[1] > 0.0);
+  num(res, sizeof(res), "%.2e", o.residual, o.error == 0);
+  num(ido, sizeof(ido), "%.0f", o.failed_ido, o.error != 0);
+  const int threads = o.threads > 0 ? o.threads : opt.threads;
+  std::printf("%-22s %5d %4s %9d %10d %4d %7d %12s %10s %10s %10s %9s %10d %10d "
+              "%10d %9s %6d %4s\n",
+              name.c_str(), mtype, opt.single ? "s" : "d", A.n, A.nnz(), opt.nrhs,
+              threads, lu, ta, tf, ts, gf, o.peak_kb, o.permanent_kb,
+              o.numeric_kb, res, o.error, ido);
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  options opt;
+  for (int k = 1; k < argc; ++k) {
+    const std::string arg = argv[k];
+    auto value = [&](int &v, int low) {
+      if (k + 1 >= argc || !parse_int(argv[k + 1], v) || v < low) {
+        std::fprintf(stderr, "vek-bench: %s needs an integer of at least %d\n",
+                     arg.c_str(), low);
+        std::exit(2);
+      }
+      ++k;
+    };
+    if (arg == "--mtype") {
+      if (k + 1 >= argc || !parse_int(argv[k + 1], opt.mtype) || !valid_type(opt.mtype)) {
+        std::fprintf(stderr, "vek-bench: --mtype must be one of 1, 2, -2, 3, 4, -4, 6, 11, 13\n");
+        return 2;
+      }
+      ++k;
+    } else if (arg == "--nrhs") value(opt.nrhs, 1);
+    else if (arg == "--reps") value(opt.reps, 1);
+    else if (arg == "--threads") value(opt.threads, 1);
+    else if (arg == "--single") opt.single = true;
+    else if (arg == "-h" || arg == "--help") { usage(stdout); return 0; }
+    else if (!arg.empty() && arg[0] == '-') {
+      std::fprintf(stderr, "vek-bench: unknown option %s\n", arg.c_str());
+      usage(stderr);
+      return 2;
+    } else opt.names.push_back(arg);
+  }
+  if (opt.names.empty()) {
+    opt.names = {"lap3d:30", "lap3d:40", "lap2d:500"};
+    const std::string shared = "../shared/matrices/bcsstk13.mtx";
+    if (exists(shared)) opt.names.push_back(shared);
+  }
+  // The thread services read the environment once, at the first call.
+  setenv("VEK_NUM_THREADS", std::to_string(opt.threads).c_str(), 1);
+
+  print_header();
+  int failures = 0;
+  for (const std::string &name : opt.names) {
+    vekio::sparse A;
+    int mtype = 0;
+    std::string err;
+    if (!load(name, opt.mtype, A, mtype, err)) {
+      std::fprintf(stderr, "vek-bench: %s\n", err.c_str());
+      ++failures;
+      continue;
+    }
+    const outcome o = run(A, mtype, opt);
+    print_line(base_name(name), mtype, opt, A, o);
+    if (o.error != 0) ++failures;
+  }
+  return failures == 0 ? 0 : 1;
+}
