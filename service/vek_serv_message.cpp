@@ -221,6 +221,7 @@ constexpr numbered_text used_rows[] = {
     {988, "=== TELMIRA is running in Out-Of-Core mode, because iparam(60)=1 and there is not enough RAM for In-Core ==="},
     {989, "=== TELMIRA is running in In-Core mode, because iparam(60)=0 ==="},
     {990, "=== TELMIRA is running in Out-Of-Core mode, because iparam(60)=2 ==="},
+    {1001, "*** Error in TELMIRA: no factorization kernel for matrix type %d in this version"},
     {1079, "VEK INTERNAL ERROR: Not enough work memory in function %s"},
 };
 

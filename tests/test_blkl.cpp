@@ -267,7 +267,14 @@ TEST(Blkl, TempOfExactlyTheLargestUpdateSucceedsAndOneLessFails) {
 double solve_residual(const vekio::sparse &m, const structure &s, const std::vector<double> &lnz,
                       int nrhs, int threads, bool split) {
   const int n = s.n;
-  std::vector<double> b(static_cast<size_t>(n) * nrhs), x(b.size()), w(b.size()), sol(b.size());
+  // w needs only the rows below a diagonal block per right-hand side.
+  int ldw = 1;
+  for (int J = 1; J <= s.nsuper; ++J) {
+    const int f = s.xsup[J - 1];
+    ldw = std::max(ldw, s.xlnz[f] - s.xlnz[f - 1] - (s.xsup[J] - f));
+  }
+  std::vector<double> b(static_cast<size_t>(n) * nrhs), x(b.size()), sol(b.size());
+  std::vector<double> w(static_cast<size_t>(ldw) * nrhs);
   for (size_t k = 0; k < b.size(); ++k) b[k] = std::cos(0.7 * k) + 0.1 * (k % 7);
   for (int r = 0; r < nrhs; ++r)
     for (int i = 0; i < n; ++i) x[i + static_cast<size_t>(r) * n] = b[s.perm[i] - 1 + static_cast<size_t>(r) * n];
@@ -279,7 +286,7 @@ double solve_residual(const vekio::sparse &m, const structure &s, const std::vec
                        lnz.data(), x.data(), &sub);
     else
       blkslvs<double>(&s.nsuper, &nrhs_, &threads, &n, s.xsup.data(), s.xlindx.data(),
-                      s.lindx.data(), s.xlnz.data(), lnz.data(), x.data(), w.data(), &sub);
+                      s.lindx.data(), s.xlnz.data(), lnz.data(), x.data(), w.data(), &ldw, &sub);
   } else {
     // Forward only, diagonal only (nothing for L L^T), backward only.
     for (int sub : {1, 2, 3}) {
@@ -288,7 +295,7 @@ double solve_residual(const vekio::sparse &m, const structure &s, const std::vec
                          s.xlnz.data(), lnz.data(), x.data(), &sub);
       else
         blkslvs<double>(&s.nsuper, &nrhs_, &threads, &n, s.xsup.data(), s.xlindx.data(),
-                        s.lindx.data(), s.xlnz.data(), lnz.data(), x.data(), w.data(), &sub);
+                        s.lindx.data(), s.xlnz.data(), lnz.data(), x.data(), w.data(), &ldw, &sub);
     }
   }
   for (int r = 0; r < nrhs; ++r)

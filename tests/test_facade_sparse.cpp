@@ -1,7 +1,10 @@
 // Tests of the sparse path of muLinearSolver through the library's own
-// telmira, on diagonal matrices, which the solver serves without analysis.
+// telmira: diagonal matrices, which the solver serves without analysis, and a
+// positive definite Laplacian through the whole sparse solver.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "muLinearSolver.h"
@@ -79,4 +82,51 @@ TEST(FacadeSparse, MoreThanTwoThousandRows) {
   EXPECT_EQ(d.run(muMatrixSymPosDef, 1), muSolveOk);
   ASSERT_EQ(d.solution.size(), 2500);
   EXPECT_DOUBLE_EQ(d.solution.data()[2499], 2500.0);
+}
+
+TEST(FacadeSparse, PositiveDefiniteSystemThroughTheSparseSolver) {
+  // A 3000-row 2D Laplacian (upper triangle, zero-based), beyond the dense
+  // path's limit, with two right-hand sides; indices kept and restored.
+  const int N = 60, n = N * N;
+  for (int restore : {1, 0}) {
+    SCOPED_TRACE(restore);
+    intcoDynArr row_start, col_index;
+    doublecoDynArr coeffs, rhs, solution;
+    std::vector<int> rs, ci;
+    int k = 0;
+    for (int i = 0; i < n; ++i) {
+      rs.push_back(k);
+      auto put = [&](int j, double v) { col_index[k] = j; ci.push_back(j); coeffs[k++] = v; };
+      put(i, 4.0);
+      if ((i + 1) % N != 0) put(i + 1, -1.0);
+      if (i + N < n) put(i + N, -1.0);
+    }
+    rs.push_back(k);
+    for (int i = 0; i <= n; ++i) row_start[i] = rs[i];
+    // b = A x with x(i) = 1 + i / n for side 0 and 2 - i / n for side 1
+    auto xref = [&](int j, int i) { return j == 0 ? 1.0 + double(i) / n : 2.0 - double(i) / n; };
+    std::vector<double> b(2 * n, 0.0);
+    for (int j = 0; j < 2; ++j)
+      for (int i = 0; i < n; ++i)
+        for (int p = rs[i]; p < rs[i + 1]; ++p) {
+          const int c = ci[p];
+          const double v = coeffs.data()[p];
+          b[j * n + i] += v * xref(j, c);
+          if (c != i) b[j * n + c] += v * xref(j, i);
+        }
+    for (int q = 0; q < 2 * n; ++q) rhs[q] = b[q];
+    muSolveError err = muSolveFailed;
+    muLinearSolver::solve_equations(muMatrixSymPosDef, n, 2, restore, row_start, col_index,
+                                    coeffs, rhs, solution, err);
+    ASSERT_EQ(err, muSolveOk);
+    const doublecoDynArr &x = solution;
+    double worst = 0.0;
+    for (int j = 0; j < 2; ++j)
+      for (int i = 0; i < n; ++i) worst = std::max(worst, std::fabs(x[j * n + i] - xref(j, i)));
+    EXPECT_LT(worst, 1e-11);
+    const int shift = restore ? 0 : 1;
+    EXPECT_EQ(contents(row_start)[0], shift);
+    EXPECT_EQ(contents(row_start)[n], rs[n] + shift);
+    EXPECT_EQ(contents(col_index)[1], ci[1] + shift);
+  }
 }

@@ -28,13 +28,17 @@ std::set<void *> live;
 int requests = 0;
 int fail_at = 0;
 
+std::vector<std::size_t> request_sizes;  // sizes asked of the heap, in order
+
 void *test_malloc(std::size_t size) {
+  request_sizes.push_back(size);
   if (++requests == fail_at) return nullptr;
   void *p = std::malloc(size);
   if (p) live.insert(p);
   return p;
 }
 void *test_realloc(void *p, std::size_t size) {
+  request_sizes.push_back(size);
   if (++requests == fail_at) return nullptr;
   void *q = std::realloc(p, size);
   if (q) {
@@ -52,6 +56,7 @@ struct counted_heap {
   vek_serv_heap_table saved = vek_serv_heap;
   counted_heap() {
     live.clear();
+    request_sizes.clear();
     requests = 0;
     fail_at = 0;
     vek_serv_heap.malloc_fn = test_malloc;
@@ -95,8 +100,9 @@ struct expected_failure {
   int size;  // bytes; 0: not compared
 };
 
-// Runs an analysis whose k-th heap request fails, for every k until one
-// passes, and checks the report line, then that a release leaves nothing.
+// Runs an analysis whose k-th heap request fails, for each of the listed
+// requests, and checks the report line, then that a release leaves nothing;
+// last the same analysis with every request met.
 void fail_each_request(int mtype, int iparam13, const std::vector<expected_failure> &want) {
   counted_heap heap;
   for (std::size_t k = 1; k <= want.size() + 1; ++k) {
@@ -108,7 +114,7 @@ void fail_each_request(int mtype, int iparam13, const std::vector<expected_failu
       s.iparam[12] = iparam13;
     }
     requests = 0;
-    fail_at = static_cast<int>(k);
+    fail_at = k <= want.size() ? static_cast<int>(k) : 0;
     std::string out = s.printed(11);
     fail_at = 0;
     if (k <= want.size()) {
@@ -167,6 +173,41 @@ TEST(StorageFailures, MatchingArraysOfUnsymmetricAndIndefiniteMatrices) {
   matched.push_back({"STRUC_S0", 4 * (6 * 5 + 20) + 12});  // mc64_i
   matched.push_back({"STRUC_S0", 8 * (3 * 5 + 13)});      // mc64_r
   fail_each_request(-2, 1, matched);
+}
+
+TEST(StorageFailures, SymbolicAndFinalStructureBlocks) {
+  // A full analysis tells the structure: handle[STRUC_S2] holds
+  // 7 nsuper + 18 + |lindx| ints, and handle[STRUC_FI] is the next request.
+  counted_heap heap;
+  solver full;
+  full.msglvl = 0;
+  ASSERT_EQ(full.call(11), 0);
+  const int *comi = tlm::state_of(full.handle).comi;
+  const std::size_t s2 = 4 * (7 * static_cast<std::size_t>(COMI(31)) + 18 + COMI(36));
+  const std::vector<std::size_t> sizes = request_sizes;
+  full.release();
+  ASSERT_TRUE(live.empty());
+  std::size_t at = 0;
+  for (std::size_t k = 0; k < sizes.size() && at == 0; ++k)
+    if (sizes[k] == s2 + 128 + sizeof(void *)) at = k + 1;  // aligned block
+  ASSERT_GT(at, 0u);
+  const char *word[2] = {"STRUC_S2", "STRUC_FI"};
+  for (int j = 0; j < 2; ++j) {
+    SCOPED_TRACE(word[j]);
+    solver s;
+    requests = 0;
+    fail_at = static_cast<int>(at) + j;
+    std::string out = s.printed(11);
+    fail_at = 0;
+    EXPECT_EQ(s.error, -2);
+    EXPECT_NE(out.find(std::string("memory allocation: ") + word[j]), std::string::npos) << out;
+    if (j == 0) {
+      EXPECT_NE(out.find("size to allocate: " + std::to_string(s2) + " bytes"), std::string::npos)
+          << out;
+    }
+    s.release();
+    EXPECT_TRUE(live.empty());
+  }
 }
 
 TEST(StorageFailures, ReportCarriesTheSumsSoFar) {

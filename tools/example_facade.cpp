@@ -12,15 +12,16 @@
 int main() {
   const int n = 3;
 
-  // Compressed rows, zero-based. Type 11 (unsymmetric) stores the full
-  // pattern; type 2 (positive definite) would store the upper triangle only.
+  // Compressed rows, zero-based. Type 2 (symmetric positive definite)
+  // stores the upper triangle, diagonal first; type 11 (unsymmetric) would
+  // store the full pattern.
   intcoDynArr row_start, col_index;
   doublecoDynArr coeffs, rhs, solution;
-  const int starts[] = {0, 2, 5, 7};
-  const int cols[] = {0, 1, 0, 1, 2, 1, 2};
-  const double vals[] = {4, -1, -1, 4, -1, -1, 4};
+  const int starts[] = {0, 2, 4, 5};
+  const int cols[] = {0, 1, 1, 2, 2};
+  const double vals[] = {4, -1, 4, -1, 4};
   for (int i = 0; i <= n; ++i) row_start[i] = starts[i];  // writes grow
-  for (int k = 0; k < 7; ++k) {
+  for (int k = 0; k < 5; ++k) {
     col_index[k] = cols[k];
     coeffs[k] = vals[k];
   }
@@ -29,14 +30,14 @@ int main() {
   rhs[2] = 3;
 
   muSolveError err;
-  muLinearSolver::solve_equations(muMatrixUnsym, n, 1,
+  muLinearSolver::solve_equations(muMatrixSymPosDef, n, 1,
                                   /* restore_indices */ 1, row_start,
                                   col_index, coeffs, rhs, solution, err);
   if (err != muSolveOk) {
     std::printf("sparse solver: error %d\n", static_cast<int>(err));
     // The dense path (at most 2000 rows) as a second opinion.
     muLinearSolver::set_use_vek(0);
-    muLinearSolver::solve_equations(muMatrixUnsym, n, 1, 1, row_start,
+    muLinearSolver::solve_equations(muMatrixSymPosDef, n, 1, 1, row_start,
                                     col_index, coeffs, rhs, solution, err);
     muLinearSolver::set_use_vek(1);
   }

@@ -60,7 +60,8 @@ void usage(FILE *f) {
       "  --nrhs K        number of right-hand sides (default 1)\n"
       "  --single        single precision\n"
       "  --msglvl L      solver message level 0, 1 or 2 (default 0)\n"
-      "With no matrix given, solves the built-in example --gen diag:100000.\n");
+      "With no matrix given, solves the built-in example --gen lap3d:30 (27000\n"
+      "equations, symmetric positive definite) at message level 1.\n");
 }
 
 bool parse_int(const char *s, int &v) {
@@ -76,7 +77,7 @@ bool parse_int(const char *s, int &v) {
 int main(int argc, char **argv) {
   std::string file, gen;
   int mtype = 0, nrhs = 1, msglvl = 0;
-  bool single = false, mtype_given = false;
+  bool single = false, mtype_given = false, level_given = false;
   for (int k = 1; k < argc; ++k) {
     std::string arg = argv[k];
     auto need = [&](const char *what) -> const char * {
@@ -103,6 +104,7 @@ int main(int argc, char **argv) {
         std::fprintf(stderr, "vek-solve: --msglvl must be 0, 1 or 2\n");
         return 2;
       }
+      level_given = true;
     } else if (arg == "--single") single = true;
     else if (arg == "-h" || arg == "--help") { usage(stdout); return 0; }
     else if (!arg.empty() && arg[0] == '-') {
@@ -119,7 +121,10 @@ int main(int argc, char **argv) {
     std::fprintf(stderr, "vek-solve: give a file or --gen, not both\n");
     return 2;
   }
-  if (file.empty() && gen.empty()) gen = "diag:100000";
+  if (file.empty() && gen.empty()) {
+    gen = "lap3d:30";
+    if (!level_given) msglvl = 1;
+  }
 
   vekio::sparse full;
   std::string err, name;

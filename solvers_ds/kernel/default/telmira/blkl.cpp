@@ -6,9 +6,11 @@
 // still to be used as targets.
 #include "blkl.h"
 
+#include <cstdio>
 #include <cstdlib>
 
 #include "dense/vek_dense.h"
+#include "service/vek_serv_message.h"
 #include "service/vek_serv_threads.h"
 
 namespace {
@@ -20,6 +22,12 @@ const int progress_len = 28;
 // column c minus the distance of r from the last row.
 inline long entry_pos(const int *xlnz, int c, const int *indmap, int r) {
   return static_cast<long>(std::abs(xlnz[c])) - 2 - indmap[r - 1];
+}
+
+// One line of the factorization's progress at message level 1.
+void progress_line(int percent) {
+  std::printf(" %d %% \n", percent);
+  std::fflush(nullptr);
 }
 
 }  // namespace
@@ -110,12 +118,14 @@ void blkl(const T *a, const int *nsuper, const int *, const int *n, const int *n
           const int *xlindx, const int *lindx, const int *xlnz, T *lnz, int *indmap,
           int *relind, const int *tmpsize, T *temp, const int *nmod, int *link,
           const int *snode, const int *xsup, int *length, const int *xjalf,
-          const int *jalf, const int *luperm, const int *perm, const int *,
+          const int *jalf, const int *luperm, const int *perm, const int *msglvl,
           int *error) {
   *error = 0;
   const int N = *n, ns = *nsuper;
+  const bool talk = *msglvl > 0;
   int thread = 1, step = 0, last = -1;
   for (int i = 0; i < N; ++i) link[i] = 0;
+  if (talk) vek_serv_print_message(0, 804, 0);
   if (vek_serv_progress(&thread, &step, progress_text, progress_len) != 0) {
     *error = -1;
     return;
@@ -187,6 +197,7 @@ void blkl(const T *a, const int *nsuper, const int *, const int *n, const int *n
     if (p > last) {
       last = p;
       step = p;
+      if (talk) progress_line(p);
       if (vek_serv_progress(&thread, &step, progress_text, progress_len) != 0) {
         *error = -1;
         return;
@@ -194,6 +205,11 @@ void blkl(const T *a, const int *nsuper, const int *, const int *n, const int *n
     }
   }
   step = 100;
+  if (talk) {
+    progress_line(100);
+    std::printf(" \n ");
+    std::fflush(nullptr);
+  }
   if (vek_serv_progress(&thread, &step, progress_text, progress_len) != 0) *error = -1;
 }
 

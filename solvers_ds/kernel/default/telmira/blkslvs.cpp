@@ -52,7 +52,8 @@ void blkslvs_share(int nrhs, int team, int t, int *first, int *count) {
 template <class T>
 void blkslvs(const int *nsuper, const int *nrhs, const int *nthreads,
              const int *n, const int *xsup, const int *xlindx, const int *lindx,
-             const int *xlnz, const T *lnz, T *x, T *w, const int *substep) {
+             const int *xlnz, const T *lnz, T *x, T *w, const int *ldw,
+             const int *substep) {
   if (*nrhs < 1) return;
   int team = std::max(1, std::min(*nthreads, *nrhs));
   const int N = *n, ns = *nsuper;
@@ -67,7 +68,7 @@ void blkslvs(const int *nsuper, const int *nrhs, const int *nthreads,
     if (t < team) blkslvs_share(*nrhs, team, t, &first, &cnt);
     if (cnt > 0) {
       T *xs = x + static_cast<long>(first) * N;
-      T *ws = w + static_cast<long>(first) * N;
+      T *ws = w + static_cast<long>(first) * *ldw;
       if (*substep == 0 || *substep == 1) {
         for (int J = 1; J <= ns; ++J) {
           const int fst = xsup[J - 1], lst = xsup[J] - 1, ncols = lst - fst + 1;
@@ -84,10 +85,10 @@ void blkslvs(const int *nsuper, const int *nrhs, const int *nthreads,
           const int below = nrows - ncols;
           if (below > 0) {
             vekd::gemm<T>("N", "N", &below, &cnt, &ncols, &mone, blk + ncols, &nrows, x1, n,
-                          &zero, ws, n);
+                          &zero, ws, ldw);
             for (int k = 0; k < cnt; ++k) {
               T *xk = xs + static_cast<long>(k) * N;
-              T *wk = ws + static_cast<long>(k) * N;
+              T *wk = ws + static_cast<long>(k) * *ldw;
               for (int i = 0; i < below; ++i) {
                 xk[rows[ncols + i] - 1] += wk[i];
                 wk[i] = T(0);
@@ -107,10 +108,10 @@ void blkslvs(const int *nsuper, const int *nrhs, const int *nthreads,
           if (below > 0) {
             for (int k = 0; k < cnt; ++k) {
               const T *xk = xs + static_cast<long>(k) * N;
-              T *wk = ws + static_cast<long>(k) * N;
+              T *wk = ws + static_cast<long>(k) * *ldw;
               for (int i = 0; i < below; ++i) wk[i] = xk[rows[ncols + i] - 1];
             }
-            vekd::gemm<T>("T", "N", &ncols, &cnt, &below, &mone, blk + ncols, &nrows, ws, n,
+            vekd::gemm<T>("T", "N", &ncols, &cnt, &below, &mone, blk + ncols, &nrows, ws, ldw,
                           &one, x1, n);
           }
           vekd::trsm<T>("L", "L", "T", "N", &ncols, &cnt, &one, blk, &nrows, x1, n);
@@ -125,6 +126,6 @@ void blkslvs(const int *nsuper, const int *nrhs, const int *nthreads,
                             const int *, const T *, T *, const int *);                 \
   template void blkslvs<T>(const int *, const int *, const int *, const int *,         \
                            const int *, const int *, const int *, const int *,         \
-                           const T *, T *, T *, const int *);
+                           const T *, T *, T *, const int *, const int *);
 BLKSLVS_INSTANCE(double)
 BLKSLVS_INSTANCE(float)

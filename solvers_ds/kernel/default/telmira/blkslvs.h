@@ -13,11 +13,14 @@ void blkslvs1(const int *nsuper, const int *xsup, const int *xlindx,
               const int *substep);
 
 // Several right-hand sides: threads across right-hand sides, level-3 blocks.
-// w has the shape of x and needs no initial value.
+// w holds nrhs columns of leading dimension ldw, at least the longest
+// column of L below its diagonal block (comi(23) serves), and needs no
+// initial value.
 template <class T>
 void blkslvs(const int *nsuper, const int *nrhs, const int *nthreads,
              const int *n, const int *xsup, const int *xlindx, const int *lindx,
-             const int *xlnz, const T *lnz, T *x, T *w, const int *substep);
+             const int *xlnz, const T *lnz, T *x, T *w, const int *ldw,
+             const int *substep);
 
 // The first right-hand side of each thread: thread t of T takes
 // nrhs / T columns, one more while t < nrhs mod T.

@@ -2,6 +2,7 @@
 // k-way partition, then a minimal vertex separator between the parts.
 
 #include "ordering.h"
+#include "telmira_storage.h"
 
 #include <metis.h>
 
@@ -11,8 +12,7 @@ namespace {
 
 inline int *ialloc(long count) {
   return static_cast<int *>(
-      vek_serv_malloc(sizeof(int) * static_cast<size_t>(count > 0 ? count : 1),
-                      128));
+      mem_alloc(sizeof(int) * static_cast<size_t>(count > 0 ? count : 1), "ddecomp"));
 }
 
 // Symmetric pattern of the graph formed anew, zero-based, without the

@@ -2,6 +2,7 @@
 // from both triangles or from the upper one.
 
 #include "ordering.h"
+#include "telmira_storage.h"
 
 #include "service/vek_serv_memory.h"
 
@@ -74,8 +75,8 @@ void ladj_mod(int *n_, int *ia_, int *ja_, int *threads_, int *triangular_,
   // there, so both write disjoint slots and the result is the serial one.
   int m = static_cast<int>(0.48f * static_cast<float>(n));
   if (m < 1) m = 1;
-  int *cur1 = static_cast<int *>(vek_serv_malloc(sizeof(int) * (n + 1), 128));
-  int *cur2 = static_cast<int *>(vek_serv_malloc(sizeof(int) * (n + 1), 128));
+  int *cur1 = static_cast<int *>(mem_alloc(sizeof(int) * (n + 1), "ladj_mod"));
+  int *cur2 = static_cast<int *>(mem_alloc(sizeof(int) * (n + 1), "ladj_mod"));
   int *c1 = cur1 - 1;
   int *c2 = cur2 - 1;
   for (int i = 1; i <= n; ++i) {

@@ -9,6 +9,7 @@
 // Inside this unit graphs are zero-based, as the partitioner takes them.
 
 #include "ordering.h"
+#include "telmira_storage.h"
 
 #include <omp.h>
 
@@ -38,8 +39,8 @@ struct nd_control {
 };
 
 inline int *nd_alloc(long count) {
-  return static_cast<int *>(vek_serv_malloc(
-      sizeof(int) * static_cast<size_t>(count > 0 ? count : 1), 128));
+  return static_cast<int *>(mem_alloc(
+      sizeof(int) * static_cast<size_t>(count > 0 ? count : 1), "metis_nd"));
 }
 
 void nd_free(nd_graph *g) {
@@ -260,7 +261,7 @@ int nd_prune(int n, const int *xadj, const int *adjncy, double factor,
 int nd_compress(int n, const int *xadj, const int *adjncy, nd_graph *out,
                 int *cptr, int *cind) {
   long *key = static_cast<long *>(
-      vek_serv_malloc(sizeof(long) * static_cast<size_t>(n), 128));
+      mem_alloc(sizeof(long) * static_cast<size_t>(n > 0 ? n : 1), "metis_nd"));
   int *idx = nd_alloc(n);
   int *map = nd_alloc(n);
   int *mark = nd_alloc(n);

@@ -2,6 +2,7 @@
 // permutation, and the parts of the parallel plan.
 
 #include "ordering.h"
+#include "telmira_storage.h"
 
 #include "service/vek_serv_clock.h"
 #include "service/vek_serv_memory.h"
@@ -12,8 +13,8 @@ inline int comi_get(const int *comi, int k) { return comi[k - 1]; }
 inline void comi_set(int *comi, int k, int v) { comi[k - 1] = v; }
 
 inline int *iwork_alloc(long count) {
-  return static_cast<int *>(vek_serv_malloc(
-      sizeof(int) * static_cast<size_t>(count > 0 ? count : 1), 128));
+  return static_cast<int *>(mem_alloc(
+      sizeof(int) * static_cast<size_t>(count > 0 ? count : 1), "sssord"));
 }
 
 // When the last subgraph reaches n, the last column becomes the top region.

@@ -1,0 +1,180 @@
+// telmira_factorize.cpp - the factorization driver: the timer, the kernel
+// choice by matrix type, thread count and storage mode, the pivot
+// perturbation, and the carve-up of the kernels' integer work area.
+#include "telmira_numeric.h"
+
+#include <cmath>
+#include <cstdlib>
+
+#include "blkl.h"
+#include "service/vek_serv_clock.h"
+#include "service/vek_serv_message.h"
+#include "telmira_layout.h"
+#include "telmira_storage.h"
+#include "telmira_types.h"
+
+namespace tlm {
+
+namespace {
+
+// The kernel families that this version has not built. Their place in the
+// choice table answers error cell -1, with one line at message level 1.
+constexpr int row_missing_kernel = 1001;
+
+void missing_kernel(const int *comi, int *error) {
+  *error = -1;
+  if (COMI(11) > 0) {
+    const std::intptr_t words[1] = {COMI(12)};
+    vek_serv_print_message_words(row_missing_kernel, 1, words);
+  }
+}
+
+// Pointers of the kernels' arrays inside handle[STRUC_FI].
+struct kernel_arrays {
+  int *perm, *xsup, *snode, *xlindx, *lindx, *xlnz, *xunz, *nmod, *pnlsch,
+      *parts, *xjalf, *jalf, *xjauf, *jauf, *luperm, *luperm_row, *pivot;
+  int *indmap, *relind, *link, *length;
+};
+
+kernel_arrays arrays_of(void *fi, const int *comx, const int *comi) {
+  kernel_arrays k{};
+  k.perm = sub(fi, comx, CX_PERM);
+  k.xsup = sub(fi, comx, CX_XSUP);
+  k.snode = sub(fi, comx, CX_SNODE);
+  k.xlindx = sub(fi, comx, CX_XLINDX);
+  k.lindx = sub(fi, comx, CX_LINDX);
+  k.xlnz = sub(fi, comx, CX_XLNZ);
+  k.xunz = sub(fi, comx, CX_XUNZ);
+  k.nmod = sub(fi, comx, CX_NMOD);
+  k.pnlsch = sub(fi, comx, CX_PNLSCH);
+  k.parts = sub(fi, comx, CX_PARTS);
+  k.xjalf = sub(fi, comx, CX_XJALF);
+  k.jalf = sub(fi, comx, CX_JALF);
+  k.luperm = sub(fi, comx, CX_LUPERM);
+  k.pivot = sub(fi, comx, CX_PIVOT);
+  if (COMI(19) != 1) {
+    k.xjauf = sub(fi, comx, CX_XJAUF);
+    k.jauf = sub(fi, comx, CX_JAUF);
+  }
+  if (COMI(69) != 0) k.luperm_row = sub(fi, comx, CX_LUPERM_ROW);
+  // indmap and relind, one block of n per thread; link; length.
+  const std::int64_t m = static_cast<std::int64_t>(COMI(15) < 1 ? 1 : COMI(15)) * COMI(1);
+  int *iw = sub(fi, comx, CX_IWORK);
+  k.indmap = iw;
+  k.relind = iw + m;
+  k.link = iw + 2 * m;
+  k.length = iw + 2 * m + COMI(1);
+  return k;
+}
+
+template <class R>
+double largest_off_diagonal(int n, const int *ia, const R *a, int words) {
+  double amax = 0.0;
+  for (int i = 1; i <= n; ++i)
+    for (int k = ia[i - 1] + 1; k < ia[i]; ++k) {
+      // complex values: the word at the entry's own index
+      const double v = std::fabs(static_cast<double>(a[k - 1]));
+      if (v > amax) amax = v;
+    }
+  (void)words;
+  return amax;
+}
+
+}  // namespace
+
+double pivot_perturbation(int k, int mtype, int n, const int *ia,
+                          const void *a, int single) {
+  if (k == 0) return 0.0;
+  const int ak = k < 0 ? -k : k;
+  double eps = single ? static_cast<double>(std::exp(-2.3025851f * static_cast<float>(ak)))
+                      : std::exp(-2.302585092994046 * ak);
+  if (mtype == -2 || mtype == -4 || mtype == 6) {
+    const int words = words_per_value(mtype);
+    double amax = single ? largest_off_diagonal(n, ia, static_cast<const float *>(a), words)
+                         : largest_off_diagonal(n, ia, static_cast<const double *>(a), words);
+    if (n < 1 || amax == 0.0) amax = 1.0;
+    if (amax < 1.0)
+      eps *= std::sqrt(amax);
+    else
+      eps /= std::sqrt(amax);
+  }
+  if (single) eps = static_cast<float>(eps);
+  return eps;
+}
+
+template <class R>
+void telmira_factor_sym(const void *a, const int *ia, const int *, void *fi,
+                        const int *comx, void *factors, void *work,
+                        const void *, int *comi, int *ooc_l) {
+  const int mtype = COMI(12);
+  const int n = COMI(1);
+  const double eps =
+      pivot_perturbation(COMI(66), mtype, n, ia, a, sizeof(R) == sizeof(float));
+  (void)eps;  // read by the pivoting kernels
+  kernel_arrays k = arrays_of(fi, comx, comi);
+  int error = 0;
+  int nsuper = COMI(31), nthreads = COMI(15), nnzl = COMI(34), tmpsize = COMI(37);
+  int level = COMI(11);
+  switch (mtype) {
+    case 2:
+      // The parallel sweep is not part of this version: with several
+      // threads the sequential sweep runs, and the dense kernels below it
+      // may use the threads.
+      blkl<R>(static_cast<const R *>(a), &nsuper, &nthreads, &n, &nnzl,
+              k.xlindx, k.lindx, k.xlnz, static_cast<R *>(factors), k.indmap,
+              k.relind, &tmpsize, static_cast<R *>(work), k.nmod, k.link,
+              k.snode, k.xsup, k.length, k.xjalf, k.jalf, k.luperm, k.perm,
+              &level, &error);
+      break;
+    default:
+      missing_kernel(comi, &error);
+      break;
+  }
+  if (ooc_l == nullptr || OOCL(11) == 0) {
+    if (error != 0) COMI(48) = -1;
+    COMI(50) = error;
+  }
+}
+
+template <class R>
+void telmira_factor_unsym(const void *, const int *, const int *, void *,
+                          const int *, void *, void *, const void *, int *comi,
+                          int *ooc_l) {
+  int error = 0;
+  missing_kernel(comi, &error);
+  if (ooc_l == nullptr || OOCL(11) == 0) {
+    if (error != 0) COMI(48) = -1;
+    COMI(50) = error;
+  }
+}
+
+template <class R>
+void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
+                       const int *comx, void *factors, void *work,
+                       const void *scaling, int *comi, double *comr,
+                       int *ooc_l) {
+  double t0 = 0.0, t1 = 0.0;
+  telmira_clock(&t0);
+  COMI(62) = COMI(63) = COMI(64) = 0;
+  if (COMI(19) == 1)
+    telmira_factor_sym<R>(a, ia, ja, fi, comx, factors, work, scaling, comi, ooc_l);
+  else
+    telmira_factor_unsym<R>(a, ia, ja, fi, comx, factors, work, scaling, comi, ooc_l);
+  telmira_clock(&t1);
+  if (COMI(50) == 0) comr[5] = t1 - t0;
+}
+
+#define TELMIRA_FACTORIZE_INSTANCE(R)                                            \
+  template void telmira_factorize<R>(const void *, const int *, const int *,     \
+                                     void *, const int *, void *, void *,        \
+                                     const void *, int *, double *, int *);      \
+  template void telmira_factor_sym<R>(const void *, const int *, const int *,    \
+                                      void *, const int *, void *, void *,       \
+                                      const void *, int *, int *);               \
+  template void telmira_factor_unsym<R>(const void *, const int *, const int *,  \
+                                        void *, const int *, void *, void *,     \
+                                        const void *, int *, int *);
+TELMIRA_FACTORIZE_INSTANCE(double)
+TELMIRA_FACTORIZE_INSTANCE(float)
+
+}  // namespace tlm

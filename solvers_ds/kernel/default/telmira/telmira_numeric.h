@@ -1,0 +1,72 @@
+// telmira_numeric.h - the numeric phase: factorization driver, solve
+// driver, gather and scatter of the right-hand sides.
+//
+// The structure arrays are read from handle[STRUC_FI] (fi) at the positions
+// that comx holds (telmira_layout.h). R is the precision of the handle;
+// complex types use pairs of R.
+#ifndef TELMIRA_NUMERIC_H
+#define TELMIRA_NUMERIC_H
+
+#include <cstdint>
+
+namespace tlm {
+
+// Stage 4 of the phase driver: factorization, then the solve of phases 13,
+// 23 and 33. The status stands in comi(50).
+template <class R>
+void stage_numbers(int *phase, const void *a, const int *ia, const int *ja,
+                   const int *nb, int *comi, double *comr, int *comx,
+                   std::intptr_t *entry, void *factors, void *fi, void *work,
+                   void *mc64perm, void *mc64uv, int *timer_flags, void *b,
+                   void *x, int *iparam, int *ooc_l);
+
+// One numeric factorization: the kernel by matrix type, thread count and
+// storage mode; the time goes to comr[5], the kernel's error cell to
+// comi(50), the pivot counters to comi(62) to comi(64).
+template <class R>
+void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
+                       const int *comx, void *factors, void *work,
+                       const void *scaling, int *comi, double *comr,
+                       int *ooc_l);
+// The selectors: symmetric storage (types 2, -2, 4, -4, 6) and full
+// storage (types 1, 3, 11, 13).
+template <class R>
+void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
+                        const int *comx, void *factors, void *work,
+                        const void *scaling, int *comi, int *ooc_l);
+template <class R>
+void telmira_factor_unsym(const void *a, const int *ia, const int *ja,
+                          void *fi, const int *comx, void *factors, void *work,
+                          const void *scaling, int *comi, int *ooc_l);
+
+// The pivot perturbation of a factorization: 10^-|comi(66)|, for types -2,
+// -4 and 6 adjusted by the largest off-diagonal magnitude of a (each row's
+// first entry left out). 0 when comi(66) is 0.
+double pivot_perturbation(int k, int mtype, int n, const int *ia,
+                          const void *a, int single);
+
+// Solve with the factors: gather, triangular sweeps, scatter. x is the
+// caller's x (the permuted work vector, and the solution when comi(8) is
+// 0); b the right-hand sides (the solution when comi(8) is 1). work holds
+// comi(44) values of the handle's precision and type. s: the scalings
+// (2 n reals), m: the matching's row order. Status in comi(50).
+template <class R>
+void telmira_solve(const int *nrhs, void *x, void *b, void *fi,
+                   const int *comx, const void *factors, void *work,
+                   const void *s, const int *m, int *comi, int *ooc_l);
+
+// x(i) := b(perm(i)) for each right-hand side, with the scaling rules of
+// comi(67) and the sub-step comi(55). T is the value type, s real.
+template <class T>
+void psol_fwgath(const int *n, const int *nrhs, T *x, const T *b,
+                 const int *perm, const void *s, const int *m,
+                 const int *comi);
+// The solution back in the input order: over b (comi(8) = 1) or, through
+// buf of bufcols columns, over x.
+template <class T>
+void psol_bwscat(const int *n, const int *nrhs, T *x, T *b, const int *perm,
+                 const void *s, T *buf, const int *bufcols, const int *comi);
+
+}  // namespace tlm
+
+#endif

@@ -1,0 +1,343 @@
+// telmira_stage.cpp - the four stages below the phase driver: order,
+// symbolic factorization, the final layout of the structure, and the
+// numbers (factorization and solve).
+//
+// The driver hands each array over by its bare address; the sub-arrays of
+// a block are found by their positions in comx (telmira_layout.h).
+#include "telmira_stage.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "ordering.h"
+#include "parlist.h"
+#include "scatter_map.h"
+#include "service/vek_serv_clock.h"
+#include "symbolic.h"
+#include "telmira_layout.h"
+#include "telmira_numeric.h"
+#include "telmira_storage.h"
+#include "telmira_types.h"
+
+namespace tlm {
+
+std::int64_t fi_layout(int n, int e, int nsuper, int c, int p, int t, int sym,
+                       int rowflag, int *comx) {
+  std::int64_t next = 1;
+  auto place = [&](int k, std::int64_t len) {
+    if (comx != nullptr) COMX(k) = static_cast<int>(next);
+    next += len > 0 ? len : 0;
+  };
+  const std::int64_t N = n, S = nsuper, T = t < 1 ? 1 : t;
+  place(CX_PERM, N);
+  place(CX_INVP, N);
+  place(CX_XSUP, S + 1);
+  place(CX_SNODE, N);
+  place(CX_XLINDX, S + 1);
+  place(CX_LINDX, c);
+  place(CX_XLNZ, N + 1);
+  place(CX_XUNZ, N + 1);
+  place(CX_NMOD, S);
+  place(CX_PNLSCH, S);
+  place(CX_PARTS, p);
+  place(CX_PIVOT, N);
+  place(CX_IWORK, 2 * T * N + N + S);
+  place(CX_XNMOD, t > 1 ? S + 1 : 0);
+  place(CX_XJALF, N + 1);
+  place(CX_XJAUF, sym ? 0 : N + 1);
+  place(CX_LUPERM, e);
+  place(CX_LUPERM_ROW, rowflag ? e : 0);
+  place(CX_JALF, e);
+  place(CX_JAUF, sym ? 0 : e);
+  return next - 1;
+}
+
+namespace {
+
+// Time between stages: the gap since the end of the last stage.
+void stage_start(double *comr, int *timer_flags) {
+  double t = 0.0;
+  telmira_clock(&t);
+  comr[8] += t - comr[15];
+  comr[15] = t;
+  timer_flags[8] = 1;
+}
+
+void stage_end(double *comr) { telmira_clock(&comr[15]); }
+
+// Stage 1: adjacency and order (sssord), then elimination tree, column
+// counts and supernodes (sfinit).
+void stage_order(const int *neqns, const int *ia, const int *ja, int *perm,
+                 int *comi, double *comr, int *comx, void *s0, void *s1,
+                 void *work_i0, int *mc64perm, int *timer_flags) {
+  int n = *neqns;
+  double times[2] = {0.0, 0.0};
+  int *match = nullptr;
+  if (COMI(67) > 0 && mc64perm != nullptr) match = mc64perm;
+  sssord(&n, const_cast<int *>(ia), const_cast<int *>(ja), comi, perm, match,
+         sub(s1, comx, CX_XADJ), sub(s1, comx, CX_ADJNCY),
+         sub(s0, comx, CX_S0_PERM), sub(s0, comx, CX_S0_INVP),
+         sub(s0, comx, CX_S0_PARTS), times);
+  comr[0] = times[0];
+  comr[1] = times[1];
+  timer_flags[0] = 1;
+  timer_flags[1] = 1;
+  if (COMI(50) != 0) return;
+  double t0 = 0.0, t1 = 0.0;
+  telmira_clock(&t0);
+  int error = 0;
+  sfinit(&n, sub(s1, comx, CX_XADJ), sub(s1, comx, CX_ADJNCY),
+         sub(s0, comx, CX_S0_PERM), sub(s0, comx, CX_S0_INVP),
+         sub(s0, comx, CX_S0_PARTS), sub(s0, comx, CX_S0_COLCNT),
+         sub(s0, comx, CX_S0_SNODE), sub(s0, comx, CX_S0_XSUP),
+         static_cast<int *>(work_i0), comi, &error);
+  telmira_clock(&t1);
+  comr[2] = t1 - t0;
+  timer_flags[2] = 1;
+  COMI(50) = error;
+}
+
+// Stage 2: the structure of the factor.
+void stage_symbolic(const int *neqns, int *comi, double *comr, int *comx,
+                    void *s0, void *s1, void *s2, void *work_i0,
+                    int *timer_flags) {
+  int error = 0;
+  symbfct(neqns, comi, &comr[2], sub(s0, comx, CX_S0_PERM),
+          sub(s0, comx, CX_S0_INVP), sub(s1, comx, CX_XADJ),
+          sub(s1, comx, CX_ADJNCY), sub(s0, comx, CX_S0_COLCNT),
+          sub(s0, comx, CX_S0_XSUP), sub(s0, comx, CX_S0_SNODE),
+          sub(s0, comx, CX_S0_PARTS), sub(s2, comx, CX_S2_XLINDX),
+          sub(s2, comx, CX_S2_LINDX), sub(s0, comx, CX_S0_XLNZ),
+          sub(s0, comx, CX_S0_XUNZ), sub(s2, comx, CX_S2_SPARENT),
+          sub(s2, comx, CX_S2_PNLSCH), sub(s2, comx, CX_S2_NMOD),
+          sub(s2, comx, CX_S2_STATE1), sub(s2, comx, CX_S2_STATE2),
+          sub(s2, comx, CX_S2_TOPCNT), static_cast<int *>(work_i0), &error);
+  timer_flags[2] = 1;
+  COMI(50) = error;
+}
+
+void copy_ints(int *to, const int *from, std::int64_t count) {
+  if (count > 0) std::memcpy(to, from, static_cast<std::size_t>(count) * sizeof(int));
+}
+
+// Stage 3: the final structure in handle[STRUC_FI], the scatter lists of
+// the input matrix, the parallel lists and the operation count.
+void stage_layout(const int *neqns, const int *ia, const int *ja, int *perm,
+                  int *comi, double *comr, int *comx, void *s0, void *s1,
+                  void *s2, void *fi, void *work_i0, int *mc64perm,
+                  int *timer_flags, int *loc_int, int *iparam, int *ooc_l) {
+  const int n = *neqns;
+  const int ns = COMI(31), c = COMI(36), p = COMI(61), t = COMI(15);
+  const int e = COMI(54);
+  const int sym = COMI(19) == 1 ? 1 : 0;
+  const int rowflag = COMI(69) != 0 ? 1 : 0;
+  if (CTRL(18) < 0) CTRL(18) = COMI(34) + COMI(35);
+
+  const std::int64_t end = fi_layout(n, e, ns, c, p, t, sym, rowflag, comx);
+  copy_ints(sub(fi, comx, CX_PERM), sub(s0, comx, CX_S0_PERM), n);
+  copy_ints(sub(fi, comx, CX_INVP), sub(s0, comx, CX_S0_INVP), n);
+  copy_ints(sub(fi, comx, CX_XSUP), sub(s0, comx, CX_S0_XSUP), ns + 1);
+  copy_ints(sub(fi, comx, CX_SNODE), sub(s0, comx, CX_S0_SNODE), n);
+  copy_ints(sub(fi, comx, CX_XLINDX), sub(s2, comx, CX_S2_XLINDX), ns + 1);
+  copy_ints(sub(fi, comx, CX_LINDX), sub(s2, comx, CX_S2_LINDX), c);
+  copy_ints(sub(fi, comx, CX_XLNZ), sub(s0, comx, CX_S0_XLNZ), n + 1);
+  copy_ints(sub(fi, comx, CX_XUNZ), sub(s0, comx, CX_S0_XUNZ), n + 1);
+  copy_ints(sub(fi, comx, CX_NMOD), sub(s2, comx, CX_S2_NMOD), ns);
+  copy_ints(sub(fi, comx, CX_PNLSCH), sub(s2, comx, CX_S2_PNLSCH), ns);
+  copy_ints(sub(fi, comx, CX_PARTS), sub(s0, comx, CX_S0_PARTS), p);
+  if (CTRL(5) < 0) copy_ints(perm, sub(fi, comx, CX_PERM), n);
+
+  // Where each entry of A goes in the factor.
+  int *work = static_cast<int *>(work_i0);
+  int lcount = 0, ucount = 0;
+  if (sym) {
+    inv_perm_mod_mod_sym(neqns, ia, ja, sub(fi, comx, CX_PERM),
+                         sub(fi, comx, CX_INVP), &ns, sub(fi, comx, CX_XSUP),
+                         sub(fi, comx, CX_XLINDX), sub(fi, comx, CX_LINDX),
+                         sub(fi, comx, CX_XLNZ), sub(s1, comx, CX_XADJ),
+                         sub(s1, comx, CX_ADJNCY), &rowflag,
+                         sub(fi, comx, CX_XJALF), sub(fi, comx, CX_JALF),
+                         sub(fi, comx, CX_LUPERM),
+                         rowflag ? sub(fi, comx, CX_LUPERM_ROW) : nullptr,
+                         &lcount, work);
+  } else {
+    const int mtype = COMI(12);
+    const int *roworder =
+        (mtype > 10 && COMI(67) > 0 && mc64perm != nullptr) ? mc64perm : nullptr;
+    inv_perm_mod_mod(neqns, ia, ja, sub(fi, comx, CX_PERM),
+                     sub(fi, comx, CX_INVP), &ns, sub(fi, comx, CX_XSUP),
+                     sub(fi, comx, CX_XLINDX), sub(fi, comx, CX_LINDX),
+                     sub(fi, comx, CX_XLNZ), sub(fi, comx, CX_XUNZ),
+                     sub(s1, comx, CX_XADJ), sub(s1, comx, CX_ADJNCY), &mtype,
+                     roworder, &rowflag, sub(fi, comx, CX_XJALF),
+                     sub(fi, comx, CX_JALF), sub(fi, comx, CX_XJAUF),
+                     sub(fi, comx, CX_JAUF), sub(fi, comx, CX_LUPERM),
+                     rowflag ? sub(fi, comx, CX_LUPERM_ROW) : nullptr, &lcount,
+                     &ucount, work);
+    // The U lists close up behind the L lists.
+    int *jalf = sub(fi, comx, CX_JALF);
+    std::memmove(jalf + lcount, sub(fi, comx, CX_JAUF),
+                 static_cast<std::size_t>(ucount) * sizeof(int));
+    COMX(CX_JAUF) = COMX(CX_JALF) + lcount;
+  }
+  COMX(CX_FI_END) = static_cast<int>(end - (sym ? 0 : e));
+
+  // Lists of the parallel numeric phase.
+  if (t > 1) {
+    double t0 = 0.0, t1 = 0.0;
+    telmira_clock(&t0);
+    const int np = COMI(60), mtype = COMI(12);
+    // loc_int: slindx, slength, then the source index
+    const int cap = c;
+    int total = 0, ntop = 1, error = 0;
+    parlist(&ns, neqns, &cap, sub(fi, comx, CX_XLINDX), sub(fi, comx, CX_LINDX),
+            sub(fi, comx, CX_XSUP), sub(fi, comx, CX_SNODE),
+            sub(fi, comx, CX_NMOD), &np, sub(fi, comx, CX_PARTS), &mtype,
+            sub(fi, comx, CX_XNMOD), loc_int + 2 * static_cast<std::int64_t>(cap),
+            loc_int, loc_int + cap, &total, &ntop, &error);
+    COMI(28) = total;
+    COMI(72) = ntop;
+    COMI(6) = sub(fi, comx, CX_XNMOD)[ns];
+    telmira_clock(&t1);
+    comr[3] = t1 - t0;
+    timer_flags[3] = 1;
+    if (error != 0) {
+      COMI(50) = -1;
+      return;
+    }
+  }
+
+  // The operation count of the factorization.
+  if (COMI(11) > 0 || CTRL(19) < 0 || OOCL(1) == 2) {
+    double mflop = 0.0;
+    const int mtype = COMI(12);
+    flops_estimate(&ns, sub(fi, comx, CX_XSUP), sub(fi, comx, CX_SNODE),
+                   sub(fi, comx, CX_XLINDX), sub(fi, comx, CX_LINDX), work,
+                   work + ns, &sym, &mtype, &mflop);
+    comr[14] = mflop;
+    if (CTRL(19) < 0) CTRL(19) = mflop < 2147483647.0 ? static_cast<int>(mflop) : 2147483647;
+  }
+}
+
+}  // namespace
+
+template <class R>
+void stage_numbers(int *phase, const void *a, const int *ia, const int *ja,
+                   const int *nb, int *comi, double *comr, int *comx,
+                   std::intptr_t *entry, void *factors, void *fi, void *work,
+                   void *mc64perm, void *mc64uv, int *timer_flags, void *b,
+                   void *x, int *iparam, int *ooc_l) {
+  const int w = COMI(5);
+  const int ph = *phase;
+  const int kept8 = COMI(8), kept41 = COMX(COMX_FACTORS), kept42 = COMX(COMX_U_PART);
+  // A phase of 30 and above factorizes only when the plan forced it. The
+  // preconditioned iteration is not part of this version: a selection in
+  // comi(18) factorizes and solves directly.
+  const bool factorize = ph > 29 ? COMI(43) == 1 : true;
+  if (factorize) {
+    entry[3] = (static_cast<std::intptr_t>(COMI(34)) + COMI(35)) * w;
+    entry[1] = entry[0];
+    entry[4] = w;
+    COMX(COMX_FACTORS) = 1;
+    COMX(COMX_U_PART) = COMI(34) * w + 1;
+    COMI(62) = COMI(63) = COMI(64) = 0;
+    CTRL(20) = 0;
+    int comi_kept[COMI_WORDS], comx_kept[COMX_WORDS];
+    std::memcpy(comi_kept, comi, sizeof(comi_kept));
+    std::memcpy(comx_kept, comx, sizeof(comx_kept));
+    telmira_factorize<R>(a, ia, ja, fi, comx, factors, work, mc64uv, comi,
+                         comr, ooc_l);
+    telmira_clock(&comr[15]);
+    comr[4] = 0.0;  // the scatter of A runs inside the kernel's sweep
+    timer_flags[4] = 1;
+    timer_flags[5] = 1;
+    for (int k = 1; k <= COMI_WORDS; ++k)
+      if (k != 50 && k != 62 && k != 63 && k != 64) COMI(k) = comi_kept[k - 1];
+    std::memcpy(comx, comx_kept, sizeof(comx_kept));
+    COMI(41) = 4;
+    COMI(43) = 0;
+    COMX(COMX_WORK) = 1;
+  }
+  if (COMI(50) != 0 || ph == 12 || ph == 22) {
+    COMI(8) = kept8;
+    COMX(COMX_FACTORS) = kept41;
+    COMX(COMX_U_PART) = kept42;
+    return;
+  }
+  // Phases 13, 23 and 33: the solve. Refinement steps are not part of this
+  // version; a request for them (iparam(8), perturbed pivots) gets the
+  // plain solve and iparam(7) = 0.
+  COMX(COMX_FACTORS) = 1;
+  COMX(COMX_U_PART) = COMI(34) * w + 1;
+  double t0 = 0.0, t1 = 0.0;
+  telmira_clock(&t0);
+  telmira_solve<R>(nb, x, b, fi, comx, factors, work, mc64uv,
+                   static_cast<const int *>(mc64perm), comi, ooc_l);
+  telmira_clock(&t1);
+  comr[6] = t1 - t0;
+  timer_flags[6] = 1;
+  comr[15] = t1;
+  COMI(65) = 0;
+}
+
+template <class R>
+void telmira_stage(int *phase, const int *neqns, const int *matrix_number,
+                   const void *a, const int *ia, const int *ja, int *perm,
+                   const int *nb, int *comi, double *comr, int *comx,
+                   std::intptr_t *entry, void *factors, void *struc_s0,
+                   void *struc_s1, void *struc_s2, void *struc_fi, void *work_i0,
+                   void *work_r0, void *cgs_arr, void *up_uplen, void *mc64perm,
+                   void *mc64uv, int *timer_flags, int *loc_int, void *b,
+                   void *x, const int *stage, int *iparam, int *ooc_l,
+                   void *ooc_r, char *ooc_path) {
+  (void)matrix_number;
+  (void)cgs_arr;
+  (void)up_uplen;
+  (void)ooc_r;
+  (void)ooc_path;
+  COMI(50) = 0;
+  stage_start(comr, timer_flags);
+  switch (*stage) {
+    case 1:
+      stage_order(neqns, ia, ja, perm, comi, comr, comx, struc_s0, struc_s1,
+                  work_i0, static_cast<int *>(mc64perm), timer_flags);
+      break;
+    case 2:
+      stage_symbolic(neqns, comi, comr, comx, struc_s0, struc_s1, struc_s2,
+                     work_i0, timer_flags);
+      break;
+    case 3:
+      stage_layout(neqns, ia, ja, perm, comi, comr, comx, struc_s0, struc_s1,
+                   struc_s2, struc_fi, work_i0, static_cast<int *>(mc64perm),
+                   timer_flags, loc_int, iparam, ooc_l);
+      break;
+    case 4:
+      stage_numbers<R>(phase, a, ia, ja, nb, comi, comr, comx, entry, factors,
+                       struc_fi, work_r0, mc64perm, mc64uv, timer_flags, b, x,
+                       iparam, ooc_l);
+      break;
+    default:
+      break;
+  }
+  stage_end(comr);
+}
+
+#define TELMIRA_STAGE_INSTANCE(R)                                              \
+  template void telmira_stage<R>(                                              \
+      int *, const int *, const int *, const void *, const int *, const int *, \
+      int *, const int *, int *, double *, int *, std::intptr_t *, void *,     \
+      void *, void *, void *, void *, void *, void *, void *, void *, void *,  \
+      void *, int *, int *, void *, void *, const int *, int *, int *, void *, \
+      char *);
+TELMIRA_STAGE_INSTANCE(double)
+template void stage_numbers<double>(int *, const void *, const int *, const int *,
+                                    const int *, int *, double *, int *,
+                                    std::intptr_t *, void *, void *, void *, void *,
+                                    void *, int *, void *, void *, int *, int *);
+template void stage_numbers<float>(int *, const void *, const int *, const int *,
+                                   const int *, int *, double *, int *,
+                                   std::intptr_t *, void *, void *, void *, void *,
+                                   void *, int *, void *, void *, int *, int *);
+TELMIRA_STAGE_INSTANCE(float)
+
+}  // namespace tlm

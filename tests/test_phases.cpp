@@ -1,0 +1,402 @@
+// The phases through the public entry on real symmetric positive definite
+// systems: analysis, factorization and solve end to end, the ido state
+// machine, several sets of factors over one analysis, sub-steps of the
+// solve, the memory figures, and a matrix that is not positive definite.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "service/vek_serv_threads.h"
+#include "telmira.h"
+#include "telmira_storage.h"
+#include "telmira_types.h"
+#include "test_matrices.h"
+#include "vekio.h"
+
+namespace {
+
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
+
+// One handle and its control array around a matrix in the storage of its
+// type; right-hand sides b = A * (1, 2, ..., n) shifted per side.
+struct system {
+  intptr_t handle[64] = {0};
+  int iparam[64] = {0};
+  int maxfct = 1, mnum = 1, mtype = 2, n = 0, nb = 1, msglvl = 0, error = 0;
+  vekio::sparse A;
+  std::vector<int> perm;
+  std::vector<double> b, x, xref;
+
+  system(const vekio::sparse &full, int type = 2, int nrhs = 1) : mtype(type), nb(nrhs) {
+    A = vekio::storage_for_type(full, type);
+    n = A.n;
+    perm.assign(n, 0);
+    set_rhs(nrhs);
+  }
+  ~system() { release(); }
+  void set_rhs(int nrhs) {
+    nb = nrhs;
+    xref.assign(static_cast<std::size_t>(n) * nb, 0.0);
+    b.assign(xref.size(), 0.0);
+    x.assign(xref.size(), 0.0);
+    for (int k = 0; k < nb; ++k)
+      for (int i = 0; i < n; ++i) xref[static_cast<std::size_t>(k) * n + i] = 1.0 + 0.001 * i + k;
+    for (int k = 0; k < nb; ++k)
+      vekio::multiply(A, mtype, &xref[static_cast<std::size_t>(k) * n],
+                      &b[static_cast<std::size_t>(k) * n]);
+  }
+  int call(int ido) {
+    telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, A.a.data(), A.ia.data(), A.ja.data(),
+            perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
+    return error;
+  }
+  void release() {
+    int keep = msglvl;
+    msglvl = 0;
+    call(-1);
+    msglvl = keep;
+  }
+  double residual(const std::vector<double> &sol) const {
+    return vekio::relative_residual(A, mtype, sol.data(), b.data(), nb);
+  }
+  const int *comi() const { return tlm::state_of(handle).comi; }
+};
+
+double worst_error(const std::vector<double> &x, const std::vector<double> &ref) {
+  double e = 0.0;
+  for (std::size_t i = 0; i < x.size(); ++i) e = std::max(e, std::fabs(x[i] - ref[i]));
+  return e;
+}
+
+struct threads {
+  explicit threads(int t) {
+    vek_serv_set_dynamic(0);
+    vek_serv_set_num_threads(t);
+  }
+};
+
+TEST(Solve, RealAndGeneratedPositiveDefiniteMatrices) {
+  threads one(1);
+  std::vector<std::pair<std::string, vekio::sparse>> cases;
+  for (const char *name : {"bcsstk01", "494_bus", "bcsstk13", "dwt_992", "jagmesh7", "bcspwr06"}) {
+    vekio::sparse m;
+    if (vektest::load(name, m)) {
+      // Pattern files come with values that make them positive definite.
+      cases.emplace_back(name, m);
+    }
+  }
+  cases.emplace_back("lap2d:2", vekio::lap2d(2));
+  cases.emplace_back("lap2d:37", vekio::lap2d(37));
+  cases.emplace_back("lap2d:120", vekio::lap2d(120));
+  cases.emplace_back("lap3d:7", vekio::lap3d(7));
+  cases.emplace_back("lap3d:18", vekio::lap3d(18));
+  for (auto &c : cases) {
+    SCOPED_TRACE(c.first);
+    system s(c.second);
+    ASSERT_EQ(s.call(13), 0);
+    EXPECT_LE(s.residual(s.x), 1e-14);
+    // Analysis figures: entries of L and the operation count.
+    EXPECT_GE(s.iparam[17], s.n);
+    EXPECT_GE(s.iparam[18], 0);
+    EXPECT_EQ(s.iparam[63], 110);
+  }
+}
+
+TEST(Solve, SeveralRightHandSidesOnTwoThreadsAndSolutionOverB) {
+  threads two(2);
+  vekio::sparse m;
+  ASSERT_TRUE(vektest::load("bcsstk13", m));
+  system s(m, 2, 5);
+  ASSERT_EQ(s.call(13), 0);
+  EXPECT_EQ(s.iparam[2], 2);
+  EXPECT_LE(s.residual(s.x), 1e-14);
+  const std::vector<double> first = s.x;
+
+  // iparam(6) = 1: the solution replaces b, x keeps the permuted work.
+  s.iparam[5] = 1;
+  const std::vector<double> rhs = s.b;
+  ASSERT_EQ(s.call(33), 0);
+  std::vector<double> sol = s.b;
+  s.b = rhs;
+  EXPECT_LE(s.residual(sol), 1e-14);
+  EXPECT_LE(worst_error(sol, first), 1e-12);
+  // x holds each side's solution in the solver's order: the same values,
+  // not the same places.
+  bool permuted_differs = false;
+  for (std::size_t i = 0; i < sol.size(); ++i) permuted_differs |= s.x[i] != sol[i];
+  EXPECT_TRUE(permuted_differs);
+  for (int k = 0; k < s.nb; ++k) {
+    const auto at = static_cast<std::ptrdiff_t>(k) * s.n;
+    std::vector<double> p(s.x.begin() + at, s.x.begin() + at + s.n);
+    std::vector<double> q(sol.begin() + at, sol.begin() + at + s.n);
+    std::sort(p.begin(), p.end());
+    std::sort(q.begin(), q.end());
+    EXPECT_EQ(p, q);
+  }
+}
+
+TEST(Solve, SubStepsForwardThenBackwardEqualTheFullSolve) {
+  threads one(1);
+  for (int nrhs : {1, 3}) {
+    SCOPED_TRACE(nrhs);
+    system s(vekio::lap3d(9), 2, nrhs);
+    ASSERT_EQ(s.call(12), 0);
+    ASSERT_EQ(s.call(33), 0);
+    const std::vector<double> full = s.x;
+    EXPECT_LE(s.residual(full), 1e-14);
+
+    // 331 leaves L^-1 P b in input order; 333 on that gives the solution.
+    ASSERT_EQ(s.call(331), 0);
+    const std::vector<double> rhs = s.b;
+    s.b = s.x;
+    ASSERT_EQ(s.call(333), 0);
+    EXPECT_LE(worst_error(s.x, full), 1e-12);
+
+    // 332 has nothing to do for L L^T: gather and scatter give b back.
+    s.b = rhs;
+    ASSERT_EQ(s.call(332), 0);
+    EXPECT_LE(worst_error(s.x, rhs), 0.0);
+  }
+}
+
+TEST(Phases, StateTableThroughTheEntry) {
+  threads one(1);
+  const vekio::sparse m = vekio::lap2d(12);
+
+  {  // empty handle: 22, 23, 33 make a state and refuse; 0 refused; -1 nothing
+    for (int ido : {22, 23}) {
+      system s(m);
+      s.msglvl = 1;
+      CaptureStdout();
+      s.call(ido);
+      const std::string out = GetCapturedStdout();
+      EXPECT_EQ(s.error, -1) << ido;
+      EXPECT_NE(out.find("clean impossible (ido?)"), std::string::npos) << out;
+      EXPECT_NE(s.handle[0], 0);
+    }
+    system y(m);
+    EXPECT_EQ(y.call(33), -7);  // refused as well (silently at level 0)
+    system z(m);
+    EXPECT_EQ(z.call(-1), 0);
+    for (intptr_t w : z.handle) EXPECT_EQ(w, 0);
+    EXPECT_EQ(z.call(0), -7);  // silent -1
+    for (intptr_t w : z.handle) EXPECT_EQ(w, 0);
+  }
+
+  system s(m);
+  ASSERT_EQ(s.call(11), 0);
+  EXPECT_NE(s.handle[tlm::STRUC_FI], 0);
+  // The analysis blocks are gone after the analysis.
+  for (int slot : {tlm::STRUC_S0, tlm::STRUC_S1, tlm::STRUC_S2, tlm::WORK_I0})
+    EXPECT_EQ(s.handle[slot], 0) << slot;
+  const int *comi = s.comi();
+  const intptr_t *entry = tlm::fact_entry(s.handle, 1);
+  ASSERT_NE(entry, nullptr);
+  EXPECT_EQ(entry[1], tlm::not_allocated_mark);
+
+  // 33 right after the analysis runs as 23.
+  ASSERT_EQ(s.call(33), 0);
+  EXPECT_LE(s.residual(s.x), 1e-14);
+  EXPECT_NE(entry[0], 0);
+  EXPECT_EQ(entry[1], entry[0]);
+  EXPECT_EQ(entry[3], static_cast<intptr_t>(COMI(34) + COMI(35)));
+  EXPECT_EQ(entry[4], 1);
+
+  // A repeated 22 refactors in place with new values.
+  const intptr_t block = entry[0];
+  for (double &v : s.A.a) v *= 2.0;
+  s.set_rhs(1);
+  ASSERT_EQ(s.call(22), 0);
+  EXPECT_EQ(entry[0], block);
+  ASSERT_EQ(s.call(33), 0);
+  EXPECT_LE(s.residual(s.x), 1e-14);
+
+  // 0 drops the factors of matrix 1; a 33 then factorizes again.
+  ASSERT_EQ(s.call(0), 0);
+  EXPECT_EQ(entry[0], 0);
+  EXPECT_EQ(entry[1], tlm::not_allocated_mark);
+  std::fill(s.x.begin(), s.x.end(), 0.0);
+  ASSERT_EQ(s.call(33), 0);
+  EXPECT_LE(s.residual(s.x), 1e-14);
+
+  // 0 with a matrix number beyond max_fac_store is refused.
+  s.mnum = 2;
+  EXPECT_EQ(s.call(0), -7);
+  s.mnum = 1;
+
+  // -1 empties the handle.
+  EXPECT_EQ(s.call(-1), 0);
+  for (intptr_t w : s.handle) EXPECT_EQ(w, 0);
+}
+
+TEST(Phases, TwoSetsOfFactorsOverOneAnalysis) {
+  threads one(1);
+  const vekio::sparse m = vekio::lap3d(8);
+  system s(m);
+  s.maxfct = 2;
+  ASSERT_EQ(s.call(11), 0);
+  // Matrix 1: the Laplacian; matrix 2: the same pattern, diagonal raised.
+  const std::vector<double> a1 = s.A.a;
+  std::vector<double> a2 = a1;
+  for (int i = 1; i <= s.n; ++i) a2[s.A.ia[i - 1] - 1] += 5.0;  // diagonal first in each row
+  s.mnum = 1;
+  ASSERT_EQ(s.call(22), 0);
+  s.A.a = a2;
+  s.mnum = 2;
+  ASSERT_EQ(s.call(22), 0);
+  const intptr_t *e1 = tlm::fact_entry(s.handle, 1);
+  const intptr_t *e2 = tlm::fact_entry(s.handle, 2);
+  EXPECT_NE(e1[0], e2[0]);
+
+  // Each solves with its own factors.
+  for (int k : {1, 2}) {
+    SCOPED_TRACE(k);
+    s.A.a = k == 1 ? a1 : a2;
+    s.set_rhs(2);
+    s.mnum = k;
+    ASSERT_EQ(s.call(33), 0);
+    EXPECT_LE(worst_error(s.x, s.xref), 1e-10);
+  }
+  // Dropping matrix 1 leaves matrix 2 alone.
+  s.mnum = 1;
+  ASSERT_EQ(s.call(0), 0);
+  EXPECT_EQ(e1[0], 0);
+  EXPECT_NE(e2[0], 0);
+  s.mnum = 2;
+  s.A.a = a2;
+  s.set_rhs(1);
+  ASSERT_EQ(s.call(33), 0);
+  EXPECT_LE(worst_error(s.x, s.xref), 1e-10);
+}
+
+TEST(Phases, MemoryFiguresAcrossCalls) {
+  threads one(1);
+  system s(vekio::lap2d(40));
+  ASSERT_EQ(s.call(11), 0);
+  const int peak = s.iparam[14], permanent = s.iparam[15], numeric = s.iparam[16];
+  EXPECT_GT(peak, 0);
+  EXPECT_GT(permanent, 0);
+  EXPECT_LT(permanent, peak);
+  // The forecast of L alone: |L| doubles in kilobytes.
+  EXPECT_GE(numeric, static_cast<int>(8.0 * s.comi()[33] / 1024));
+  EXPECT_EQ(s.comi()[74], peak);
+  EXPECT_EQ(s.comi()[75], permanent);
+  EXPECT_EQ(s.comi()[76], numeric);
+  EXPECT_GE(s.iparam[60], s.iparam[61]);  // all in-core structures >= integers
+  EXPECT_GE(s.iparam[62], 1);
+
+  // The factorization keeps the analysis figures; its own sum is what it
+  // allocated.
+  ASSERT_EQ(s.call(22), 0);
+  EXPECT_EQ(s.iparam[14], peak);
+  EXPECT_EQ(s.iparam[15], permanent);
+  EXPECT_GE(s.iparam[16], static_cast<int>(8.0 * s.comi()[33] / 1024));
+  // A second analysis starts its sums anew and arrives at the same figures.
+  ASSERT_EQ(s.call(11), 0);
+  EXPECT_EQ(s.iparam[14], peak);
+  EXPECT_EQ(s.iparam[15], permanent);
+  EXPECT_EQ(s.iparam[16], numeric);
+}
+
+TEST(Phases, NotPositiveDefiniteReportsTheInputColumn) {
+  threads one(1);
+  vekio::sparse m = vekio::lap2d(10);
+  // Column 7 turns indefinite: every leading block without it stays
+  // positive definite, so its pivot is the first to fail in any order.
+  for (int k = m.ia[6]; k < m.ia[7]; ++k)
+    if (m.ja[k - 1] == 7) m.a[k - 1] = -4.0;
+  for (int method : {0, 2}) {
+    SCOPED_TRACE(method);
+    system s(m);
+    s.iparam[0] = 1;
+    s.iparam[1] = method;
+    s.iparam[17] = -1;
+    s.iparam[18] = -1;
+    s.msglvl = 1;
+    CaptureStdout();
+    s.call(13);
+    const std::string out = GetCapturedStdout();
+    EXPECT_EQ(s.error, -4);
+    EXPECT_EQ(s.iparam[29], 7);
+    EXPECT_NE(out.find("*** Error in TELMIRA  ( numerical_factorization) error_num= 7"),
+              std::string::npos)
+        << out;
+    EXPECT_NE(out.find("zero or negative pivot, A is not SPD-matrix"), std::string::npos);
+  }
+}
+
+TEST(Phases, SinglePrecisionHandle) {
+  threads one(1);
+  const vekio::sparse full = vekio::lap3d(10);
+  const vekio::sparse A = vekio::storage_for_type(full, 2);
+  std::vector<float> a(A.a.begin(), A.a.end());
+  const int n = A.n;
+  std::vector<double> ones(n, 1.0), bd(n);
+  vekio::multiply(A, 2, ones.data(), bd.data());
+  std::vector<float> b(bd.begin(), bd.end()), x(n, 0.0f);
+  std::vector<int> perm(n);
+  intptr_t handle[64] = {0};
+  int iparam[64] = {0};
+  iparam[27] = 1;
+  int maxfct = 1, mnum = 1, mtype = 2, ido = 13, nb = 1, msglvl = 0, error = 0;
+  telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
+          perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
+  ASSERT_EQ(error, 0);
+  EXPECT_EQ(tlm::state_of(handle).comi[89], 1);
+  for (int i = 0; i < n; ++i) EXPECT_NEAR(x[i], 1.0f, 1e-4f) << i;
+  ido = -1;
+  telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
+          perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
+}
+
+TEST(Phases, ReturnedPermutationAndCallerPermutation) {
+  threads one(1);
+  system s(vekio::lap2d(15));
+  s.iparam[0] = 1;
+  s.iparam[1] = 2;
+  s.iparam[4] = 2;  // hand the computed order back
+  ASSERT_EQ(s.call(13), 0);
+  const std::vector<int> computed = s.perm;
+  std::vector<int> seen(s.n + 1, 0);
+  for (int p : computed) {
+    ASSERT_GE(p, 1);
+    ASSERT_LE(p, s.n);
+    ++seen[p];
+  }
+  for (int i = 1; i <= s.n; ++i) EXPECT_EQ(seen[i], 1);
+  const int lcomputed = s.comi()[33];
+
+  // The same order given back (iparam(5) = 1) gives the same factor size.
+  system t(vekio::lap2d(15));
+  t.iparam[0] = 1;
+  t.iparam[1] = 2;
+  t.iparam[4] = 1;
+  t.perm = computed;
+  ASSERT_EQ(t.call(13), 0);
+  EXPECT_EQ(t.comi()[33], lcomputed);
+  EXPECT_LE(t.residual(t.x), 1e-14);
+}
+
+TEST(Phases, ReportAtMessageLevelOne) {
+  threads one(1);
+  system s(vekio::lap2d(20));
+  s.msglvl = 1;
+  CaptureStdout();
+  ASSERT_EQ(s.call(13), 0);
+  const std::string out = GetCapturedStdout();
+  for (const char *line :
+       {"=== TELMIRA is running in In-Core mode, because iparam(60)=0 ===",
+        "================  TELMIRA: solving a symm. posit. def. system  ================",
+        "Summary TELMIRA: ( reorder to solve )", "      Time numfct :",
+        "      Time solve  :", " Percentage of computed non-zeros for LL^T factorization",
+        "             #equations:                                     400",
+        "             gflop   for the numerical factorization:"})
+    EXPECT_NE(out.find(line), std::string::npos) << line << "\n" << out;
+}
+
+}  // namespace
