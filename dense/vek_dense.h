@@ -44,6 +44,12 @@ template <class T>
 void trsv(const char *uplo, const char *trans, const char *diag, const int *n,
           const T *a, const int *lda, T *x, const int *incx);
 
+// Threads that the installed BLAS may use inside one call of this
+// interface, for the calls that follow (process-wide). The solver sets it
+// to its own thread count before a sequential sweep, and to 1 around
+// regions whose threads each call the dense routines.
+void blas_threads(int count);
+
 }  // namespace vekd
 
 #endif

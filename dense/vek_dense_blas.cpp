@@ -4,6 +4,7 @@
 #include <complex>
 
 #include "dense/vek_dense.h"
+#include "platform/vek_platform.h"
 
 typedef std::complex<double> zc;
 typedef std::complex<float> cc;
@@ -76,5 +77,21 @@ VEK_INSTANCES(d, double)
 VEK_INSTANCES(s, float)
 VEK_INSTANCES(z, zc)
 VEK_INSTANCES(c, cc)
+
+}  // namespace vekd
+
+namespace vekd {
+
+// The installed library's own thread control, when it has one.
+void blas_threads(int count) {
+  typedef void (*setter)(int);
+  static setter set = reinterpret_cast<setter>(vek_os_find_symbol("openblas_set_num_threads"));
+  static int current = -1;
+  if (count < 1) count = 1;
+  if (set != nullptr && count != current) {
+    set(count);
+    current = count;
+  }
+}
 
 }  // namespace vekd

@@ -47,6 +47,9 @@ std::uint64_t vek_os_rdtsc();
 // --- Message catalogue (LoadLibraryA, FormatMessageA, GetThreadLocale) ----
 // Opens the catalogue of the given file name; null when there is none.
 void *vek_os_catalogue_open(const char *file_name);
+// Address of a function of the process's loaded libraries by name; null
+// when none has it.
+void *vek_os_find_symbol(const char *name);
 // Formats message id of the catalogue into buf; returns the length, 0 when
 // the catalogue has no such message.
 unsigned vek_os_catalogue_format(void *catalogue, unsigned id, char *buf,

@@ -1,4 +1,5 @@
 // Linux implementation of the operating-system layer (vek_platform.h).
+#include <dlfcn.h>
 #include "platform/vek_platform.h"
 
 #include <pthread.h>
@@ -172,3 +173,5 @@ std::int32_t vek_os_compare_exchange(volatile std::int32_t *word,
 void vek_os_store_release(volatile std::int32_t *word, std::int32_t value) {
   __atomic_store_n(word, value, __ATOMIC_RELEASE);
 }
+
+void *vek_os_find_symbol(const char *name) { return dlsym(RTLD_DEFAULT, name); }

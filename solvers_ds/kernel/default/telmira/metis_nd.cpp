@@ -377,7 +377,11 @@ void metis_nd(int *n_, int *xadj1, int *adjncy1, int *threads_, int *perm,
   const int *xadj = xadj1;
   const int *adjncy = adjncy1;
 
-  nd_control ctrl{1, 0, 0, 2 * width};
+  // An imbalance of 15 % per bisection: against the partitioner's 20 % it
+  // cuts the time of the bisections by about a tenth, and the fill of the
+  // model problems and of the collection stays within a few per cent
+  // either way.
+  nd_control ctrl{1, 150, 0, 2 * width};
   int *order = nd_alloc(n);
   nd_graph g{0, nullptr, nullptr, nullptr, nullptr};
   int gn = n;         // vertices of the graph that is dissected

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "blkl.h"
+#include "dense/vek_dense.h"
 #include "service/vek_serv_clock.h"
 #include "service/vek_serv_message.h"
 #include "telmira_layout.h"
@@ -156,6 +157,9 @@ void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
   double t0 = 0.0, t1 = 0.0;
   telmira_clock(&t0);
   COMI(62) = COMI(63) = COMI(64) = 0;
+  // The sweeps are sequential: the dense routines below them get the
+  // threads of the call.
+  vekd::blas_threads(COMI(15));
   if (COMI(19) == 1)
     telmira_factor_sym<R>(a, ia, ja, fi, comx, factors, work, scaling, comi, ooc_l);
   else

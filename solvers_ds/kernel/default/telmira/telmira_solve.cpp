@@ -7,6 +7,7 @@
 #include <complex>
 
 #include "blkslvs.h"
+#include "dense/vek_dense.h"
 #include "telmira_layout.h"
 #include "telmira_storage.h"
 #include "telmira_types.h"
@@ -122,6 +123,9 @@ void telmira_solve(const int *nrhs, void *x_, void *b_, void *fi,
     blkslvs1<R>(&nsuper, xsup, xlindx, lindx, xlnz, lnz, x, &substep);
   } else if (*nrhs > 1) {
     int ldw = COMI(23) > 0 ? COMI(23) : 1;
+    // Threads across the right-hand sides; each calls the dense routines
+    // on one thread.
+    if (nthreads > 1) vekd::blas_threads(1);
     blkslvs<R>(&nsuper, nrhs, &nthreads, &n, xsup, xlindx, lindx, xlnz, lnz, x,
                w, &ldw, &substep);
   }
