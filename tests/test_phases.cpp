@@ -400,3 +400,58 @@ TEST(Phases, ReportAtMessageLevelOne) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Phases, MoreRightHandSidesThanAtTheAnalysisGrowTheWorkArray) {
+  threads two(2);
+  system s(vekio::lap2d(30), 2, 1);
+  ASSERT_EQ(s.call(12), 0);
+  const intptr_t before = s.handle[tlm::WORK_R0];
+  ASSERT_NE(before, 0);
+  const int kept = s.comi()[6];  // comi(7), the work size
+  s.set_rhs(60);
+  ASSERT_EQ(s.call(33), 0);
+  EXPECT_LE(s.residual(s.x), 1e-14);
+  EXPECT_GT(s.comi()[6], kept);
+  // Back to one side: the larger array is kept.
+  const int grown = s.comi()[6];
+  s.set_rhs(1);
+  ASSERT_EQ(s.call(33), 0);
+  EXPECT_EQ(s.comi()[6], grown);
+  EXPECT_LE(s.residual(s.x), 1e-14);
+}
+
+TEST(Phases, StorageModeLines) {
+  threads one(1);
+  struct want {
+    int iparam60;
+    const char *line;
+  };
+  for (const want &w :
+       {want{0, "=== TELMIRA is running in In-Core mode, because iparam(60)=0 ==="},
+        want{1, "=== TELMIRA is running in In-Core mode, because iparam(60)=1 and there is "
+                "enough RAM for In-Core ==="},
+        want{2, "=== TELMIRA is running in Out-Of-Core mode, because iparam(60)=2 ==="}}) {
+    SCOPED_TRACE(w.iparam60);
+    system s(vekio::lap2d(25));
+    s.iparam[0] = 1;
+    s.iparam[1] = 2;
+    s.iparam[17] = -1;
+    s.iparam[18] = -1;
+    s.iparam[59] = w.iparam60;
+    s.msglvl = 1;
+    CaptureStdout();
+    s.call(13);
+    const std::string out = GetCapturedStdout();
+    EXPECT_EQ(s.error, 0) << out;
+    EXPECT_NE(out.find(std::string("\n") + w.line + "\n\n"), std::string::npos) << out;
+    EXPECT_LE(s.residual(s.x), 1e-14);
+    // The forecast in megabytes: everything in core, integers, factors.
+    EXPECT_GE(s.iparam[60], 1);
+    EXPECT_GE(s.iparam[61], 1);
+    EXPECT_GE(s.iparam[62], 1);
+  }
+}
+
+}  // namespace

@@ -254,12 +254,17 @@ void analysis(std::intptr_t *handle, int *iparam, const call_args &c,
                               status, sums);
   };
 
-  if (mt > 10 && COMI(67) == 0) {
-    if (!alloc_mc64()) { rec->error = -2; return; }
+  // The identity permutation and unit scalings.
+  auto identity_mc64 = [&]() {
     int *p = reinterpret_cast<int *>(handle[MC64PERM]);
     R *uv = reinterpret_cast<R *>(handle[MC64UV]);
     for (std::int64_t i = 0; i < n; ++i) p[i] = static_cast<int>(i + 1);
     for (std::int64_t i = 0; i < 2 * n; ++i) uv[i] = R(1);
+  };
+
+  if (mt > 10 && COMI(67) == 0) {
+    if (!alloc_mc64()) { rec->error = -2; return; }
+    identity_mc64();
   }
 
   if (COMI(67) > 0) {
@@ -282,13 +287,15 @@ void analysis(std::intptr_t *handle, int *iparam, const call_args &c,
       rec->status = COMI(67) <= 4 ? 1 : 0;
       rec->error = -6;
     } else {
-      // The weighted matching is not part of this build.
-      rec->error = -7;
+      // The weighted matching itself is not part of this version: the
+      // matched order is the identity and the scalings are 1, and the
+      // symmetric types keep the fill-reducing order of the ordering step.
+      identity_mc64();
     }
     storage_free(&mc64_i, mark);
     storage_free(&mc64_r, mark);
     sums->analysis = sum_before;
-    return;
+    if (rec->error != 0) return;
   }
 
   const std::int64_t t = COMI(15) < 1 ? 1 : COMI(15), p = COMI(61), h = COMI(4);
@@ -654,8 +661,12 @@ void run_call(std::intptr_t *handle, const int *max_fac_store,
     OOCL(1) = CTRL(60);
     OOCL(4) = *msglvl;
     OOCL(12) = 4;
-    // A configuration file would be read here for OOCL(1) != 0; the
-    // out-of-core mode is not part of this build, so none is.
+    if (OOCL(1) != 0) {
+      // The settings of the out-of-core mode: memory limit in megabytes
+      // and the keep-file flag.
+      OOCL(2) = 2000;
+      OOCL(3) = 1;
+    }
     if (OOCL(1) != 0 && *matrix_type != 2) CTRL(3) = 1;
   } else {
     state_view s = state_of(handle);

@@ -27,7 +27,8 @@ void psol_fwgath(const int *n, const int *nrhs, T *x, const T *b,
     if (mtype != -2) scl = 0;
   }
   if (scl >= 1 && (s == nullptr || (mtype >= 11 && m == nullptr))) scl = 0;
-#pragma omp parallel for schedule(static) if (K > 1)
+  const int team = std::max(1, std::min(COMI(15), K));
+#pragma omp parallel for schedule(static) num_threads(team) if (team > 1)
   for (int k = 0; k < K; ++k) {
     T *xk = x + static_cast<std::int64_t>(k) * N;
     const T *bk = b + static_cast<std::int64_t>(k) * N;
@@ -71,8 +72,9 @@ void psol_bwscat(const int *n, const int *nrhs, T *x, T *b, const int *perm,
     else
       for (int i = 0; i < N; ++i) v[i] *= s[i];
   };
+  const int team = std::max(1, std::min(COMI(15), K));
   if (COMI(8) == 1) {
-#pragma omp parallel for schedule(static) if (K > 1)
+#pragma omp parallel for schedule(static) num_threads(team) if (team > 1)
     for (int k = 0; k < K; ++k) {
       const T *xk = x + static_cast<std::int64_t>(k) * N;
       T *bk = b + static_cast<std::int64_t>(k) * N;
@@ -84,7 +86,7 @@ void psol_bwscat(const int *n, const int *nrhs, T *x, T *b, const int *perm,
   const int cols = std::max(1, *bufcols);
   for (int k0 = 0; k0 < K; k0 += cols) {
     const int kn = std::min(cols, K - k0);
-#pragma omp parallel for schedule(static) if (kn > 1)
+#pragma omp parallel for schedule(static) num_threads(std::min(team, kn)) if (kn > 1)
     for (int j = 0; j < kn; ++j) {
       T *xk = x + static_cast<std::int64_t>(k0 + j) * N;
       T *bf = buf + static_cast<std::int64_t>(j) * N;

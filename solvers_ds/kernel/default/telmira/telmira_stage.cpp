@@ -72,8 +72,11 @@ void stage_order(const int *neqns, const int *ia, const int *ja, int *perm,
                  void *work_i0, int *mc64perm, int *timer_flags) {
   int n = *neqns;
   double times[2] = {0.0, 0.0};
+  // The row order of the matching reaches the ordering for the
+  // unsymmetric types; the symmetric types take a matched order only from
+  // the symmetric matching step, which this version does not run.
   int *match = nullptr;
-  if (COMI(67) > 0 && mc64perm != nullptr) match = mc64perm;
+  if (COMI(67) > 0 && COMI(12) > 10 && mc64perm != nullptr) match = mc64perm;
   sssord(&n, const_cast<int *>(ia), const_cast<int *>(ja), comi, perm, match,
          sub(s1, comx, CX_XADJ), sub(s1, comx, CX_ADJNCY),
          sub(s0, comx, CX_S0_PERM), sub(s0, comx, CX_S0_INVP),
