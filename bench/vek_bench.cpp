@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "dense/vek_dense.h"
 #include "telmira.h"
 #include "vekio.h"
 
@@ -52,6 +53,8 @@ void usage(FILE *f) {
       "  --reps R      repetitions, the best time of each phase counts (default 1)\n"
       "  --single      single precision (iparam(28) = 1)\n"
       "  --threads T   VEK_NUM_THREADS for the run (default 1)\n"
+      "  --dgemm N     first measure the dense product rate (N x N, the same\n"
+      "                threads) and print it as a comment line\n"
       "Default matrices: lap3d:30 lap3d:40 lap2d:500 and bcsstk13.mtx from\n"
       "../shared/matrices when it is there.\n");
 }
@@ -233,8 +236,31 @@ void print_line(const std::string &name, int mtype, const options &opt,
 
 }  // namespace
 
+// Rate of the installed dense product C := C - A B on order n, best of
+// three, in GFlop/s.
+double dgemm_rate(int n, int threads) {
+  std::vector<double> a(static_cast<std::size_t>(n) * n), b(a.size()), c(a.size(), 0.0);
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    a[i] = 1.0 / (1.0 + static_cast<double>(i % 97));
+    b[i] = 1.0 / (2.0 + static_cast<double>(i % 89));
+  }
+  vekd::blas_threads(threads);
+  const double one = 1.0, mone = -1.0;
+  double best = 1e30;
+  for (int r = 0; r < 3; ++r) {
+    const auto t0 = std::chrono::steady_clock::now();
+    vekd::gemm<double>("N", "N", &n, &n, &n, &mone, a.data(), &n, b.data(), &n, &one,
+                       c.data(), &n);
+    const double t =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    best = std::min(best, t);
+  }
+  return 2.0 * n * n * static_cast<double>(n) / best * 1e-9;
+}
+
 int main(int argc, char **argv) {
   options opt;
+  int dgemm_order = 0;
   for (int k = 1; k < argc; ++k) {
     const std::string arg = argv[k];
     auto value = [&](int &v, int low) {
@@ -254,6 +280,7 @@ int main(int argc, char **argv) {
     } else if (arg == "--nrhs") value(opt.nrhs, 1);
     else if (arg == "--reps") value(opt.reps, 1);
     else if (arg == "--threads") value(opt.threads, 1);
+    else if (arg == "--dgemm") value(dgemm_order, 1);
     else if (arg == "--single") opt.single = true;
     else if (arg == "-h" || arg == "--help") { usage(stdout); return 0; }
     else if (!arg.empty() && arg[0] == '-') {
@@ -263,6 +290,8 @@ int main(int argc, char **argv) {
     } else opt.names.push_back(arg);
   }
   if (opt.names.empty()) {
+    // The default set is positive definite throughout.
+    if (opt.mtype == 0) opt.mtype = 2;
     opt.names = {"lap3d:30", "lap3d:40", "lap2d:500"};
     const std::string shared = "../shared/matrices/bcsstk13.mtx";
     if (exists(shared)) opt.names.push_back(shared);
@@ -270,6 +299,9 @@ int main(int argc, char **argv) {
   // The thread services read the environment once, at the first call.
   setenv("VEK_NUM_THREADS", std::to_string(opt.threads).c_str(), 1);
 
+  if (dgemm_order > 0)
+    std::printf("# dgemm n=%d threads=%d: %.1f GFlop/s\n", dgemm_order, opt.threads,
+                dgemm_rate(dgemm_order, opt.threads));
   print_header();
   int failures = 0;
   for (const std::string &name : opt.names) {
