@@ -455,3 +455,55 @@ TEST(Phases, StorageModeLines) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(ParallelSweep, SameSolutionAsOneThreadAndRefactorizationWithNewValues) {
+  std::vector<std::pair<std::string, vekio::sparse>> cases;
+  for (const char *name : {"bcsstk13", "dwt_992"}) {
+    vekio::sparse m;
+    if (vektest::load(name, m)) cases.emplace_back(name, m);
+  }
+  cases.emplace_back("lap3d:16", vekio::lap3d(16));
+  cases.emplace_back("lap2d:3", vekio::lap2d(3));  // a handful of supernodes
+  for (auto &c : cases) {
+    SCOPED_TRACE(c.first);
+    std::vector<double> one_thread;
+    for (int t : {1, 2}) {
+      threads use(t);
+      system s(c.second, 2, 2);
+      ASSERT_EQ(s.call(13), 0);
+      EXPECT_EQ(s.comi()[19], t == 1 ? 1 : 0);  // comi(20): sequential kernels
+      EXPECT_LE(s.residual(s.x), 1e-14);
+      if (t == 1) {
+        one_thread = s.x;
+        continue;
+      }
+      EXPECT_LE(worst_error(s.x, one_thread), 1e-10);
+      // A second factorization with other values finds the lists of the
+      // first in place and must not take them for new arrivals.
+      for (int i = 1; i <= s.n; ++i) s.A.a[s.A.ia[i - 1] - 1] += 1.0;
+      s.set_rhs(2);
+      ASSERT_EQ(s.call(23), 0);
+      EXPECT_LE(s.residual(s.x), 1e-14);
+      ASSERT_EQ(s.call(22), 0);
+      ASSERT_EQ(s.call(33), 0);
+      EXPECT_LE(s.residual(s.x), 1e-14);
+    }
+  }
+}
+
+TEST(ParallelSweep, FailingPivotEndsTheOtherThreadsWait) {
+  threads two(2);
+  vekio::sparse m = vekio::lap2d(30);
+  // Column 451 turns indefinite; the other threads wait on its updates.
+  for (int k = m.ia[450]; k < m.ia[451]; ++k)
+    if (m.ja[k - 1] == 451) m.a[k - 1] = -4.0;
+  system s(m);
+  s.call(13);
+  EXPECT_EQ(s.error, -4);
+  EXPECT_EQ(s.iparam[29], 451);
+  EXPECT_EQ(s.comi()[19], 0);
+}
+
+}  // namespace

@@ -35,6 +35,23 @@ void blkl(const T *a, const int *nsuper, const int *nthreads, const int *n,
           int *length, const int *xjalf, const int *jalf, const int *luperm,
           const int *perm, const int *msglvl, int *error);
 
+// The same sweep on nthreads threads: the ranges of parts (nparts pairs and
+// the top) one after the other, each by a dynamic loop; a finished
+// supernode publishes itself into its targets' incoming lists up/uplen
+// (places xnmod(J) on, link(J) the cursor of J's list, nsuper entries);
+// xslindx/slindx/slength list each source's targets (first columns) and
+// its rows from each. Thread t uses block t of indmap and relind and slice
+// t of temp.
+template <class T>
+void blkl_omp(const T *a, const int *nsuper, const int *nthreads, const int *n,
+              const int *nnzl, const int *xlindx, const int *lindx, const int *xlnz,
+              T *lnz, int *indmap, int *relind, const int *tmpsize, T *temp,
+              const int *nmod, int *link, const int *snode, const int *xsup,
+              const int *xjalf, const int *jalf, const int *luperm, const int *perm,
+              const int *nparts, const int *parts, const int *xnmod, const int *xslindx,
+              const int *slindx, const int *slength, int *up, int *uplen,
+              const int *msglvl, int *error);
+
 // Named twins.
 void blkl_d(const double *a, const int *nsuper, const int *nthreads, const int *n,
             const int *nnzl, const int *xlindx, const int *lindx, const int *xlnz,

@@ -3,17 +3,15 @@
 // One template over the precision, instantiated as telmira_double and
 // telmira_single. A call runs: the start of a call (state creation in the
 // handle, the release of ido 0 and -1, the defaults and the initialisation
-// of an analysis, telmira_check), then the phases, then the end of a call
+// of an analysis, telmira_check); the analysis in its steps (parts, the
+// matching arrays, the analysis blocks, stages 1 and 2, the memory forecast
+// and the storage mode, the final structure, stage 3, the release of the
+// analysis blocks, the committed numeric plan); factorization and solve
+// (the factor block, the work array, stage 4); and the end of a call
 // (memory figures, error numbers, the report).
 //
-// The phases themselves are built only as far as their stages exist: an
-// analysis lays out the matching arrays and the three analysis blocks
-// (handle[MC64PERM], handle[MC64UV], handle[STRUC_S0], handle[WORK_I0],
-// handle[STRUC_S1]) and then stops with error -7, since the ordering stage
-// is not part of this build yet; the weighted matching likewise ends with
-// error -7 once its work arrays are made. Factorization and solve can't be
-// reached: without an analysis handle[STRUC_FI] is absent, and those calls
-// are refused with status 100000.
+// Every array hangs on the handle by the storage plan; the stages find
+// their sub-arrays by the positions in comx (telmira_layout.h).
 #include "telmira_internal.h"
 #include "telmira_storage.h"
 

@@ -105,7 +105,7 @@ double pivot_perturbation(int k, int mtype, int n, const int *ia,
 
 template <class R>
 void telmira_factor_sym(const void *a, const int *ia, const int *, void *fi,
-                        const int *comx, void *factors, void *work,
+                        const int *comx, void *factors, void *work, void *up_uplen,
                         const void *, int *comi, int *ooc_l) {
   const int mtype = COMI(12);
   const int n = COMI(1);
@@ -118,14 +118,25 @@ void telmira_factor_sym(const void *a, const int *ia, const int *, void *fi,
   int level = COMI(11);
   switch (mtype) {
     case 2:
-      // The parallel sweep is not part of this version: with several
-      // threads the sequential sweep runs, and the dense kernels below it
-      // may use the threads.
-      blkl<R>(static_cast<const R *>(a), &nsuper, &nthreads, &n, &nnzl,
-              k.xlindx, k.lindx, k.xlnz, static_cast<R *>(factors), k.indmap,
-              k.relind, &tmpsize, static_cast<R *>(work), k.nmod, k.link,
-              k.snode, k.xsup, k.length, k.xjalf, k.jalf, k.luperm, k.perm,
-              &level, &error);
+      if (COMI(20) == 0 && up_uplen != nullptr) {
+        // Several threads share the sweep; each calls the dense routines
+        // on one thread.
+        int nparts = COMI(60);
+        int *up = sub(up_uplen, comx, CX_INLIST);
+        vekd::blas_threads(1);
+        blkl_omp<R>(static_cast<const R *>(a), &nsuper, &nthreads, &n, &nnzl, k.xlindx,
+                    k.lindx, k.xlnz, static_cast<R *>(factors), k.indmap, k.relind,
+                    &tmpsize, static_cast<R *>(work), k.nmod, k.link, k.snode, k.xsup,
+                    k.xjalf, k.jalf, k.luperm, k.perm, &nparts, k.parts,
+                    sub(fi, comx, CX_XNMOD), sub(up_uplen, comx, CX_XSLINDX),
+                    sub(up_uplen, comx, CX_SLINDX), sub(up_uplen, comx, CX_SLENGTH), up,
+                    up + COMI(6), &level, &error);
+      } else {
+        blkl<R>(static_cast<const R *>(a), &nsuper, &nthreads, &n, &nnzl, k.xlindx,
+                k.lindx, k.xlnz, static_cast<R *>(factors), k.indmap, k.relind,
+                &tmpsize, static_cast<R *>(work), k.nmod, k.link, k.snode, k.xsup,
+                k.length, k.xjalf, k.jalf, k.luperm, k.perm, &level, &error);
+      }
       break;
     default:
       missing_kernel(comi, &error);
@@ -139,7 +150,7 @@ void telmira_factor_sym(const void *a, const int *ia, const int *, void *fi,
 
 template <class R>
 void telmira_factor_unsym(const void *, const int *, const int *, void *,
-                          const int *, void *, void *, const void *, int *comi,
+                          const int *, void *, void *, void *, const void *, int *comi,
                           int *ooc_l) {
   int error = 0;
   missing_kernel(comi, &error);
@@ -151,33 +162,35 @@ void telmira_factor_unsym(const void *, const int *, const int *, void *,
 
 template <class R>
 void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
-                       const int *comx, void *factors, void *work,
+                       const int *comx, void *factors, void *work, void *up_uplen,
                        const void *scaling, int *comi, double *comr,
                        int *ooc_l) {
   double t0 = 0.0, t1 = 0.0;
   telmira_clock(&t0);
   COMI(62) = COMI(63) = COMI(64) = 0;
-  // The sweeps are sequential: the dense routines below them get the
-  // threads of the call.
+  // A sequential sweep gives the dense routines below it the threads of
+  // the call; the parallel sweeps set one thread for them.
   vekd::blas_threads(COMI(15));
   if (COMI(19) == 1)
-    telmira_factor_sym<R>(a, ia, ja, fi, comx, factors, work, scaling, comi, ooc_l);
+    telmira_factor_sym<R>(a, ia, ja, fi, comx, factors, work, up_uplen, scaling, comi,
+                          ooc_l);
   else
-    telmira_factor_unsym<R>(a, ia, ja, fi, comx, factors, work, scaling, comi, ooc_l);
+    telmira_factor_unsym<R>(a, ia, ja, fi, comx, factors, work, up_uplen, scaling, comi,
+                            ooc_l);
   telmira_clock(&t1);
   if (COMI(50) == 0) comr[5] = t1 - t0;
 }
 
 #define TELMIRA_FACTORIZE_INSTANCE(R)                                            \
   template void telmira_factorize<R>(const void *, const int *, const int *,     \
-                                     void *, const int *, void *, void *,        \
+                                     void *, const int *, void *, void *, void *, \
                                      const void *, int *, double *, int *);      \
   template void telmira_factor_sym<R>(const void *, const int *, const int *,    \
                                       void *, const int *, void *, void *,       \
-                                      const void *, int *, int *);               \
+                                      void *, const void *, int *, int *);       \
   template void telmira_factor_unsym<R>(const void *, const int *, const int *,  \
                                         void *, const int *, void *, void *,     \
-                                        const void *, int *, int *);
+                                        void *, const void *, int *, int *);
 TELMIRA_FACTORIZE_INSTANCE(double)
 TELMIRA_FACTORIZE_INSTANCE(float)
 

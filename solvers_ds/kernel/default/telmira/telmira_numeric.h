@@ -17,27 +17,29 @@ template <class R>
 void stage_numbers(int *phase, const void *a, const int *ia, const int *ja,
                    const int *nb, int *comi, double *comr, int *comx,
                    std::intptr_t *entry, void *factors, void *fi, void *work,
-                   void *mc64perm, void *mc64uv, int *timer_flags, void *b,
-                   void *x, int *iparam, int *ooc_l);
+                   void *up_uplen, void *mc64perm, void *mc64uv, int *timer_flags,
+                   void *b, void *x, int *iparam, int *ooc_l);
 
 // One numeric factorization: the kernel by matrix type, thread count and
 // storage mode; the time goes to comr[5], the kernel's error cell to
 // comi(50), the pivot counters to comi(62) to comi(64).
+// up_uplen: the lists of the parallel sweeps (handle[UP_UPLEN]), null with
+// one thread.
 template <class R>
 void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
-                       const int *comx, void *factors, void *work,
+                       const int *comx, void *factors, void *work, void *up_uplen,
                        const void *scaling, int *comi, double *comr,
                        int *ooc_l);
 // The selectors: symmetric storage (types 2, -2, 4, -4, 6) and full
 // storage (types 1, 3, 11, 13).
 template <class R>
 void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
-                        const int *comx, void *factors, void *work,
+                        const int *comx, void *factors, void *work, void *up_uplen,
                         const void *scaling, int *comi, int *ooc_l);
 template <class R>
 void telmira_factor_unsym(const void *a, const int *ia, const int *ja,
                           void *fi, const int *comx, void *factors, void *work,
-                          const void *scaling, int *comi, int *ooc_l);
+                          void *up_uplen, const void *scaling, int *comi, int *ooc_l);
 
 // The pivot perturbation of a factorization: 10^-|comi(66)|, for types -2,
 // -4 and 6 adjusted by the largest off-diagonal magnitude of a (each row's

@@ -228,8 +228,8 @@ template <class R>
 void stage_numbers(int *phase, const void *a, const int *ia, const int *ja,
                    const int *nb, int *comi, double *comr, int *comx,
                    std::intptr_t *entry, void *factors, void *fi, void *work,
-                   void *mc64perm, void *mc64uv, int *timer_flags, void *b,
-                   void *x, int *iparam, int *ooc_l) {
+                   void *up_uplen, void *mc64perm, void *mc64uv, int *timer_flags,
+                   void *b, void *x, int *iparam, int *ooc_l) {
   const int w = COMI(5);
   const int ph = *phase;
   const int kept8 = COMI(8), kept41 = COMX(COMX_FACTORS), kept42 = COMX(COMX_U_PART);
@@ -248,8 +248,8 @@ void stage_numbers(int *phase, const void *a, const int *ia, const int *ja,
     int comi_kept[COMI_WORDS], comx_kept[COMX_WORDS];
     std::memcpy(comi_kept, comi, sizeof(comi_kept));
     std::memcpy(comx_kept, comx, sizeof(comx_kept));
-    telmira_factorize<R>(a, ia, ja, fi, comx, factors, work, mc64uv, comi,
-                         comr, ooc_l);
+    telmira_factorize<R>(a, ia, ja, fi, comx, factors, work,
+                         COMI(15) > 1 ? up_uplen : nullptr, mc64uv, comi, comr, ooc_l);
     telmira_clock(&comr[15]);
     comr[4] = 0.0;  // the scatter of A runs inside the kernel's sweep
     timer_flags[4] = 1;
@@ -295,7 +295,6 @@ void telmira_stage(int *phase, const int *neqns, const int *matrix_number,
                    void *ooc_r, char *ooc_path) {
   (void)matrix_number;
   (void)cgs_arr;
-  (void)up_uplen;
   (void)ooc_r;
   (void)ooc_path;
   COMI(50) = 0;
@@ -316,8 +315,8 @@ void telmira_stage(int *phase, const int *neqns, const int *matrix_number,
       break;
     case 4:
       stage_numbers<R>(phase, a, ia, ja, nb, comi, comr, comx, entry, factors,
-                       struc_fi, work_r0, mc64perm, mc64uv, timer_flags, b, x,
-                       iparam, ooc_l);
+                       struc_fi, work_r0, up_uplen, mc64perm, mc64uv, timer_flags,
+                       b, x, iparam, ooc_l);
       break;
     default:
       break;
@@ -336,11 +335,11 @@ TELMIRA_STAGE_INSTANCE(double)
 template void stage_numbers<double>(int *, const void *, const int *, const int *,
                                     const int *, int *, double *, int *,
                                     std::intptr_t *, void *, void *, void *, void *,
-                                    void *, int *, void *, void *, int *, int *);
+                                    void *, void *, int *, void *, void *, int *, int *);
 template void stage_numbers<float>(int *, const void *, const int *, const int *,
                                    const int *, int *, double *, int *,
                                    std::intptr_t *, void *, void *, void *, void *,
-                                   void *, int *, void *, void *, int *, int *);
+                                   void *, void *, int *, void *, void *, int *, int *);
 TELMIRA_STAGE_INSTANCE(float)
 
 }  // namespace tlm
