@@ -18,6 +18,11 @@
 // returns the size needed and leaves buf untouched.
 unsigned vek_os_getenv(const char *name, char *buf, unsigned size);
 
+// --- Paths -----------------------------------------------------------------
+// The character that separates a directory from a file name in a path: a
+// backslash on Windows, a slash here.
+char vek_os_path_separator();
+
 // --- Thread-local storage (TlsAlloc, TlsGetValue, TlsSetValue, TlsFree) ---
 typedef std::uintptr_t vek_os_tls_key;
 int   vek_os_tls_alloc(vek_os_tls_key *key);  // 1 on success, 0 on failure

@@ -29,6 +29,9 @@ unsigned vek_os_getenv(const char *name, char *buf, unsigned size) {
   return static_cast<unsigned>(len);
 }
 
+// --- Paths -------------------------------------------------------------------
+char vek_os_path_separator() { return '/'; }
+
 // --- Thread-local storage ---------------------------------------------------
 int vek_os_tls_alloc(vek_os_tls_key *key) {
   pthread_key_t k;
