@@ -507,3 +507,35 @@ TEST(ParallelSweep, FailingPivotEndsTheOtherThreadsWait) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Phases, NoRoomEvenOutOfCoreIsErrorNine) {
+  // A memory limit of 0 megabytes: the choice by memory falls on the
+  // out-of-core mode, whose own structures do not fit either.
+  setenv("VEK_TELMIRA_OOC_MAX_CORE_SIZE", "0", 1);
+  threads one(1);
+  system s(vekio::lap2d(20));
+  s.iparam[0] = 1;
+  s.iparam[1] = 2;
+  s.iparam[17] = -1;
+  s.iparam[18] = -1;
+  s.iparam[59] = 1;
+  s.msglvl = 1;
+  CaptureStdout();
+  s.call(13);
+  const std::string out = GetCapturedStdout();
+  unsetenv("VEK_TELMIRA_OOC_MAX_CORE_SIZE");
+  EXPECT_EQ(s.error, -9);
+  EXPECT_NE(out.find("=== TELMIRA is running in Out-Of-Core mode, because iparam(60)=1 and "
+                     "there is not enough RAM for In-Core ==="),
+            std::string::npos)
+      << out;
+  EXPECT_NE(out.find("*** Error in TELMIRA  ( not enough mem. for OOC) error_num= -9"),
+            std::string::npos);
+  // The forecast that was refused: at least one megabyte of structures.
+  EXPECT_GE(s.iparam[14], 1024);
+  EXPECT_EQ(s.handle[tlm::STRUC_FI], 0);
+}
+
+}  // namespace

@@ -20,6 +20,7 @@
 #include "service/vek_serv_memory.h"
 #include "service/vek_serv_message.h"
 #include "telmira_layout.h"
+#include "telmira_ooc_config.h"
 #include "telmira_stage.h"
 #include "telmira_statistics.h"
 #include "telmira_types.h"
@@ -659,12 +660,9 @@ void run_call(std::intptr_t *handle, const int *max_fac_store,
     OOCL(1) = CTRL(60);
     OOCL(4) = *msglvl;
     OOCL(12) = 4;
-    if (OOCL(1) != 0) {
-      // The settings of the out-of-core mode: memory limit in megabytes
-      // and the keep-file flag.
-      OOCL(2) = 2000;
-      OOCL(3) = 1;
-    }
+    if (OOCL(1) != 0)
+      telmira_ooc_read_config("telmira_ooc.cfg", state_of(handle).ooc_path, ooc_l,
+                              *msglvl);
     if (OOCL(1) != 0 && *matrix_type != 2) CTRL(3) = 1;
   } else {
     state_view s = state_of(handle);
