@@ -17,6 +17,7 @@
 #include "ordering.h"
 #include "scatter_map.h"
 #include "symbolic.h"
+#include "telmira_scatter.h"
 #include "test_matrices.h"
 #include "vekio.h"
 
@@ -377,6 +378,132 @@ TEST(ScatterMap, RowSortAgreesWithPlainSortAcrossPathsAndMarkStates) {
       ASSERT_EQ(key, cols) << "len " << len << " walk " << walk;
       for (int t = 0; t < len; ++t) ASSERT_EQ(src[t], -3 * key[t] + 1);
     }
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// The scatter itself, plain and scaled, as the kernels run it per supernode.
+
+namespace {
+
+typedef std::complex<double> zc;
+
+// Values of A by input position (row, column), full: the stored triangle
+// mirrored (conjugated for Hermitian) where the storage keeps one.
+std::map<std::pair<int, int>, zc> full_values(const vekio::sparse &a,
+                                              const std::vector<zc> &v, bool sym) {
+  std::map<std::pair<int, int>, zc> m;
+  for (int i = 1; i <= a.n; ++i)
+    for (int k = a.ia[i - 1]; k < a.ia[i]; ++k) {
+      const int j = a.ja[k - 1];
+      m[{i, j}] = v[k - 1];
+      if (sym && j != i) m[{j, i}] = std::conj(v[k - 1]);
+    }
+  return m;
+}
+
+std::vector<double> scaling(int count, unsigned seed) {
+  std::mt19937 g(seed);
+  std::uniform_real_distribution<double> d(0.5, 2.0);
+  std::vector<double> s(count);
+  for (double &x : s) x = d(g);
+  return s;
+}
+
+TEST(Scatter, FullStoragePlainAndScaledAgainstThePermutedMatrix) {
+  vekio::sparse m;
+  ASSERT_TRUE(vektest::load("west0479", m));
+  analysis s = analyse(m, 11, nullptr, 2, 1, 16);
+  lists L = scatter_lists(m, s, 11, nullptr, 1);
+  const int n = m.n;
+  std::vector<zc> v(m.nnz());
+  for (int k = 0; k < m.nnz(); ++k) v[k] = zc(m.a[k], 0.25 * (k % 5));
+  const auto A = full_values(m, v, false);
+  const std::vector<double> sc = scaling(2 * n, 7);
+  for (int scaled : {0, 1}) {
+    SCOPED_TRACE(scaled);
+    std::vector<zc> lnz(s.xlnz[n] - 1, zc(9, 9)), unz(std::max(1, s.xunz[n] - 1), zc(9, 9));
+    ivec indmap(n, -1);
+    for (int J = 1; J <= s.ns; ++J) {
+      if (scaled)
+        tlm::telmira_scatter_lu_scaled<zc>(&J, &n, v.data(), m.ja.data(), sc.data(),
+                                           s.xsup.data(), s.xlindx.data(), s.lindx.data(),
+                                           s.xlnz.data(), lnz.data(), s.xunz.data(),
+                                           unz.data(), L.xjalf.data(), L.jalf.data(),
+                                           L.xjauf.data(), L.jauf.data(), L.luperm.data(),
+                                           L.luperm_row.data(), indmap.data());
+      else
+        tlm::telmira_scatter_lu<zc>(&J, &n, v.data(), s.xsup.data(), s.xlindx.data(),
+                                    s.lindx.data(), s.xlnz.data(), lnz.data(), s.xunz.data(),
+                                    unz.data(), L.xjalf.data(), L.jalf.data(), L.xjauf.data(),
+                                    L.jauf.data(), L.luperm.data(), indmap.data());
+      const int f = s.xsup[J - 1], l = s.xsup[J] - 1, nrows = s.xlnz[f] - s.xlnz[f - 1];
+      for (int c = f; c <= l; ++c)
+        for (int q = 0; q < nrows; ++q) {
+          const int r = s.lindx[s.xlindx[J - 1] - 1 + q];
+          ASSERT_EQ(indmap[r - 1], nrows - 1 - q);
+          const int pr = s.perm[r - 1], pc = s.perm[c - 1];
+          auto it = A.find({pr, pc});
+          zc want = it == A.end() ? zc(0) : it->second;
+          if (scaled) want *= sc[pc - 1] * sc[n + pr - 1];
+          EXPECT_LE(std::abs(lnz[s.xlnz[c - 1] - 1 + q] - want), 1e-14 * std::abs(want))
+              << "L " << r << "," << c;
+          if (q < l - f + 1) continue;
+          // U(c, r) for the rows below the diagonal block.
+          auto ut = A.find({pc, pr});
+          zc uwant = ut == A.end() ? zc(0) : ut->second;
+          if (scaled) uwant *= sc[pr - 1] * sc[n + pc - 1];
+          EXPECT_LE(std::abs(unz[s.xunz[c - 1] - 1 + q - (l - f + 1)] - uwant),
+                    1e-14 * std::abs(uwant))
+              << "U " << c << "," << r;
+        }
+    }
+  }
+}
+
+TEST(Scatter, SymmetricStorageHermitianAndScaled) {
+  vekio::sparse full;
+  ASSERT_TRUE(vektest::load("bcsstk01", full));
+  vekio::sparse m = vekio::storage_for_type(full, 2);
+  analysis s = analyse(m, 2, nullptr, 2, 1, 8);
+  lists L = scatter_lists(m, s, 2, nullptr, 1);
+  const int n = m.n;
+  std::vector<zc> v(m.nnz());
+  for (int i = 1; i <= n; ++i)
+    for (int k = m.ia[i - 1]; k < m.ia[i]; ++k)
+      v[k - 1] = zc(m.a[k - 1], m.ja[k - 1] == i ? 0.0 : 0.1 * (k % 7) + 0.05);
+  const auto A = full_values(m, v, true);
+  const std::vector<double> sc = scaling(n, 11);
+  const int herm = 1;
+  for (int scaled : {0, 1}) {
+    SCOPED_TRACE(scaled);
+    std::vector<zc> lnz(s.xlnz[n] - 1, zc(9, 9));
+    ivec indmap(n, -1);
+    for (int J = 1; J <= s.ns; ++J) {
+      if (scaled)
+        tlm::telmira_scatter_sym_scaled<zc>(&J, v.data(), m.ja.data(), sc.data(),
+                                            s.perm.data(), s.xsup.data(), s.xlindx.data(),
+                                            s.lindx.data(), s.xlnz.data(), lnz.data(),
+                                            L.xjalf.data(), L.jalf.data(), L.luperm.data(),
+                                            L.luperm_row.data(), &herm, indmap.data());
+      else
+        tlm::telmira_scatter_sym<zc>(&J, v.data(), s.xsup.data(), s.xlindx.data(),
+                                     s.lindx.data(), s.xlnz.data(), lnz.data(), L.xjalf.data(),
+                                     L.jalf.data(), L.luperm.data(), &herm, indmap.data());
+      const int f = s.xsup[J - 1], l = s.xsup[J] - 1, nrows = s.xlnz[f] - s.xlnz[f - 1];
+      for (int c = f; c <= l; ++c)
+        for (int q = c - f; q < nrows; ++q) {  // the lower triangle, diagonal included
+          const int r = s.lindx[s.xlindx[J - 1] - 1 + q];
+          const int pr = s.perm[r - 1], pc = s.perm[c - 1];
+          auto it = A.find({pr, pc});
+          zc want = it == A.end() ? zc(0) : it->second;
+          if (scaled) want *= sc[pr - 1] * sc[pc - 1];
+          EXPECT_LE(std::abs(lnz[s.xlnz[c - 1] - 1 + q] - want), 1e-14 * std::abs(want))
+              << r << "," << c;
+        }
+    }
+  }
 }
 
 }  // namespace

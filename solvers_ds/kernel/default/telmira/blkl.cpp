@@ -10,6 +10,7 @@
 #include <cstdlib>
 
 #include "dense/vek_dense.h"
+#include "telmira_scatter.h"
 #include "service/vek_serv_message.h"
 #include "service/vek_serv_threads.h"
 
@@ -97,23 +98,6 @@ void blkl_update(const int *nrows, const int *ncols, const int *fstcol,
 }
 
 template <class T>
-void telmira_scatter_block(const int *j, const T *a, const int *xsup,
-                           const int *xlindx, const int *lindx, const int *xlnz,
-                           T *lnz, const int *xjalf, const int *jalf,
-                           const int *luperm, int *indmap) {
-  const int J = *j;
-  const int fstcol = xsup[J - 1], lstcol = xsup[J] - 1;
-  const long first = std::abs(xlnz[fstcol - 1]), last = std::abs(xlnz[lstcol]);
-  for (long p = first; p < last; ++p) lnz[p - 1] = T(0);
-  for (int c = fstcol; c <= lstcol; ++c)
-    for (int i = xjalf[c - 1]; i < xjalf[c]; ++i)
-      lnz[std::abs(jalf[i - 1]) - 1] = a[luperm[i - 1] - 1];
-  const int nrows = std::abs(xlnz[fstcol]) - std::abs(xlnz[fstcol - 1]);
-  const int *rows = lindx + (xlindx[J - 1] - 1);
-  for (int i = 0; i < nrows; ++i) indmap[rows[i] - 1] = nrows - 1 - i;
-}
-
-template <class T>
 void blkl(const T *a, const int *nsuper, const int *, const int *n, const int *nnzl,
           const int *xlindx, const int *lindx, const int *xlnz, T *lnz, int *indmap,
           int *relind, const int *tmpsize, T *temp, const int *nmod, int *link,
@@ -123,6 +107,7 @@ void blkl(const T *a, const int *nsuper, const int *, const int *n, const int *n
   *error = 0;
   const int N = *n, ns = *nsuper;
   const bool talk = *msglvl > 0;
+  const int plain = 0;  // real values: no conjugates
   int thread = 1, step = 0, last = -1;
   for (int i = 0; i < N; ++i) link[i] = 0;
   if (talk) vek_serv_print_message(0, 804, 0);
@@ -138,8 +123,8 @@ void blkl(const T *a, const int *nsuper, const int *, const int *n, const int *n
     const int nrows = std::abs(xlnz[fstcol]) - std::abs(xlnz[fstcol - 1]);
     const int jlnz = std::abs(xlnz[fstcol - 1]);
     const int jlindx = xlindx[J - 1];
-    telmira_scatter_block<T>(&J, a, xsup, xlindx, lindx, xlnz, lnz, xjalf, jalf, luperm,
-                             indmap);
+    tlm::telmira_scatter_sym<T>(&J, a, xsup, xlindx, lindx, xlnz, lnz, xjalf, jalf, luperm,
+                                &plain, indmap);
 
     for (int u = 0; u < nmod[J - 1]; ++u) {
       const int kc = link[fstcol - 1];
@@ -219,10 +204,6 @@ void blkl(const T *a, const int *nsuper, const int *, const int *n, const int *n
                                const int *, const int *, const int *, const int *,    \
                                const int *, T *, const int *, const int *, int *,     \
                                int *, const int *, T *, int *, int *);                \
-  template void telmira_scatter_block<T>(const int *, const T *, const int *,         \
-                                         const int *, const int *, const int *, T *,  \
-                                         const int *, const int *, const int *,       \
-                                         int *);                                      \
   template void blkl<T>(const T *, const int *, const int *, const int *, const int *, \
                         const int *, const int *, const int *, T *, int *, int *,     \
                         const int *, T *, const int *, int *, const int *,            \

@@ -18,14 +18,6 @@ void blkl_update(const int *nrows, const int *ncols, const int *fstcol,
                  int *indmap, int *relind, const int *tmpsize, T *temp,
                  int *ndone, int *error);
 
-// Scatter of A into supernode J's block and the relative index of its rows;
-// shared by every kernel family.
-template <class T>
-void telmira_scatter_block(const int *j, const T *a, const int *xsup,
-                           const int *xlindx, const int *lindx, const int *xlnz,
-                           T *lnz, const int *xjalf, const int *jalf,
-                           const int *luperm, int *indmap);
-
 // The sequential sweep. nnzl is comi(34), the length of lnz, for progress.
 template <class T>
 void blkl(const T *a, const int *nsuper, const int *nthreads, const int *n,

@@ -16,6 +16,7 @@
 #include <cstdlib>
 
 #include "dense/vek_dense.h"
+#include "telmira_scatter.h"
 #include "service/vek_serv_message.h"
 #include "service/vek_serv_threads.h"
 
@@ -59,8 +60,9 @@ void factor_one(int J, int thread, const T *a, const int *n, const int *xlindx,
   const int jlnz = std::abs(xlnz[fstcol - 1]);
   const int jlindx = xlindx[J - 1];
   int *map = indmap + static_cast<long>(thread - 1) * *n;
-  telmira_scatter_block<T>(&J, a, xsup, xlindx, lindx, xlnz, lnz, xjalf, jalf, luperm,
-                           map);
+  const int plain = 0;  // real values: no conjugates
+  tlm::telmira_scatter_sym<T>(&J, a, xsup, xlindx, lindx, xlnz, lnz, xjalf, jalf, luperm,
+                              &plain, map);
 
   // The updates, as the sources arrive.
   int pending = nmod[J - 1];
