@@ -7,6 +7,7 @@
 
 #include <sched.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <ctime>
@@ -21,16 +22,20 @@ double wall() {
 }  // namespace
 
 TEST(Clock, FirstReadCalibratesLaterReadsDoNot) {
+  const std::clock_t p0 = std::clock();
   double w0 = wall();
   double s0 = vek_serv_seconds();
   double w1 = wall();
+  const std::clock_t p1 = std::clock();
   double t = -1.0;
   telmira_clock(&t);
   double w2 = wall();
   double s1 = vek_serv_seconds();
-  // The busy wait lasts 100 ms of processor time, which a single thread
-  // can't spend in less wall time.
-  EXPECT_GE(w1 - w0, 0.100);
+  // The busy wait lasts 100 ms of processor time. That is the time of the
+  // whole process: where the threads of a library loaded beside it spin
+  // at start, the wall time of the wait is shorter.
+  EXPECT_GE(static_cast<double>(p1 - p0) / CLOCKS_PER_SEC, 0.100);
+  EXPECT_GE(w1 - w0, 0.100 / std::max(1u, std::thread::hardware_concurrency()));
   // A later read is a counter read; compared with the first, not with a
   // fixed time, so that a loaded machine does not fail it.
   EXPECT_LT(w2 - w1, 0.5 * (w1 - w0));
