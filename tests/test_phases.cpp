@@ -539,3 +539,118 @@ TEST(Phases, NoRoomEvenOutOfCoreIsErrorNine) {
 }
 
 }  // namespace
+
+// ---------------------------------------------------------------------------
+// Iterative refinement with the stored factors.
+
+namespace {
+
+TEST(Refinement, StepsCountedAndStopRules) {
+  threads one(1);
+  const vekio::sparse m = vekio::lap3d(9);
+  {  // iparam(8) = 1: exactly one step, whatever the residual says.
+    system s(m, 2, 3);
+    s.iparam[0] = 1;
+    s.iparam[1] = 2;
+    s.iparam[7] = 1;
+    ASSERT_EQ(s.call(13), 0);
+    EXPECT_EQ(s.iparam[6], 1);
+    EXPECT_LE(s.residual(s.x), 1e-15);
+  }
+  {  // iparam(8) = 10: the residual is at rounding level at once and stops
+     // falling; from the fourth step on that ends the loop.
+    system s(m);
+    s.iparam[0] = 1;
+    s.iparam[1] = 2;
+    s.iparam[7] = 10;
+    ASSERT_EQ(s.call(13), 0);
+    EXPECT_GE(s.iparam[6], 4);
+    EXPECT_LT(s.iparam[6], 10);
+    EXPECT_LE(s.residual(s.x), 1e-15);
+  }
+  {  // iparam(26) leaves refinement out.
+    system s(m);
+    s.iparam[0] = 1;
+    s.iparam[1] = 2;
+    s.iparam[7] = 3;
+    s.iparam[25] = 1;
+    ASSERT_EQ(s.call(13), 0);
+    EXPECT_EQ(s.iparam[6], 0);
+  }
+  {  // A count of perturbed pivots given at 33 calls for refinement with
+     // iparam(8) = 0: two steps, and iparam(20) says so.
+    system s(m);
+    s.iparam[0] = 1;
+    s.iparam[1] = 2;
+    ASSERT_EQ(s.call(12), 0);
+    s.iparam[13] = 5;
+    ASSERT_EQ(s.call(33), 0);
+    EXPECT_EQ(s.iparam[6], 2);
+    EXPECT_EQ(s.iparam[19], -34);
+    EXPECT_LE(s.residual(s.x), 1e-15);
+  }
+}
+
+TEST(Refinement, SolutionOverBAndExtendedResidual) {
+  threads two(2);
+  vekio::sparse m;
+  ASSERT_TRUE(vektest::load("bcsstk13", m));
+  for (int ctl8 : {2, -2}) {
+    for (int over_b : {0, 1}) {
+      SCOPED_TRACE(std::to_string(ctl8) + " " + std::to_string(over_b));
+      system s(m, 2, 2);
+      s.iparam[0] = 1;
+      s.iparam[1] = 2;
+      s.iparam[5] = over_b;
+      s.iparam[7] = ctl8;
+      const std::vector<double> rhs = s.b;
+      ASSERT_EQ(s.call(13), 0);
+      EXPECT_EQ(s.iparam[6], 2);
+      std::vector<double> sol = over_b ? s.b : s.x;
+      s.b = rhs;
+      EXPECT_LE(s.residual(sol), 1e-15);
+      EXPECT_LE(worst_error(sol, s.xref), 1e-6);
+    }
+  }
+}
+
+TEST(Refinement, ExtendedResidualRepairsASinglePrecisionFactor) {
+  // In single precision the factor of a moderately conditioned matrix
+  // leaves an error of about cond * eps; refinement with residuals in
+  // double precision brings it down to the rounding of the result.
+  threads one(1);
+  const vekio::sparse A = vekio::storage_for_type(vekio::lap3d(14), 2);
+  const int n = A.n;
+  std::vector<double> xref(n), bd(n);
+  for (int i = 0; i < n; ++i) xref[i] = 1.0 + 0.5 * std::sin(0.1 * i);
+  vekio::multiply(A, 2, xref.data(), bd.data());
+  std::vector<float> a(A.a.begin(), A.a.end());
+  double err[2] = {0, 0};
+  for (int ctl8 : {0, -4}) {
+    std::vector<float> b(bd.begin(), bd.end()), x(n, 0.0f);
+    std::vector<int> perm(n);
+    intptr_t handle[64] = {0};
+    int iparam[64] = {0};
+    iparam[0] = 1;
+    iparam[1] = 2;
+    iparam[7] = ctl8;
+    iparam[27] = 1;
+    int maxfct = 1, mnum = 1, mtype = 2, ido = 13, nb = 1, msglvl = 0, error = 0;
+    telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
+            perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
+    ASSERT_EQ(error, 0);
+    double e = 0;
+    for (int i = 0; i < n; ++i) e = std::max(e, std::fabs(x[i] - xref[i]));
+    err[ctl8 == 0 ? 0 : 1] = e;
+    if (ctl8 != 0) {
+      EXPECT_GE(iparam[6], 1);
+    }
+    ido = -1;
+    telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
+            perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
+  }
+  EXPECT_LT(err[1], 0.2 * err[0]) << err[0] << " " << err[1];
+  EXPECT_LT(err[1], 1e-6);
+}
+
+}  // namespace

@@ -591,6 +591,9 @@ void numeric(std::intptr_t *handle, int *iparam, const call_args &c,
     COMX(COMX_CGS) = 1;
   }
 
+  // Step 6 and 7: phase 33 goes to the refinement call unless nothing asks
+  // for it; other phases run their stage first.
+  bool refine_now = false;
   if (phase == 33) {
     if (CTRL(14) + COMI(62) == 0) {
       CTRL(14) = 0;
@@ -598,14 +601,18 @@ void numeric(std::intptr_t *handle, int *iparam, const call_args &c,
     } else if (CTRL(14) > 0) {
       COMI(62) = CTRL(14);
     }
-    // Refinement and the preconditioned iteration are not part of this
-    // version: every 33 is the plain solve with the stored factors.
+    // The preconditioned iteration is not part of this version: with a
+    // selection in comi(18) the stored factors solve directly.
+    refine_now = (COMI(62) >= 1 || CTRL(8) != 0) && COMI(18) == 0;
   }
-  run_stage<R>(handle, 4, &phase, iparam, c, rec, entry, nullptr);
-  if (OOCL(11) != 0) {
-    rec->error = OOCL(11);
-    rec->status = 0;
-  } else {
+  if (!refine_now) {
+    run_stage<R>(handle, 4, &phase, iparam, c, rec, entry, nullptr);
+    if (OOCL(11) != 0) {
+      rec->error = OOCL(11);
+      rec->status = 0;
+      storage_free_slot(handle, CGS_ARR, mark);
+      return;
+    }
     CTRL(14) = COMI(62);
     CTRL(22) = COMI(63);
     CTRL(23) = COMI(64);
@@ -615,8 +622,37 @@ void numeric(std::intptr_t *handle, int *iparam, const call_args &c,
       rec->status = COMI(50);
       CTRL(30) = COMI(50);
       rec->error = -4;
+      storage_free_slot(handle, CGS_ARR, mark);
+      return;
     }
   }
+  // Step 8: refinement, after perturbed pivots or when iparam(8) asks.
+  if (phase % 10 == 3 && (COMI(62) > 0 || CTRL(8) != 0) && COMI(18) == 0) {
+    // The extended path keeps accumulators for triangle storage and for
+    // the transposed product.
+    const std::int64_t k = CTRL(8) >= 0 ? 2 : ((COMI(19) == 1 || COMI(68) != 0) ? 5 : 3);
+    const std::int64_t bytes = static_cast<std::int64_t>(sizeof(R)) * *c.nb * COMI(5) *
+                               (k * COMI(1) + 2 * std::max(1, COMI(15)));
+    storage_free_slot(handle, CGS_ARR, mark);
+    if (!storage_alloc_slot(handle, CGS_ARR, bytes, ST_CGS_ARR, status, sums)) {
+      rec->error = -2;
+      return;
+    }
+    COMX(COMX_CGS) = 1;
+    COMI(43) = 0;
+    int p33 = 33;
+    run_stage<R>(handle, 4, &p33, iparam, c, rec, entry, nullptr);
+    CTRL(7) = COMI(65);
+    if (OOCL(11) != 0) {
+      rec->error = OOCL(11);
+      rec->status = 0;
+    } else if (COMI(50) != 0) {
+      rec->status = COMI(50);
+      CTRL(30) = COMI(50);
+      rec->error = -4;
+    }
+  }
+  COMX(COMX_CGS) = mark;
   storage_free_slot(handle, CGS_ARR, mark);
 }
 

@@ -17,8 +17,8 @@ template <class R>
 void stage_numbers(int *phase, const void *a, const int *ia, const int *ja,
                    const int *nb, int *comi, double *comr, int *comx,
                    std::intptr_t *entry, void *factors, void *fi, void *work,
-                   void *up_uplen, void *mc64perm, void *mc64uv, int *timer_flags,
-                   void *b, void *x, int *iparam, int *ooc_l);
+                   void *cgs, void *up_uplen, void *mc64perm, void *mc64uv,
+                   int *timer_flags, void *b, void *x, int *iparam, int *ooc_l);
 
 // One numeric factorization: the kernel by matrix type, thread count and
 // storage mode; the time goes to comr[5], the kernel's error cell to
@@ -56,6 +56,17 @@ template <class R>
 void telmira_solve(const int *nrhs, void *x, void *b, void *fi,
                    const int *comx, const void *factors, void *work,
                    const void *s, const int *m, int *comi, int *ooc_l);
+
+// The solve of phase 33 with iterative refinement: the first solve, then
+// steps of r = b - A x (product of the caller's A, by comi(68) transposed),
+// A d = r and x = x + d by the rules of iparam(8), comi(62) and comi(73).
+// cgs: handle[CGS_ARR]. Steps done in comi(65); status in comi(50), -112
+// when the residual stopped falling with a large correction.
+template <class R>
+void telmira_refine(const void *a, const int *ia, const int *ja, const int *nb, void *b,
+                    void *x, void *fi, const int *comx, const void *factors, void *work,
+                    void *cgs, const void *s, const int *m, int *comi, int *iparam,
+                    double *comr, int *timer_flags, int *ooc_l);
 
 // x(i) := b(perm(i)) for each right-hand side, with the scaling rules of
 // comi(67) and the sub-step comi(55). T is the value type, s real.

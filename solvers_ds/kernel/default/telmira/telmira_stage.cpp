@@ -228,8 +228,8 @@ template <class R>
 void stage_numbers(int *phase, const void *a, const int *ia, const int *ja,
                    const int *nb, int *comi, double *comr, int *comx,
                    std::intptr_t *entry, void *factors, void *fi, void *work,
-                   void *up_uplen, void *mc64perm, void *mc64uv, int *timer_flags,
-                   void *b, void *x, int *iparam, int *ooc_l) {
+                   void *cgs, void *up_uplen, void *mc64perm, void *mc64uv,
+                   int *timer_flags, void *b, void *x, int *iparam, int *ooc_l) {
   const int w = COMI(5);
   const int ph = *phase;
   const int kept8 = COMI(8), kept41 = COMX(COMX_FACTORS), kept42 = COMX(COMX_U_PART);
@@ -267,11 +267,21 @@ void stage_numbers(int *phase, const void *a, const int *ia, const int *ja,
     COMX(COMX_U_PART) = kept42;
     return;
   }
-  // Phases 13, 23 and 33: the solve. Refinement steps are not part of this
-  // version; a request for them (iparam(8), perturbed pivots) gets the
-  // plain solve and iparam(7) = 0.
+  // Phases 13 and 23 with perturbed pivots or refinement asked for end
+  // here: the driver's refinement call solves.
+  if (ph != 33 && (COMI(62) > 0 || CTRL(8) != 0) && COMI(18) == 0) return;
   COMX(COMX_FACTORS) = 1;
   COMX(COMX_U_PART) = COMI(34) * w + 1;
+  if (ph == 33 && COMX(COMX_CGS) == 1 && cgs != nullptr && COMI(18) == 0) {
+    // The refinement call: first solve and the steps.
+    telmira_refine<R>(a, ia, ja, nb, b, x, fi, comx, factors, work, cgs, mc64uv,
+                      static_cast<const int *>(mc64perm), comi, iparam, comr,
+                      timer_flags, ooc_l);
+    telmira_clock(&comr[15]);
+    return;
+  }
+  // The plain solve. The preconditioned iteration is not part of this
+  // version: a selection in comi(18) solves with the factors directly.
   double t0 = 0.0, t1 = 0.0;
   telmira_clock(&t0);
   telmira_solve<R>(nb, x, b, fi, comx, factors, work, mc64uv,
@@ -294,7 +304,6 @@ void telmira_stage(int *phase, const int *neqns, const int *matrix_number,
                    void *x, const int *stage, int *iparam, int *ooc_l,
                    void *ooc_r, char *ooc_path) {
   (void)matrix_number;
-  (void)cgs_arr;
   (void)ooc_r;
   (void)ooc_path;
   COMI(50) = 0;
@@ -315,8 +324,8 @@ void telmira_stage(int *phase, const int *neqns, const int *matrix_number,
       break;
     case 4:
       stage_numbers<R>(phase, a, ia, ja, nb, comi, comr, comx, entry, factors,
-                       struc_fi, work_r0, up_uplen, mc64perm, mc64uv, timer_flags,
-                       b, x, iparam, ooc_l);
+                       struc_fi, work_r0, cgs_arr, up_uplen, mc64perm, mc64uv,
+                       timer_flags, b, x, iparam, ooc_l);
       break;
     default:
       break;
@@ -335,11 +344,13 @@ TELMIRA_STAGE_INSTANCE(double)
 template void stage_numbers<double>(int *, const void *, const int *, const int *,
                                     const int *, int *, double *, int *,
                                     std::intptr_t *, void *, void *, void *, void *,
-                                    void *, void *, int *, void *, void *, int *, int *);
+                                    void *, void *, void *, int *, void *, void *, int *,
+                                    int *);
 template void stage_numbers<float>(int *, const void *, const int *, const int *,
                                    const int *, int *, double *, int *,
                                    std::intptr_t *, void *, void *, void *, void *,
-                                   void *, void *, int *, void *, void *, int *, int *);
+                                   void *, void *, void *, int *, void *, void *, int *,
+                                   int *);
 TELMIRA_STAGE_INSTANCE(float)
 
 }  // namespace tlm
