@@ -39,6 +39,11 @@ void gemv(const char *trans, const int *m, const int *n, const T *alpha,
           const T *a, const int *lda, const T *x, const int *incx,
           const T *beta, T *y, const int *incy);
 
+// A := alpha x y^T + A, m by n (no conjugate for complex values).
+template <class T>
+void ger(const int *m, const int *n, const T *alpha, const T *x, const int *incx,
+         const T *y, const int *incy, T *a, const int *lda);
+
 // B := alpha op(A)^-1 x for one vector (triangular solve).
 template <class T>
 void trsv(const char *uplo, const char *trans, const char *diag, const int *n,

@@ -35,6 +35,10 @@ VEK_GEMV(d, double) VEK_GEMV(s, float) VEK_GEMV(z, zc) VEK_GEMV(c, cc)
   void P##trsv_(const char *, const char *, const char *, const int *, const T *,   \
                 const int *, T *, const int *, std::size_t, std::size_t, std::size_t);
 VEK_TRSV(d, double) VEK_TRSV(s, float) VEK_TRSV(z, zc) VEK_TRSV(c, cc)
+#define VEK_GER(P, T)                                                                  \
+  void P##_(const int *, const int *, const T *, const T *, const int *, const T *, \
+            const int *, T *, const int *);
+VEK_GER(dger, double) VEK_GER(sger, float) VEK_GER(zgeru, zc) VEK_GER(cgeru, cc)
 }
 
 namespace vekd {
@@ -73,10 +77,21 @@ namespace vekd {
     P##trsv_(uplo, tr, diag, n, a, lda, x, incx, 1, 1, 1);                             \
   }
 
+#define VEK_GER_INSTANCE(F, T)                                                         \
+  template <>                                                                          \
+  void ger<T>(const int *m, const int *n, const T *alpha, const T *x, const int *incx, \
+              const T *y, const int *incy, T *a, const int *lda) {                     \
+    F##_(m, n, alpha, x, incx, y, incy, a, lda);                                       \
+  }
+
 VEK_INSTANCES(d, double)
 VEK_INSTANCES(s, float)
 VEK_INSTANCES(z, zc)
 VEK_INSTANCES(c, cc)
+VEK_GER_INSTANCE(dger, double)
+VEK_GER_INSTANCE(sger, float)
+VEK_GER_INSTANCE(zgeru, zc)
+VEK_GER_INSTANCE(cgeru, cc)
 
 }  // namespace vekd
 
