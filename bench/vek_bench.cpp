@@ -47,7 +47,8 @@ double now() {
 void usage(FILE *f) {
   std::fprintf(f,
       "usage: vek-bench [options] [FILE.mtx | lap2d:N | lap3d:N | diag:N] ...\n"
-      "  --mtype T     matrix type (default: from the file's header; 2 for\n"
+      "  --mtype T     matrix type (default: from the file's header; 11 for cd2d,\n"
+      "                2 for the other\n"
       "                generated matrices; pattern files are made SPD)\n"
       "  --nrhs K      right-hand sides (default 1)\n"
       "  --reps R      repetitions, the best time of each phase counts (default 1)\n"
@@ -94,6 +95,7 @@ bool load(const std::string &name, int given_mtype, vekio::sparse &A,
       name.find(':') != std::string::npos && name.find(".mtx") == std::string::npos;
   if (generated) {
     if (!vekio::generate(name, full, err)) return false;
+    if (name.compare(0, 5, "cd2d:") == 0) suggested = 11;  // unsymmetric values
   } else {
     vekio::mm_header h;
     if (!vekio::read_matrix_market(name, full, h, err)) return false;

@@ -130,3 +130,48 @@ TEST(FacadeSparse, PositiveDefiniteSystemThroughTheSparseSolver) {
     EXPECT_EQ(contents(col_index)[1], ci[1] + shift);
   }
 }
+
+TEST(FacadeSparse, UnsymmetricAndStructurallySymmetricThroughTheSparseSolver) {
+  // Convection-diffusion on a 50 x 50 grid (2500 rows, beyond the dense
+  // limit), full pattern, zero-based; x(i) = 1 + i / n.
+  const int N = 50, n = N * N;
+  for (muMatrixSym sym : {muMatrixUnsym, muMatrixStructSym}) {
+    SCOPED_TRACE(sym);
+    intcoDynArr row_start, col_index;
+    doublecoDynArr coeffs, rhs, solution;
+    std::vector<int> rs, ci;
+    std::vector<double> cv;
+    int k = 0;
+    for (int i = 0; i < n; ++i) {
+      rs.push_back(k);
+      auto put = [&](int j, double v) {
+        col_index[k] = j;
+        coeffs[k++] = v;
+        ci.push_back(j);
+        cv.push_back(v);
+      };
+      const int x = i % N, y = i / N;
+      if (y > 0) put(i - N, -2.0);
+      if (x > 0) put(i - 1, -2.0);
+      put(i, 4.0);
+      if (x < N - 1) put(i + 1, 0.5);
+      if (y < N - 1) put(i + N, 0.5);
+    }
+    rs.push_back(k);
+    for (int i = 0; i <= n; ++i) row_start[i] = rs[i];
+    for (int i = 0; i < n; ++i) {
+      double b = 0.0;
+      for (int p = rs[i]; p < rs[i + 1]; ++p) b += cv[p] * (1.0 + double(ci[p]) / n);
+      rhs[i] = b;
+    }
+    muSolveError err = muSolveFailed;
+    muLinearSolver::solve_equations(sym, n, 1, 1, row_start, col_index, coeffs, rhs, solution,
+                                    err);
+    ASSERT_EQ(err, muSolveOk);
+    const doublecoDynArr &x = solution;
+    double worst = 0.0;
+    for (int i = 0; i < n; ++i) worst = std::max(worst, std::fabs(x[i] - (1.0 + double(i) / n)));
+    EXPECT_LT(worst, 1e-10);
+    EXPECT_EQ(contents(row_start)[n], rs[n]);
+  }
+}

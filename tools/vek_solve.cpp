@@ -54,7 +54,8 @@ void usage(FILE *f) {
       "                  pattern; general, symmetric or Hermitian); pattern files get\n"
       "                  values that make them symmetric positive definite\n"
       "  --gen KIND:N    generated matrix: lap2d:N (5-point, N x N grid),\n"
-      "                  lap3d:N (7-point, N^3 grid), diag:N (diagonal 1..N)\n"
+      "                  lap3d:N (7-point, N^3 grid), cd2d:N (convection-diffusion\n"
+      "                  on an N x N grid, type 11), diag:N (diagonal 1..N)\n"
       "  --mtype T       matrix type 1, 2, -2, 3, 4, -4, 6, 11, 13 (default: from\n"
       "                  the file's header; 2 for generated matrices)\n"
       "  --nrhs K        number of right-hand sides (default 1)\n"
@@ -144,6 +145,7 @@ int main(int argc, char **argv) {
       return 2;
     }
     name = gen;
+    if (gen.compare(0, 5, "cd2d:") == 0) suggested = 11;  // unsymmetric values
   }
   if (!mtype_given) mtype = suggested;
   const bool cplx_type = !(std::abs(mtype) <= 2 || mtype == 11);

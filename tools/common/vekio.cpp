@@ -306,6 +306,25 @@ sparse diagonal(int n, double first, double step) {
   return m;
 }
 
+sparse convdiff2d(int N, double beta) {
+  // -Laplace u + beta (u_x + u_y) on an N x N grid, central differences
+  // with mesh width h = 1 / (N + 1), scaled by h^2.
+  const int n = N * N;
+  const double c = 0.5 * beta / (N + 1);
+  std::vector<triplet> t;
+  t.reserve(static_cast<std::size_t>(n) * 5);
+  for (int y = 0; y < N; ++y)
+    for (int x = 0; x < N; ++x) {
+      int i = y * N + x + 1;
+      if (y > 0) t.push_back({i, i - N, -1.0 - c, 0.0});
+      if (x > 0) t.push_back({i, i - 1, -1.0 - c, 0.0});
+      t.push_back({i, i, 4.0, 0.0});
+      if (x < N - 1) t.push_back({i, i + 1, -1.0 + c, 0.0});
+      if (y < N - 1) t.push_back({i, i + N, -1.0 + c, 0.0});
+    }
+  return from_triplets(n, false, t);
+}
+
 bool generate(const std::string &what, sparse &full, std::string &err) {
   std::size_t c = what.find(':');
   std::string kind = what.substr(0, c);
@@ -316,13 +335,16 @@ bool generate(const std::string &what, sparse &full, std::string &err) {
     if (*end != '\0') N = -1;
   }
   if (N < 1) {
-    err = "generated matrix '" + what + "': want KIND:N with N >= 1 (lap2d:N, lap3d:N, diag:N)";
+    err = "generated matrix '" + what +
+          "': want KIND:N with N >= 1 (lap2d:N, lap3d:N, cd2d:N, diag:N)";
     return false;
   }
   if (kind == "lap2d" && N <= 46340) { full = lap2d((int)N); return true; }
   if (kind == "lap3d" && N <= 1290) { full = lap3d((int)N); return true; }
+  if (kind == "cd2d" && N <= 46340) { full = convdiff2d((int)N, 50.0 * (N + 1) / 10.0); return true; }
   if (kind == "diag") { full = diagonal((int)N); return true; }
-  err = "generated matrix '" + what + "': unknown kind or size too large (lap2d:N, lap3d:N, diag:N)";
+  err = "generated matrix '" + what +
+        "': unknown kind or size too large (lap2d:N, lap3d:N, cd2d:N, diag:N)";
   return false;
 }
 

@@ -62,7 +62,11 @@ bool symmetric_type(int mtype);
 sparse lap2d(int N);              // 5-point, 4 on the diagonal
 sparse lap3d(int N);              // 7-point, 6 on the diagonal
 sparse diagonal(int n, double first = 1.0, double step = 1.0); // d_i = first + (i-1) step
-// Parses "lap2d:N", "lap3d:N", "diag:N"; false with err on a bad name.
+// Convection-diffusion -Laplace u + beta (u_x + u_y), 5-point central
+// differences scaled by h^2: structurally symmetric, unsymmetric values.
+sparse convdiff2d(int N, double beta);
+// Parses "lap2d:N", "lap3d:N", "cd2d:N" (convection-diffusion with a cell
+// Peclet number of 2.5), "diag:N"; false with err on a bad name.
 bool generate(const std::string &what, sparse &full, std::string &err);
 
 // y = A x for A as given to the solver with the given type: symmetric

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "blkl.h"
+#include "blklu.h"
 #include "dense/vek_dense.h"
 #include "service/vek_serv_clock.h"
 #include "service/vek_serv_message.h"
@@ -33,7 +34,7 @@ void missing_kernel(const int *comi, int *error) {
 // Pointers of the kernels' arrays inside handle[STRUC_FI].
 struct kernel_arrays {
   int *perm, *xsup, *snode, *xlindx, *lindx, *xlnz, *xunz, *nmod, *pnlsch,
-      *parts, *xjalf, *jalf, *xjauf, *jauf, *luperm, *luperm_row, *pivot;
+      *parts, *xjalf, *jalf, *xjauf, *jauf, *luperm, *luperm_row, *pivot, *cpivot;
   int *indmap, *relind, *link, *length;
 };
 
@@ -56,6 +57,7 @@ kernel_arrays arrays_of(void *fi, const int *comx, const int *comi) {
   if (COMI(19) != 1) {
     k.xjauf = sub(fi, comx, CX_XJAUF);
     k.jauf = sub(fi, comx, CX_JAUF);
+    k.cpivot = sub(fi, comx, CX_CPIVOT);
   }
   if (COMI(69) != 0) k.luperm_row = sub(fi, comx, CX_LUPERM_ROW);
   // indmap and relind, one block of n per thread; link; length.
@@ -149,11 +151,45 @@ void telmira_factor_sym(const void *a, const int *ia, const int *, void *fi,
 }
 
 template <class R>
-void telmira_factor_unsym(const void *, const int *, const int *, void *,
-                          const int *, void *, void *, void *, const void *, int *comi,
-                          int *ooc_l) {
+void telmira_factor_unsym(const void *a, const int *, const int *ja, void *fi,
+                          const int *comx, void *factors, void *work, void *,
+                          const void *scaling, int *comi, int *ooc_l) {
+  const int mtype = COMI(12);
+  // Types 11 and 13 take the perturbation unadjusted; 1 and 3 none.
+  const double eps = pivot_perturbation(COMI(66), mtype, COMI(1), nullptr, a,
+                                        sizeof(R) == sizeof(float));
+  kernel_arrays k = arrays_of(fi, comx, comi);
   int error = 0;
-  missing_kernel(comi, &error);
+  int n = COMI(1), nsuper = COMI(31), nthreads = COMI(15), nnzl = COMI(34);
+  int tmpsize = COMI(37), level = COMI(11), rowflag = COMI(69) != 0 ? 1 : 0;
+  R *lnz = static_cast<R *>(factors);
+  R *unz = lnz + static_cast<std::int64_t>(COMI(34));
+  // The parallel LU sweeps are not part of this version: with several
+  // threads the sequential sweep runs, and the dense routines below it get
+  // the threads.
+  switch (mtype) {
+    case 1:
+      blklu<R>(static_cast<const R *>(a), &nsuper, &nthreads, &n, &nnzl, k.xlindx, k.lindx,
+               k.xlnz, lnz, k.xunz, unz, k.indmap, k.relind, &tmpsize,
+               static_cast<R *>(work), k.nmod, k.link, k.snode, k.xsup, k.length, k.pivot,
+               k.xjalf, k.jalf, k.xjauf, k.jauf, k.luperm, k.perm, &level, &error);
+      break;
+    case 11: {
+      const R e = static_cast<R>(eps);
+      int npert = 0;
+      blklu_unsym<R>(static_cast<const R *>(a), ja, &nsuper, &nthreads, &n, &nnzl, k.xlindx,
+                     k.lindx, k.xlnz, lnz, k.xunz, unz, k.indmap, k.relind, &tmpsize,
+                     static_cast<R *>(work), k.nmod, k.link, k.snode, k.xsup, k.length,
+                     k.pivot, k.cpivot, k.xjalf, k.jalf, k.xjauf, k.jauf, k.luperm, k.perm,
+                     &e, &npert, static_cast<const R *>(scaling), &rowflag, k.luperm_row,
+                     &level, &error);
+      COMI(62) = npert;
+      break;
+    }
+    default:
+      missing_kernel(comi, &error);
+      break;
+  }
   if (ooc_l == nullptr || OOCL(11) == 0) {
     if (error != 0) COMI(48) = -1;
     COMI(50) = error;

@@ -54,6 +54,7 @@ constexpr int CX_JAUF = 36;
 constexpr int CX_IWORK = 37;  // indmap, relind, link, length of the kernels
 constexpr int CX_PIVOT = 38;
 constexpr int CX_XNMOD = 39;
+constexpr int CX_CPIVOT = 40;  // column exchanges of the unsymmetric LU
 // handle[UP_UPLEN]: the update lists of the parallel numeric phase.
 constexpr int CX_XSLINDX = 44;
 constexpr int CX_SLINDX = 45;

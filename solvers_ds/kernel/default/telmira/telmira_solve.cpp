@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <complex>
 
+#include "blkslv.h"
 #include "blkslvs.h"
 #include "dense/vek_dense.h"
 #include "telmira_layout.h"
@@ -111,7 +112,7 @@ void telmira_solve(const int *nrhs, void *x_, void *b_, void *fi,
   int *xlnz = sub(fi, comx, CX_XLNZ);
   int nsuper = COMI(31), nthreads = COMI(15), substep = COMI(55);
   int bufcols = n > 0 ? COMI(44) / n : 1;
-  if (mtype != 2) {
+  if (mtype != 2 && mtype != 1 && mtype != 11) {
     // The solves of the other types come with their factorizations.
     COMI(50) = -1;
     return;
@@ -121,15 +122,27 @@ void telmira_solve(const int *nrhs, void *x_, void *b_, void *fi,
   R *w = static_cast<R *>(work);
   const R *lnz = static_cast<const R *>(factors);
   psol_fwgath<R>(&n, nrhs, x, b, perm, s, m, comi);
-  if (*nrhs == 1) {
-    blkslvs1<R>(&nsuper, xsup, xlindx, lindx, xlnz, lnz, x, &substep);
-  } else if (*nrhs > 1) {
-    int ldw = COMI(23) > 0 ? COMI(23) : 1;
-    // Threads across the right-hand sides; each calls the dense routines
-    // on one thread.
-    if (nthreads > 1) vekd::blas_threads(1);
-    blkslvs<R>(&nsuper, nrhs, &nthreads, &n, xsup, xlindx, lindx, xlnz, lnz, x,
-               w, &ldw, &substep);
+  int ldw = COMI(23) > 0 ? COMI(23) : 1;
+  // Threads across the right-hand sides; each calls the dense routines on
+  // one thread.
+  if (*nrhs > 1 && nthreads > 1) vekd::blas_threads(1);
+  if (mtype == 2) {
+    if (*nrhs == 1)
+      blkslvs1<R>(&nsuper, xsup, xlindx, lindx, xlnz, lnz, x, &substep);
+    else if (*nrhs > 1)
+      blkslvs<R>(&nsuper, nrhs, &nthreads, &n, xsup, xlindx, lindx, xlnz, lnz, x, w, &ldw,
+                 &substep);
+  } else {
+    const int *xunz = sub(fi, comx, CX_XUNZ);
+    const int *pivot = sub(fi, comx, CX_PIVOT);
+    const int *cpivot = mtype == 11 ? sub(fi, comx, CX_CPIVOT) : nullptr;
+    const R *unz = lnz + static_cast<std::int64_t>(COMI(34));
+    if (*nrhs == 1)
+      blkslv1<R>(&nsuper, xsup, xlindx, lindx, xlnz, lnz, xunz, unz, pivot, cpivot, x,
+                 &substep);
+    else if (*nrhs > 1)
+      blkslv<R>(&nsuper, nrhs, &nthreads, &n, xsup, xlindx, lindx, xlnz, lnz, xunz, unz,
+                pivot, cpivot, x, w, &ldw, &substep);
   }
   psol_bwscat<R>(&n, nrhs, x, b, perm, s, w, &bufcols, comi);
 }
