@@ -18,6 +18,7 @@
 #include "blkslv.h"
 #include "ordering.h"
 #include "symbolic.h"
+#include "test_analysis.h"
 #include "test_matrices.h"
 #include "vekio.h"
 
@@ -25,56 +26,10 @@ namespace {
 
 typedef std::vector<int> ivec;
 
-struct analysis {
-  int n = 0, ns = 0;
-  ivec comi = ivec(128, 0), perm, invp, xadj, adjncy, parts, xsup, xlindx, lindx, xlnz, xunz;
-};
+using vektest::analysis;
 
-// Ordering and symbolic factorization as the analysis chains them.
 analysis analyse(vekio::sparse &a, int mtype, int method, int nparts, int panel) {
-  analysis s;
-  int n = s.n = a.n;
-  ivec &comi = s.comi;
-  comi[9 - 1] = 2147483647;
-  comi[12 - 1] = mtype;
-  comi[14 - 1] = method;
-  comi[15 - 1] = 1;
-  comi[16 - 1] = panel;
-  comi[17 - 1] = 1;
-  comi[60 - 1] = nparts;
-  comi[61 - 1] = 1024;
-  s.perm.assign(n, 0);
-  s.invp.assign(n, 0);
-  s.parts.assign(1024, 0);
-  s.xadj.assign(n + 1, 0);
-  s.adjncy.assign(2 * static_cast<size_t>(a.nnz()) + 1, 0);
-  ivec user(n, 0);
-  double times[2];
-  sssord(&n, a.ia.data(), a.ja.data(), comi.data(), user.data(), nullptr, s.xadj.data(),
-         s.adjncy.data(), s.perm.data(), s.invp.data(), s.parts.data(), times);
-  EXPECT_EQ(comi[50 - 1], 0);
-  ivec colcnt(n), snode(n), work(tlm::sfinit_work_length(n));
-  s.xsup.assign(n + 1, 0);
-  int error = 0;
-  tlm::sfinit(&n, s.xadj.data(), s.adjncy.data(), s.perm.data(), s.invp.data(),
-              s.parts.data(), colcnt.data(), snode.data(), s.xsup.data(), work.data(),
-              comi.data(), &error);
-  EXPECT_EQ(error, 0);
-  const int ns = s.ns = comi[31 - 1];
-  s.xlindx.assign(ns + 1, 0);
-  s.lindx.assign(std::max(1, comi[36 - 1]), 0);
-  s.xlnz.assign(n + 1, 0);
-  s.xunz.assign(n + 1, 0);
-  std::vector<ivec> tree(6, ivec(std::max(1, ns)));
-  ivec work2(tlm::symbfct_work_length(n, ns));
-  double seconds = 0;
-  tlm::symbfct(&n, comi.data(), &seconds, s.perm.data(), s.invp.data(), s.xadj.data(),
-               s.adjncy.data(), colcnt.data(), s.xsup.data(), snode.data(), s.parts.data(),
-               s.xlindx.data(), s.lindx.data(), s.xlnz.data(), s.xunz.data(), tree[0].data(),
-               tree[1].data(), tree[2].data(), tree[3].data(), tree[4].data(), tree[5].data(),
-               work2.data(), &error);
-  EXPECT_EQ(error, 0);
-  return s;
+  return vektest::analyse(a, mtype, nullptr, method, nparts, panel);
 }
 
 // A random factor on the structure s. Off-diagonal entries are scaled by the

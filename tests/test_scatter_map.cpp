@@ -18,6 +18,7 @@
 #include "scatter_map.h"
 #include "symbolic.h"
 #include "telmira_scatter.h"
+#include "test_analysis.h"
 #include "test_matrices.h"
 #include "vekio.h"
 
@@ -27,61 +28,9 @@ typedef std::vector<int> ivec;
 const int guard = 0x5A5A5A5A;
 
 // Ordering and symbolic factorization of a stored matrix, as the analysis
-// chains them. roworder (types above 10) is the matching's row order.
-struct analysis {
-  int n = 0, ns = 0;
-  ivec comi = ivec(128, 0), perm, invp, xadj, adjncy, parts, xsup, xlindx, lindx, xlnz, xunz;
-};
-
-analysis analyse(vekio::sparse &a, int mtype, ivec *roworder, int method, int nparts,
-                 int panel) {
-  analysis s;
-  int n = s.n = a.n;
-  ivec &comi = s.comi;
-  comi[9 - 1] = 2147483647;
-  comi[12 - 1] = mtype;
-  comi[14 - 1] = method;
-  comi[15 - 1] = 1;
-  comi[16 - 1] = panel;
-  comi[17 - 1] = 1;
-  comi[19 - 1] = vekio::symmetric_type(mtype) ? 1 : 0;
-  comi[60 - 1] = nparts;
-  comi[61 - 1] = 1024;
-  comi[67 - 1] = roworder ? 1 : 0;
-  s.perm.assign(n, 0);
-  s.invp.assign(n, 0);
-  s.parts.assign(1024, 0);
-  s.xadj.assign(n + 1, 0);
-  s.adjncy.assign(2 * static_cast<size_t>(a.nnz()) + 1, 0);
-  ivec user(n, 0);
-  double times[2];
-  sssord(&n, a.ia.data(), a.ja.data(), comi.data(), user.data(),
-         roworder ? roworder->data() : nullptr, s.xadj.data(), s.adjncy.data(),
-         s.perm.data(), s.invp.data(), s.parts.data(), times);
-  EXPECT_EQ(comi[50 - 1], 0);
-  ivec colcnt(n), snode(n), work(tlm::sfinit_work_length(n));
-  s.xsup.assign(n + 1, 0);
-  int error = 0;
-  tlm::sfinit(&n, s.xadj.data(), s.adjncy.data(), s.perm.data(), s.invp.data(),
-              s.parts.data(), colcnt.data(), snode.data(), s.xsup.data(), work.data(),
-              comi.data(), &error);
-  EXPECT_EQ(error, 0);
-  const int ns = s.ns = comi[31 - 1];
-  s.xlindx.assign(ns + 1, 0);
-  s.lindx.assign(std::max(1, comi[36 - 1]), 0);
-  s.xlnz.assign(n + 1, 0);
-  s.xunz.assign(n + 1, 0);
-  std::vector<ivec> tree(6, ivec(std::max(1, ns)));
-  ivec work2(tlm::symbfct_work_length(n, ns));
-  double seconds = 0;
-  tlm::symbfct(&n, comi.data(), &seconds, s.perm.data(), s.invp.data(), s.xadj.data(),
-               s.adjncy.data(), colcnt.data(), s.xsup.data(), snode.data(),
-               s.parts.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
-               s.xunz.data(), tree[0].data(), tree[1].data(), tree[2].data(),
-               tree[3].data(), tree[4].data(), tree[5].data(), work2.data(), &error);
-  EXPECT_EQ(error, 0);
-  return s;
-}
+// chains them (the shared test helper).
+using vektest::analyse;
+using vektest::analysis;
 
 struct lists {
   ivec xjalf, jalf, xjauf, jauf, luperm, luperm_row;

@@ -10,25 +10,17 @@
 #include <cstdlib>
 
 #include "dense/vek_dense.h"
+#include "factor_progress.h"
 #include "telmira_scatter.h"
 #include "service/vek_serv_message.h"
 #include "service/vek_serv_threads.h"
 
 namespace {
 
-const char progress_text[] = "Telmira: factorization phase";
-const int progress_len = 28;
-
 // Position (zero-based) of row r of column c of the target: the end of
 // column c minus the distance of r from the last row.
 inline long entry_pos(const int *xlnz, int c, const int *indmap, int r) {
   return static_cast<long>(std::abs(xlnz[c])) - 2 - indmap[r - 1];
-}
-
-// One line of the factorization's progress at message level 1.
-void progress_line(int percent) {
-  std::printf(" %d %% \n", percent);
-  std::fflush(nullptr);
 }
 
 }  // namespace
@@ -106,12 +98,11 @@ void blkl(const T *a, const int *nsuper, const int *, const int *n, const int *n
           int *error) {
   *error = 0;
   const int N = *n, ns = *nsuper;
-  const bool talk = *msglvl > 0;
   const int plain = 0;  // real values: no conjugates
-  int thread = 1, step = 0, last = -1;
+  int thread = 1;
   for (int i = 0; i < N; ++i) link[i] = 0;
-  if (talk) vek_serv_print_message(0, 804, 0);
-  if (vek_serv_progress(&thread, &step, progress_text, progress_len) != 0) {
+  factor_progress progress;
+  if (factor_progress_start(&progress, *msglvl) != 0) {
     *error = -1;
     return;
   }
@@ -179,23 +170,12 @@ void blkl(const T *a, const int *nsuper, const int *, const int *n, const int *n
     }
 
     const int p = static_cast<int>(100.0 * (jlnz - 1) / (*nnzl > 0 ? *nnzl : 1));
-    if (p > last) {
-      last = p;
-      step = p;
-      if (talk) progress_line(p);
-      if (vek_serv_progress(&thread, &step, progress_text, progress_len) != 0) {
-        *error = -1;
-        return;
-      }
+    if (factor_progress_step(&progress, p) != 0) {
+      *error = -1;
+      return;
     }
   }
-  step = 100;
-  if (talk) {
-    progress_line(100);
-    std::printf(" \n ");
-    std::fflush(nullptr);
-  }
-  if (vek_serv_progress(&thread, &step, progress_text, progress_len) != 0) *error = -1;
+  if (factor_progress_end(&progress) != 0) *error = -1;
 }
 
 #define BLKL_INSTANCE(T)                                                                \

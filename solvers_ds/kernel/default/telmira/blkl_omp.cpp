@@ -16,14 +16,12 @@
 #include <cstdlib>
 
 #include "dense/vek_dense.h"
+#include "factor_progress.h"
 #include "telmira_scatter.h"
 #include "service/vek_serv_message.h"
 #include "service/vek_serv_threads.h"
 
 namespace {
-
-const char progress_text[] = "Telmira: factorization phase";
-const int progress_len = 28;
 
 // Shared state of one factorization.
 struct omp_sweep {
@@ -136,11 +134,11 @@ void blkl_omp(const T *a, const int *nsuper, const int *nthreads, const int *n,
               const int *msglvl, int *error) {
   *error = 0;
   const int ns = *nsuper;
-  const bool talk = *msglvl > 0;
   for (int s = 0; s < ns; ++s) link[s] = xnmod[s];
-  int first_thread = 1, step = 0;
-  if (talk) vek_serv_print_message(0, 804, 0);
-  if (vek_serv_progress(&first_thread, &step, progress_text, progress_len) != 0) {
+  // Thread 1 reports; the hook's answer stops only the report before the
+  // region.
+  factor_progress progress;
+  if (factor_progress_start(&progress, *msglvl) != 0) {
     *error = -1;
     return;
   }
@@ -157,7 +155,6 @@ void blkl_omp(const T *a, const int *nsuper, const int *nthreads, const int *n,
     T *slice = temp + static_cast<long>(thread - 1) * *tmpsize;
     for (int i = 0; i < *tmpsize; ++i) slice[i] = T(0);
     long done_entries = 0;
-    int last = -1;
     const int workers = omp_get_num_threads();
 
     int end = 0;  // last supernode of the ranges so far
@@ -192,28 +189,13 @@ void blkl_omp(const T *a, const int *nsuper, const int *nthreads, const int *n,
           long p = static_cast<long>(100.0 * workers * done_entries /
                                      (*nnzl > 0 ? *nnzl : 1));
           if (p > 99) p = 99;
-          if (p > last) {
-            last = static_cast<int>(p);
-            int one = 1, at = last;
-            if (talk) {
-              std::printf(" %d %% \n", at);
-              std::fflush(nullptr);
-            }
-            vek_serv_progress(&one, &at, progress_text, progress_len);
-          }
+          factor_progress_step(&progress, static_cast<int>(p));
         }
       }
       if (hi > end) end = hi;
       if (end >= ns) break;
     }
-    if (thread == 1) {
-      int one = 1, at = 100;
-      if (talk) {
-        std::printf(" 100 %% \n \n ");
-        std::fflush(nullptr);
-      }
-      vek_serv_progress(&one, &at, progress_text, progress_len);
-    }
+    if (thread == 1) factor_progress_end(&progress);
   }
 }
 

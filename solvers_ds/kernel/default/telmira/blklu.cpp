@@ -12,26 +12,18 @@
 #include <cstdlib>
 
 #include "dense/vek_dense.h"
+#include "factor_progress.h"
 #include "telmira_scatter.h"
 #include "service/vek_serv_message.h"
 #include "service/vek_serv_threads.h"
 
 namespace {
 
-const char progress_text[] = "Telmira: factorization phase";
-const int progress_len = 28;
-
 // Position (zero-based) of row r of column c of the target, in lnz or in
 // unz: the end of column c minus the distance of r from the last row. The
 // U part of a column ends where its L part does, both at the last row.
 inline long entry_pos(const int *x, int c, const int *indmap, int r) {
   return static_cast<long>(std::abs(x[c])) - 2 - indmap[r - 1];
-}
-
-// One line of the factorization's progress at message level 1.
-void progress_line(int percent) {
-  std::printf(" %d %% \n", percent);
-  std::fflush(nullptr);
 }
 
 template <class T> void swap_columns(T *a, int lda, int rows, int i, int j) {
@@ -66,11 +58,10 @@ void lu_sweep(const T *a, const int *nsuper, const int *n, const int *nnzl,
               const unsym_args<T> &u, int *error) {
   *error = 0;
   const int N = *n, ns = *nsuper;
-  const bool talk = *msglvl > 0;
-  int thread = 1, step = 0, last = -1;
+  int thread = 1;
   for (int i = 0; i < N; ++i) link[i] = 0;
-  if (talk) vek_serv_print_message(0, 804, 0);
-  if (vek_serv_progress(&thread, &step, progress_text, progress_len) != 0) {
+  factor_progress progress;
+  if (factor_progress_start(&progress, *msglvl) != 0) {
     *error = -1;
     return;
   }
@@ -160,23 +151,12 @@ void lu_sweep(const T *a, const int *nsuper, const int *n, const int *nnzl,
     }
 
     const int p = static_cast<int>(100.0 * (jlnz - 1) / (*nnzl > 0 ? *nnzl : 1));
-    if (p > last) {
-      last = p;
-      step = p;
-      if (talk) progress_line(p);
-      if (vek_serv_progress(&thread, &step, progress_text, progress_len) != 0) {
-        *error = -1;
-        return;
-      }
+    if (factor_progress_step(&progress, p) != 0) {
+      *error = -1;
+      return;
     }
   }
-  step = 100;
-  if (talk) {
-    progress_line(100);
-    std::printf(" \n ");
-    std::fflush(nullptr);
-  }
-  if (vek_serv_progress(&thread, &step, progress_text, progress_len) != 0) *error = -1;
+  if (factor_progress_end(&progress) != 0) *error = -1;
 }
 
 }  // namespace
