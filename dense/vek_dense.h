@@ -44,6 +44,16 @@ template <class T>
 void ger(const int *m, const int *n, const T *alpha, const T *x, const int *incx,
          const T *y, const int *incy, T *a, const int *lda);
 
+// x := alpha x, n entries with stride incx.
+template <class T>
+void scal(const int *n, const T *alpha, T *x, const int *incx);
+
+// A := alpha x x^T + A on the triangle uplo, n by n (no conjugate for
+// complex values: the complex symmetric update).
+template <class T>
+void syr(const char *uplo, const int *n, const T *alpha, const T *x, const int *incx,
+         T *a, const int *lda);
+
 // B := alpha op(A)^-1 x for one vector (triangular solve).
 template <class T>
 void trsv(const char *uplo, const char *trans, const char *diag, const int *n,

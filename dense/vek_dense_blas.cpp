@@ -39,6 +39,12 @@ VEK_TRSV(d, double) VEK_TRSV(s, float) VEK_TRSV(z, zc) VEK_TRSV(c, cc)
   void P##_(const int *, const int *, const T *, const T *, const int *, const T *, \
             const int *, T *, const int *);
 VEK_GER(dger, double) VEK_GER(sger, float) VEK_GER(zgeru, zc) VEK_GER(cgeru, cc)
+#define VEK_SCAL(P, T) void P##scal_(const int *, const T *, T *, const int *);
+VEK_SCAL(d, double) VEK_SCAL(s, float) VEK_SCAL(z, zc) VEK_SCAL(c, cc)
+#define VEK_SYR(P, T)                                                                  \
+  void P##syr_(const char *, const int *, const T *, const T *, const int *, T *,   \
+               const int *, std::size_t);
+VEK_SYR(d, double) VEK_SYR(s, float) VEK_SYR(z, zc) VEK_SYR(c, cc)
 }
 
 namespace vekd {
@@ -92,6 +98,24 @@ VEK_GER_INSTANCE(dger, double)
 VEK_GER_INSTANCE(sger, float)
 VEK_GER_INSTANCE(zgeru, zc)
 VEK_GER_INSTANCE(cgeru, cc)
+
+// The complex forms of syr are the symmetric (not Hermitian) updates of the
+// installed LAPACK.
+#define VEK_SCAL_SYR_INSTANCE(P, T)                                                    \
+  template <>                                                                          \
+  void scal<T>(const int *n, const T *alpha, T *x, const int *incx) {                  \
+    P##scal_(n, alpha, x, incx);                                                       \
+  }                                                                                    \
+  template <>                                                                          \
+  void syr<T>(const char *uplo, const int *n, const T *alpha, const T *x,              \
+              const int *incx, T *a, const int *lda) {                                 \
+    P##syr_(uplo, n, alpha, x, incx, a, lda, 1);                                       \
+  }
+
+VEK_SCAL_SYR_INSTANCE(d, double)
+VEK_SCAL_SYR_INSTANCE(s, float)
+VEK_SCAL_SYR_INSTANCE(z, zc)
+VEK_SCAL_SYR_INSTANCE(c, cc)
 
 }  // namespace vekd
 
