@@ -729,3 +729,83 @@ TEST(SolveLU, SingularBlockStopsPartialPivotingAndIsReplacedByCompletePivoting) 
 }
 
 }  // namespace
+
+// ---------------------------------------------------------------------------
+// Symmetric indefinite: LDL^T with pivoting inside the supernodes.
+
+namespace {
+
+TEST(SolveLDL, IndefiniteMatricesBothPivotingModes) {
+  std::vector<std::pair<std::string, vekio::sparse>> cases;
+  for (const char *name : {"bcsstk13", "GD97_b", "reorientation_1", "494_bus"}) {
+    vekio::sparse m;
+    if (vektest::load(name, m)) cases.emplace_back(name, m);
+  }
+  for (int t : {1, 2}) {
+    threads use(t);
+    for (auto &c : cases)
+      for (int bk : {1, 0}) {
+        SCOPED_TRACE(c.first + " threads " + std::to_string(t) + " iparam(21) " +
+                     std::to_string(bk));
+        system s(c.second, -2, t == 1 ? 1 : 3);
+        s.iparam[0] = 1;
+        s.iparam[1] = 2;
+        s.iparam[9] = 8;
+        s.iparam[20] = bk;
+        ASSERT_EQ(s.call(13), 0);
+        EXPECT_LE(s.residual(s.x), 1e-13);
+        EXPECT_EQ(s.iparam[21] + s.iparam[22], s.n);
+        // Forward, diagonal and backward one after the other: the full solve
+        // without refinement (iparam(26) set at the analysis), which
+        // perturbed pivots would bring to a whole solve only.
+        system t(c.second, -2, s.nb);
+        t.iparam[0] = 1;
+        t.iparam[1] = 2;
+        t.iparam[9] = 8;
+        t.iparam[20] = bk;
+        t.iparam[25] = 1;
+        ASSERT_EQ(t.call(13), 0);
+        const std::vector<double> full = t.x;
+        for (int sub : {331, 332, 333}) {
+          ASSERT_EQ(t.call(sub), 0);
+          t.b = t.x;
+        }
+        double scale = 1.0;
+        for (double v : full) scale = std::max(scale, std::fabs(v));
+        EXPECT_LE(worst_error(t.x, full), 1e-9 * scale);
+      }
+  }
+}
+
+TEST(SolveLDL, InertiaOfAShiftedLaplacian) {
+  // The eigenvalues of the 5-point Laplacian on an N x N grid are
+  // 4 - 2 cos(i pi / (N+1)) - 2 cos(j pi / (N+1)): the shift sigma leaves
+  // as many negative eigenvalues as there are below sigma.
+  threads one(1);
+  const int N = 20;
+  const double sigma = 2.3;
+  vekio::sparse m = vekio::lap2d(N);
+  for (int i = 1; i <= m.n; ++i)
+    for (int k = m.ia[i - 1]; k < m.ia[i]; ++k)
+      if (m.ja[k - 1] == i) m.a[k - 1] -= sigma;
+  int below = 0;
+  const double pi = std::acos(-1.0);
+  for (int i = 1; i <= N; ++i)
+    for (int j = 1; j <= N; ++j)
+      if (4.0 - 2.0 * std::cos(i * pi / (N + 1)) - 2.0 * std::cos(j * pi / (N + 1)) < sigma)
+        ++below;
+  for (int bk : {1, 0}) {
+    system s(m, -2);
+    s.iparam[0] = 1;
+    s.iparam[1] = 2;
+    s.iparam[9] = 8;
+    s.iparam[20] = bk;
+    ASSERT_EQ(s.call(13), 0);
+    EXPECT_EQ(s.iparam[22], below) << bk;
+    EXPECT_EQ(s.iparam[21], m.n - below) << bk;
+    EXPECT_EQ(s.iparam[13], 0);
+    EXPECT_LE(s.residual(s.x), 1e-13);
+  }
+}
+
+}  // namespace

@@ -603,7 +603,8 @@ void numeric(std::intptr_t *handle, int *iparam, const call_args &c,
     }
     // The preconditioned iteration is not part of this version: with a
     // selection in comi(18) the stored factors solve directly.
-    refine_now = (COMI(62) >= 1 || CTRL(8) != 0) && COMI(18) == 0;
+    // A single sub-step (331 to 333) is no whole solve to refine.
+    refine_now = (COMI(62) >= 1 || CTRL(8) != 0) && COMI(18) == 0 && COMI(55) == 0;
   }
   if (!refine_now) {
     run_stage<R>(handle, 4, &phase, iparam, c, rec, entry, nullptr);
@@ -627,7 +628,8 @@ void numeric(std::intptr_t *handle, int *iparam, const call_args &c,
     }
   }
   // Step 8: refinement, after perturbed pivots or when iparam(8) asks.
-  if (phase % 10 == 3 && (COMI(62) > 0 || CTRL(8) != 0) && COMI(18) == 0) {
+  if (phase % 10 == 3 && (COMI(62) > 0 || CTRL(8) != 0) && COMI(18) == 0 &&
+      COMI(55) == 0) {
     // The extended path keeps accumulators for triangle storage and for
     // the transposed product.
     const std::int64_t k = CTRL(8) >= 0 ? 2 : ((COMI(19) == 1 || COMI(68) != 0) ? 5 : 3);

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "blkl.h"
+#include "blkldl.h"
 #include "blklu.h"
 #include "dense/vek_dense.h"
 #include "service/vek_serv_clock.h"
@@ -106,14 +107,13 @@ double pivot_perturbation(int k, int mtype, int n, const int *ia,
 }
 
 template <class R>
-void telmira_factor_sym(const void *a, const int *ia, const int *, void *fi,
+void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
                         const int *comx, void *factors, void *work, void *up_uplen,
-                        const void *, int *comi, int *ooc_l) {
+                        const void *scaling, int *comi, int *ooc_l) {
   const int mtype = COMI(12);
   const int n = COMI(1);
   const double eps =
       pivot_perturbation(COMI(66), mtype, n, ia, a, sizeof(R) == sizeof(float));
-  (void)eps;  // read by the pivoting kernels
   kernel_arrays k = arrays_of(fi, comx, comi);
   int error = 0;
   int nsuper = COMI(31), nthreads = COMI(15), nnzl = COMI(34), tmpsize = COMI(37);
@@ -140,6 +140,25 @@ void telmira_factor_sym(const void *a, const int *ia, const int *, void *fi,
                 k.length, k.xjalf, k.jalf, k.luperm, k.perm, &level, &error);
       }
       break;
+    case -2: {
+      // Pivoting inside the supernodes: Bunch-Kaufman, or the diagonal
+      // pivots when iparam(21) is 0. The parallel form is not part of this
+      // version: several threads run this sweep with the dense routines on
+      // all of them.
+      const R e = static_cast<R>(eps);
+      const int diagp = COMI(51) == 0 ? 1 : 0;
+      int rowflag = COMI(69) != 0 && scaling != nullptr ? 1 : 0;
+      int npert = 0, npos = 0, nneg = 0;
+      blkldl<R>(static_cast<const R *>(a), ja, &nsuper, &nthreads, &n, &nnzl, k.xlindx,
+                k.lindx, k.xlnz, static_cast<R *>(factors), k.indmap, k.relind, &tmpsize,
+                static_cast<R *>(work), k.nmod, k.link, k.snode, k.xsup, k.length, k.pivot,
+                k.xjalf, k.jalf, k.luperm, k.perm, &e, &diagp, &npert, &npos, &nneg,
+                static_cast<const R *>(scaling), &rowflag, k.luperm_row, &level, &error);
+      COMI(62) = npert;
+      COMI(63) = npos;
+      COMI(64) = nneg;
+      break;
+    }
     default:
       missing_kernel(comi, &error);
       break;

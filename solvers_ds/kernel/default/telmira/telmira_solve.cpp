@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <complex>
 
+#include "blkldlslvs.h"
 #include "blkslv.h"
 #include "blkslvs.h"
 #include "dense/vek_dense.h"
@@ -112,7 +113,7 @@ void telmira_solve(const int *nrhs, void *x_, void *b_, void *fi,
   int *xlnz = sub(fi, comx, CX_XLNZ);
   int nsuper = COMI(31), nthreads = COMI(15), substep = COMI(55);
   int bufcols = n > 0 ? COMI(44) / n : 1;
-  if (mtype != 2 && mtype != 1 && mtype != 11) {
+  if (mtype != 2 && mtype != -2 && mtype != 1 && mtype != 11) {
     // The solves of the other types come with their factorizations.
     COMI(50) = -1;
     return;
@@ -132,6 +133,14 @@ void telmira_solve(const int *nrhs, void *x_, void *b_, void *fi,
     else if (*nrhs > 1)
       blkslvs<R>(&nsuper, nrhs, &nthreads, &n, xsup, xlindx, lindx, xlnz, lnz, x, w, &ldw,
                  &substep);
+  } else if (mtype == -2) {
+    const int *pivot = sub(fi, comx, CX_PIVOT);
+    const int diagp = COMI(51) == 0 ? 1 : 0;
+    if (*nrhs == 1)
+      blkldlslvs1<R>(&nsuper, xsup, xlindx, lindx, xlnz, lnz, pivot, &diagp, x, &substep);
+    else if (*nrhs > 1)
+      blkldlslvs<R>(&nsuper, nrhs, &nthreads, &n, xsup, xlindx, lindx, xlnz, lnz, pivot,
+                    &diagp, x, w, &ldw, &substep);
   } else {
     const int *xunz = sub(fi, comx, CX_XUNZ);
     const int *pivot = sub(fi, comx, CX_PIVOT);
