@@ -332,3 +332,24 @@ void sp_blkldl(const float *a, const int *ja, const int *nsuper, const int *nthr
                 tmpsize, temp, nmod, link, snode, xsup, length, pivot, xjalf, jalf, luperm,
                 perm, eps, diagp, npert, npos, nneg, s, rowflag, luperm_row, msglvl, error);
 }
+
+// Complex symmetric values (type 6, c_blkl): the same sweep, with the
+// complex block routines declared in c_blkl.h.
+#include "c_blkl.h"
+
+#define BLKLDL_COMPLEX_INSTANCE(T)                                                         \
+  template void blkldl_update<T>(const int *, const int *, const int *, const int *,      \
+                                 const int *, const int *, const int *, const int *,      \
+                                 const int *, const int *, const int *, const int *,      \
+                                 const int *, const int *, const int *, const int *,      \
+                                 const int *, T *, const int *, const int *, int *,       \
+                                 int *, const int *, T *, int *, int *);                  \
+  template void blkldl<T>(const T *, const int *, const int *, const int *, const int *,  \
+                          const int *, const int *, const int *, const int *, T *, int *, \
+                          int *, const int *, T *, const int *, int *, const int *,       \
+                          const int *, int *, int *, const int *, const int *,            \
+                          const int *, const int *, const tlm::real_of<T> *, const int *, \
+                          int *, int *, int *, const tlm::real_of<T> *, const int *,      \
+                          const int *, const int *, int *);
+BLKLDL_COMPLEX_INSTANCE(tlm::zcomplex)
+BLKLDL_COMPLEX_INSTANCE(tlm::ccomplex)

@@ -436,3 +436,8 @@ void sp_blkldlslvs(const int *nsuper, const int *nrhs, const int *nthreads, cons
   blkldlslvs<float>(nsuper, nrhs, nthreads, n, xsup, xlindx, lindx, xlnz, lnz, pivot, diagp, x,
                     w, ldw, substep);
 }
+
+// Complex symmetric factors (type 6, c_blkslvs): the same sweeps, with
+// transposes and no conjugate.
+BLKLDLSLVS_INSTANCE(std::complex<double>)
+BLKLDLSLVS_INSTANCE(std::complex<float>)
