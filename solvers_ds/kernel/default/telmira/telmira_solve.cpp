@@ -7,6 +7,8 @@
 #include <complex>
 
 #include "blkldlslvs.h"
+#include "c_blkl.h"
+#include "c_blkslvs.h"
 #include "blkslv.h"
 #include "blkslvs.h"
 #include "dense/vek_dense.h"
@@ -99,61 +101,118 @@ void psol_bwscat(const int *n, const int *nrhs, T *x, T *b, const int *perm,
   }
 }
 
-template <class R>
-void telmira_solve(const int *nrhs, void *x_, void *b_, void *fi,
-                   const int *comx, const void *factors, void *work,
-                   const void *s, const int *m, int *comi, int *) {
-  COMI(50) = 0;
-  const int mtype = COMI(12);
-  int n = COMI(1);
-  int *perm = sub(fi, comx, CX_PERM);
-  int *xsup = sub(fi, comx, CX_XSUP);
-  int *xlindx = sub(fi, comx, CX_XLINDX);
-  int *lindx = sub(fi, comx, CX_LINDX);
-  int *xlnz = sub(fi, comx, CX_XLNZ);
-  int nsuper = COMI(31), nthreads = COMI(15), substep = COMI(55);
-  int bufcols = n > 0 ? COMI(44) / n : 1;
-  if (mtype != 2 && mtype != -2 && mtype != 1 && mtype != 11) {
+namespace {
+
+// The structure arrays of the sweeps.
+struct sweep_arrays {
+  int n, nsuper, nthreads, substep, ldw;
+  int *perm, *xsup, *xlindx, *lindx, *xlnz, *xunz, *pivot, *cpivot;
+};
+
+// The sweeps of the matrix type on the gathered right-hand sides x.
+// Returns 0 when this version has no solve for the type.
+template <class T>
+int sweep(int mtype, const int *nrhs, const sweep_arrays &q, const T *lnz, const T *unz,
+          int diagp, T *x, T *w) {
+  int n = q.n, nsuper = q.nsuper, nthreads = q.nthreads, substep = q.substep, ldw = q.ldw;
+  const bool one = *nrhs == 1;
+  if constexpr (!tlm::value_traits<T>::is_complex) {
+    switch (mtype) {
+      case 2:
+        if (one)
+          blkslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, x, &substep);
+        else
+          blkslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, x,
+                     w, &ldw, &substep);
+        return 1;
+      case -2:
+        if (one)
+          blkldlslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.pivot, &diagp, x,
+                         &substep);
+        else
+          blkldlslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz,
+                        q.pivot, &diagp, x, w, &ldw, &substep);
+        return 1;
+      case 1:
+      case 11: {
+        const int *cpivot = mtype == 11 ? q.cpivot : nullptr;
+        if (one)
+          blkslv1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.xunz, unz, q.pivot,
+                     cpivot, x, &substep);
+        else
+          blkslv<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz,
+                    q.xunz, unz, q.pivot, cpivot, x, w, &ldw, &substep);
+        return 1;
+      }
+      default:
+        return 0;
+    }
+  } else {
+    switch (mtype) {
+      case 6:
+        if (one)
+          tlm::c_blkslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.pivot, &diagp,
+                             x, &substep);
+        else
+          tlm::c_blkslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz,
+                            lnz, q.pivot, &diagp, x, w, &ldw, &substep);
+        return 1;
+      default:
+        (void)unz;
+        return 0;
+    }
+  }
+}
+
+template <class T>
+void solve_values(const int *nrhs, T *x, T *b, void *fi, const int *comx, const T *lnz,
+                  T *w, const void *s, const int *m, int *comi) {
+  sweep_arrays q{};
+  q.n = COMI(1);
+  q.nsuper = COMI(31);
+  q.nthreads = COMI(15);
+  q.substep = COMI(55);
+  q.ldw = COMI(23) > 0 ? COMI(23) : 1;
+  q.perm = sub(fi, comx, CX_PERM);
+  q.xsup = sub(fi, comx, CX_XSUP);
+  q.xlindx = sub(fi, comx, CX_XLINDX);
+  q.lindx = sub(fi, comx, CX_LINDX);
+  q.xlnz = sub(fi, comx, CX_XLNZ);
+  q.pivot = sub(fi, comx, CX_PIVOT);
+  if (COMI(19) != 1) {
+    q.xunz = sub(fi, comx, CX_XUNZ);
+    q.cpivot = sub(fi, comx, CX_CPIVOT);
+  }
+  const int mtype = COMI(12), diagp = COMI(51) == 0 ? 1 : 0;
+  const T *unz = lnz + static_cast<std::int64_t>(COMI(34));
+  int n = q.n, bufcols = n > 0 ? COMI(44) / n : 1;
+  psol_fwgath<T>(&n, nrhs, x, b, q.perm, s, m, comi);
+  // Threads across the right-hand sides; each calls the dense routines on
+  // one thread.
+  if (*nrhs > 1 && q.nthreads > 1) vekd::blas_threads(1);
+  if (*nrhs > 0 && !sweep<T>(mtype, nrhs, q, lnz, unz, diagp, x, w)) {
     // The solves of the other types come with their factorizations.
     COMI(50) = -1;
     return;
   }
-  R *x = static_cast<R *>(x_);
-  R *b = static_cast<R *>(b_);
-  R *w = static_cast<R *>(work);
-  const R *lnz = static_cast<const R *>(factors);
-  psol_fwgath<R>(&n, nrhs, x, b, perm, s, m, comi);
-  int ldw = COMI(23) > 0 ? COMI(23) : 1;
-  // Threads across the right-hand sides; each calls the dense routines on
-  // one thread.
-  if (*nrhs > 1 && nthreads > 1) vekd::blas_threads(1);
-  if (mtype == 2) {
-    if (*nrhs == 1)
-      blkslvs1<R>(&nsuper, xsup, xlindx, lindx, xlnz, lnz, x, &substep);
-    else if (*nrhs > 1)
-      blkslvs<R>(&nsuper, nrhs, &nthreads, &n, xsup, xlindx, lindx, xlnz, lnz, x, w, &ldw,
-                 &substep);
-  } else if (mtype == -2) {
-    const int *pivot = sub(fi, comx, CX_PIVOT);
-    const int diagp = COMI(51) == 0 ? 1 : 0;
-    if (*nrhs == 1)
-      blkldlslvs1<R>(&nsuper, xsup, xlindx, lindx, xlnz, lnz, pivot, &diagp, x, &substep);
-    else if (*nrhs > 1)
-      blkldlslvs<R>(&nsuper, nrhs, &nthreads, &n, xsup, xlindx, lindx, xlnz, lnz, pivot,
-                    &diagp, x, w, &ldw, &substep);
+  psol_bwscat<T>(&n, nrhs, x, b, q.perm, s, w, &bufcols, comi);
+}
+
+}  // namespace
+
+template <class R>
+void telmira_solve(const int *nrhs, void *x, void *b, void *fi, const int *comx,
+                   const void *factors, void *work, const void *s, const int *m, int *comi,
+                   int *) {
+  COMI(50) = 0;
+  if (COMI(5) == 1) {
+    solve_values<R>(nrhs, static_cast<R *>(x), static_cast<R *>(b), fi, comx,
+                    static_cast<const R *>(factors), static_cast<R *>(work), s, m, comi);
   } else {
-    const int *xunz = sub(fi, comx, CX_XUNZ);
-    const int *pivot = sub(fi, comx, CX_PIVOT);
-    const int *cpivot = mtype == 11 ? sub(fi, comx, CX_CPIVOT) : nullptr;
-    const R *unz = lnz + static_cast<std::int64_t>(COMI(34));
-    if (*nrhs == 1)
-      blkslv1<R>(&nsuper, xsup, xlindx, lindx, xlnz, lnz, xunz, unz, pivot, cpivot, x,
-                 &substep);
-    else if (*nrhs > 1)
-      blkslv<R>(&nsuper, nrhs, &nthreads, &n, xsup, xlindx, lindx, xlnz, lnz, xunz, unz,
-                pivot, cpivot, x, w, &ldw, &substep);
+    typedef std::complex<R> C;
+    solve_values<C>(nrhs, static_cast<C *>(x), static_cast<C *>(b), fi, comx,
+                    static_cast<const C *>(factors), static_cast<C *>(work), s, m, comi);
   }
-  psol_bwscat<R>(&n, nrhs, x, b, perm, s, w, &bufcols, comi);
 }
 
 #define PSOL_INSTANCE(T)                                                        \
