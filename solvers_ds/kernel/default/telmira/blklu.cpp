@@ -362,3 +362,10 @@ void sp_blklu_unsym(const float *a, const int *ja, const int *nsuper, const int 
                      cpivot, xjalf, jalf, xjauf, jauf, luperm, perm, eps, npert, s, rowflag,
                      luperm_row, msglvl, error);
 }
+
+// Complex values take the same sweep; only the block factorization of the
+// complete pivoting has a form of its own, the specialization declared in
+// c_blklu.h.
+#include "c_blklu.h"
+BLKLU_INSTANCE(tlm::zcomplex)
+BLKLU_INSTANCE(tlm::ccomplex)

@@ -225,3 +225,8 @@ void sp_blkslv_unsym(const int *nsuper, const int *nrhs, const int *nthreads, co
   blkslv<float>(nsuper, nrhs, nthreads, n, xsup, xlindx, lindx, xlnz, lnz, xunz, unz, pivot,
                 cpivot, x, w, ldw, substep);
 }
+
+// Complex values take the same sweeps: the products transpose without
+// conjugating.
+BLKSLV_INSTANCE(std::complex<double>)
+BLKSLV_INSTANCE(std::complex<float>)
