@@ -10,6 +10,7 @@
 #include "blkl.h"
 #include "blkldl.h"
 #include "c_blkl.h"
+#include "c_blklu.h"
 #include "blklu.h"
 #include "dense/vek_dense.h"
 #include "service/vek_serv_clock.h"
@@ -224,6 +225,30 @@ void telmira_factor_unsym(const void *a, const int *, const int *ja, void *fi,
                      &e, &npert, static_cast<const R *>(scaling), &rowflag, k.luperm_row,
                      &level, &error);
       COMI(62) = npert;
+      break;
+    }
+    case 3:
+    case 13: {
+      // Complex LU: the real sweeps with complex values, no conjugates.
+      typedef std::complex<R> C;
+      C *clnz = static_cast<C *>(factors);
+      C *cunz = clnz + static_cast<std::int64_t>(COMI(34));
+      if (mtype == 3) {
+        blklu<C>(static_cast<const C *>(a), &nsuper, &nthreads, &n, &nnzl, k.xlindx,
+                 k.lindx, k.xlnz, clnz, k.xunz, cunz, k.indmap, k.relind, &tmpsize,
+                 static_cast<C *>(work), k.nmod, k.link, k.snode, k.xsup, k.length, k.pivot,
+                 k.xjalf, k.jalf, k.xjauf, k.jauf, k.luperm, k.perm, &level, &error);
+      } else {
+        const R e = static_cast<R>(eps);
+        int npert = 0;
+        blklu_unsym<C>(static_cast<const C *>(a), ja, &nsuper, &nthreads, &n, &nnzl,
+                       k.xlindx, k.lindx, k.xlnz, clnz, k.xunz, cunz, k.indmap, k.relind,
+                       &tmpsize, static_cast<C *>(work), k.nmod, k.link, k.snode, k.xsup,
+                       k.length, k.pivot, k.cpivot, k.xjalf, k.jalf, k.xjauf, k.jauf,
+                       k.luperm, k.perm, &e, &npert, static_cast<const R *>(scaling),
+                       &rowflag, k.luperm_row, &level, &error);
+        COMI(62) = npert;
+      }
       break;
     }
     default:

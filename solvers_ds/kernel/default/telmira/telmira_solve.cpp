@@ -157,8 +157,18 @@ int sweep(int mtype, const int *nrhs, const sweep_arrays &q, const T *lnz, const
           tlm::c_blkslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz,
                             lnz, q.pivot, &diagp, x, w, &ldw, &substep);
         return 1;
+      case 3:
+      case 13: {
+        const int *cpivot = mtype == 13 ? q.cpivot : nullptr;
+        if (one)
+          blkslv1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.xunz, unz, q.pivot,
+                     cpivot, x, &substep);
+        else
+          blkslv<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz,
+                    q.xunz, unz, q.pivot, cpivot, x, w, &ldw, &substep);
+        return 1;
+      }
       default:
-        (void)unz;
         return 0;
     }
   }
