@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -41,14 +42,13 @@ struct system {
   ~system() { release(); }
   void set_rhs(int nrhs) {
     nb = nrhs;
-    xref.assign(static_cast<std::size_t>(n) * nb, 0.0);
+    const std::size_t words = A.cplx ? 2 : 1, side = words * static_cast<std::size_t>(n);
+    xref.assign(side * nb, 0.0);
     b.assign(xref.size(), 0.0);
     x.assign(xref.size(), 0.0);
-    for (int k = 0; k < nb; ++k)
-      for (int i = 0; i < n; ++i) xref[static_cast<std::size_t>(k) * n + i] = 1.0 + 0.001 * i + k;
-    for (int k = 0; k < nb; ++k)
-      vekio::multiply(A, mtype, &xref[static_cast<std::size_t>(k) * n],
-                      &b[static_cast<std::size_t>(k) * n]);
+    for (std::size_t q = 0; q < xref.size(); ++q)
+      xref[q] = 1.0 + 0.001 * static_cast<double>(q % side) + static_cast<double>(q / side);
+    for (int k = 0; k < nb; ++k) vekio::multiply(A, mtype, &xref[k * side], &b[k * side]);
   }
   int call(int ido) {
     telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, A.a.data(), A.ia.data(), A.ja.data(),
@@ -805,6 +805,63 @@ TEST(SolveLDL, InertiaOfAShiftedLaplacian) {
     EXPECT_EQ(s.iparam[21], m.n - below) << bk;
     EXPECT_EQ(s.iparam[13], 0);
     EXPECT_LE(s.residual(s.x), 1e-13);
+  }
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Complex matrices.
+
+namespace {
+
+// A real matrix with complex values: imaginary parts im times the real
+// ones off the diagonal, and shift added to the diagonal.
+vekio::sparse complexify(const vekio::sparse &m, double im, std::complex<double> shift) {
+  vekio::sparse c = m;
+  c.cplx = true;
+  c.a.assign(2 * static_cast<std::size_t>(m.nnz()), 0.0);
+  for (int i = 1; i <= m.n; ++i)
+    for (int k = m.ia[i - 1]; k < m.ia[i]; ++k) {
+      std::complex<double> v(m.a[k - 1], m.ja[k - 1] == i ? 0.0 : im * m.a[k - 1]);
+      if (m.ja[k - 1] == i) v += shift;
+      c.a[2 * (k - 1)] = v.real();
+      c.a[2 * (k - 1) + 1] = v.imag();
+    }
+  return c;
+}
+
+TEST(SolveComplex, SymmetricAndUnsymmetricTypes) {
+  struct item {
+    std::string name;
+    vekio::sparse m;
+    int mtype;
+  };
+  std::vector<item> cases;
+  const vekio::sparse cd = complexify(vekio::convdiff2d(25, 60.0), 0.4, {0.0, 0.5});
+  cases.push_back({"cd2d:25 complex (13)", cd, 13});
+  cases.push_back({"cd2d:25 complex (3)", cd, 3});
+  cases.push_back({"lap2d:20 complex symmetric (6)",
+                   complexify(vekio::lap2d(20), 0.3, {-2.0, 0.2}), 6});
+  for (const char *name : {"qc324", "young1c"}) {
+    vekio::sparse m;
+    if (vektest::load(name, m)) cases.push_back({name, m, 13});
+  }
+  for (int t : {1, 2}) {
+    threads use(t);
+    for (auto &c : cases) {
+      SCOPED_TRACE(c.name + " threads " + std::to_string(t));
+      system s(c.m, c.mtype, t == 1 ? 1 : 3);
+      ASSERT_EQ(s.call(13), 0);
+      EXPECT_LE(s.residual(s.x), 1e-13);
+      EXPECT_EQ(s.iparam[21], 0);
+      EXPECT_EQ(s.iparam[22], 0);
+      // The factors serve a second solve with the same result.
+      const std::vector<double> first = s.x;
+      std::fill(s.x.begin(), s.x.end(), 0.0);
+      ASSERT_EQ(s.call(33), 0);
+      EXPECT_LE(worst_error(s.x, first), 1e-12 * (1.0 + worst_error(first, std::vector<double>(first.size(), 0.0))));
+    }
   }
 }
 
