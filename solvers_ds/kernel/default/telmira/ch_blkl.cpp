@@ -1,0 +1,218 @@
+// ch_blkl.cpp - supernodal Cholesky factorization L L^H, left-looking, one
+// sweep.
+//
+// Supernode J's block is dense, column-major, nrows by ncols, its diagonal
+// block L11 on top and L21 below. Sources wait on a linked list per target
+// (link); length(K) counts the rows of K, from the end of its list, that are
+// still to be used as targets.
+#include "ch_blkl.h"
+
+#include <complex>
+#include <cstdlib>
+
+#include "dense/vek_dense.h"
+#include "dense/vek_dense_chblkl.h"
+#include "factor_progress.h"
+#include "telmira_scatter.h"
+
+namespace {
+
+// Position (zero-based) of row r of the column whose successor starts at
+// xlnz(c+1) = xlnz[c]: the end of the column minus the distance of r from
+// the last row.
+inline long entry_pos(const int *xlnz, int c, const int *indmap, int r) {
+  return static_cast<long>(std::abs(xlnz[c])) - 2 - indmap[r - 1];
+}
+
+}  // namespace
+
+template <class T>
+void ch_blkl_update(const int *nrows, const int *ncols, const int *fstcol,
+                    const int *lstcol, const int *jlnz, const int *, const int *rem,
+                    const int *kncols, const int *klnz, const int *klindx,
+                    const int *klda, const int *thread, const int *n, T *lnz,
+                    const int *lindx, const int *xlnz, int *indmap, int *relind,
+                    const int *tmpsize, T *temp, int *ndone, int *error) {
+  const T mone = T(-1), one = T(1), zero = T(0);
+  int *map = indmap + static_cast<long>(*thread - 1) * *n;
+  int *rel = relind + static_cast<long>(*thread - 1) * *n;
+  T *tmp = temp + static_cast<long>(*thread - 1) * *tmpsize;
+  const int m = *rem;
+  const int *r = lindx + (*klindx - 1);  // r[0..m-1]: the remaining rows
+  const T *ksrc = lnz + (*klnz - 1);     // their entries in K's first column
+
+  // 1. The remaining rows are exactly the target's rows: K K^H in place.
+  if (m == *nrows) {
+    vekd::gemm<T>("N", "C", nrows, ncols, kncols, &mone, ksrc, klda, ksrc, klda, &one,
+                  lnz + (*jlnz - 1), nrows);
+    *ndone = *ncols;
+    return;
+  }
+  // 2. The leading remaining rows that are columns of the target.
+  int nd = 0;
+  while (nd < m && r[nd] <= *lstcol) ++nd;
+  *ndone = nd;
+
+  // 3. One column: entry (r(j), r(i)) falls by K(j) conj(K(i)).
+  if (*kncols == 1) {
+    for (int i = 0; i < nd; ++i) {
+      const int c = r[i];
+      const T ki = std::conj(ksrc[i]);
+      for (int j = 0; j < m; ++j) lnz[entry_pos(xlnz, c, map, r[j])] -= ksrc[j] * ki;
+    }
+    return;
+  }
+  // 4. Rows consecutive in the target's list: in place, from row r1 of
+  // column r1 on.
+  const int r1 = r[0];
+  if (map[r1 - 1] - map[r[m - 1] - 1] < m) {
+    T *dst = lnz + (static_cast<long>(std::abs(xlnz[r1 - 1])) + r1 - *fstcol - 1);
+    vekd::gemm<T>("N", "C", rem, &nd, kncols, &mone, ksrc, klda, ksrc, klda, &one, dst,
+                  nrows);
+    return;
+  }
+  // 5. Scattered rows: the product in temp, then added row by row.
+  if (static_cast<long>(m) * nd > *tmpsize) {
+    *error = -2;
+    return;
+  }
+  for (int i = 0; i < m; ++i) rel[i] = map[r[i] - 1];
+  vekd::gemm<T>("N", "C", rem, &nd, kncols, &mone, ksrc, klda, ksrc, klda, &zero, tmp, rem);
+  for (int j = 0; j < nd; ++j) {
+    const int c = r[j];
+    // The last entry of column c: the start of column c+1, reached through
+    // the place of c in the target's list, minus one.
+    T *col_end = lnz + (std::abs(xlnz[*fstcol + *nrows - map[c - 1] - 1]) - 2);
+    T *t = tmp + static_cast<long>(j) * m;
+    for (int i = 0; i < m; ++i) {
+      col_end[-rel[i]] += t[i];
+      t[i] = zero;
+    }
+  }
+}
+
+template <class T>
+void ch_blkl(const T *a, const int *nsuper, const int *, const int *n, const int *nnzl,
+             const int *xlindx, const int *lindx, const int *xlnz, T *lnz, int *indmap,
+             int *relind, const int *tmpsize, T *temp, const int *nmod, int *link,
+             const int *snode, const int *xsup, int *length, const int *xjalf,
+             const int *jalf, const int *luperm, const int *perm, const int *msglvl,
+             int *error) {
+  *error = 0;
+  const int ns = *nsuper;
+  const int hermitian = 1;  // mirrored entries are stored conjugated
+  const int thread = 1;
+  for (int i = 0; i < *n; ++i) link[i] = 0;
+  factor_progress progress;
+  if (factor_progress_start(&progress, *msglvl) != 0) {
+    *error = -1;
+    return;
+  }
+  for (int i = 0; i < *tmpsize; ++i) temp[i] = T(0);
+
+  for (int J = 1; J <= ns; ++J) {
+    const int fstcol = xsup[J - 1], lstcol = xsup[J] - 1;
+    const int ncols = lstcol - fstcol + 1;
+    const int jlnz = std::abs(xlnz[fstcol - 1]);
+    const int nrows = std::abs(xlnz[fstcol]) - jlnz;
+    const int jlindx = xlindx[J - 1];
+    tlm::telmira_scatter_sym<T>(&J, a, xsup, xlindx, lindx, xlnz, lnz, xjalf, jalf, luperm,
+                                &hermitian, indmap);
+
+    for (int u = 0; u < nmod[J - 1]; ++u) {
+      const int kc = link[fstcol - 1];
+      if (kc == 0) {  // nmod is exact by construction: an empty list is a fault
+        *error = -1;
+        return;
+      }
+      link[fstcol - 1] = link[kc - 1];
+      const int K = snode[kc - 1];
+      const int rem = length[K - 1];
+      const int kfst = xsup[K - 1];
+      const int kncols = xsup[K] - kfst;
+      const int klda = std::abs(xlnz[kfst]) - std::abs(xlnz[kfst - 1]);
+      const int klnz = std::abs(xlnz[kfst]) - rem;
+      const int klindx = xlindx[K] - rem;
+      int ndone = 0;
+      ch_blkl_update<T>(&nrows, &ncols, &fstcol, &lstcol, &jlnz, &jlindx, &rem, &kncols,
+                        &klnz, &klindx, &klda, &thread, n, lnz, lindx, xlnz, indmap, relind,
+                        tmpsize, temp, &ndone, error);
+      if (*error != 0) return;
+      length[K - 1] = rem - ndone;
+      if (rem > ndone) {  // on to the supernode of the next unused row
+        const int r = lindx[xlindx[K] - rem + ndone - 1];
+        const int t = xsup[snode[r - 1] - 1];
+        link[kc - 1] = link[t - 1];
+        link[t - 1] = kc;
+      }
+    }
+
+    T *blk = lnz + (jlnz - 1);
+    int info = 0;
+    vekd::potf2<T>("L", &ncols, blk, &nrows, &info);
+    if (info > 0) {
+      *error = perm[fstcol + info - 2];
+      return;
+    }
+    if (info < 0) {
+      *error = -1;
+      return;
+    }
+    if (ncols < nrows) {
+      const int below = nrows - ncols;
+      const T one = T(1);
+      vekd::trsm<T>("R", "L", "C", "N", &below, &ncols, &one, blk, &nrows, blk + ncols,
+                    &nrows);
+      length[J - 1] = below;
+      const int r = lindx[jlindx + ncols - 1];
+      const int t = xsup[snode[r - 1] - 1];
+      link[fstcol - 1] = link[t - 1];
+      link[t - 1] = fstcol;
+    } else {
+      length[J - 1] = 0;
+    }
+
+    const int p = static_cast<int>(100.0 * (jlnz - 1) / (*nnzl > 0 ? *nnzl : 1));
+    if (factor_progress_step(&progress, p) != 0) {
+      *error = -1;
+      return;
+    }
+  }
+  if (factor_progress_end(&progress) != 0) *error = -1;
+}
+
+#define CH_BLKL_INSTANCE(T)                                                             \
+  template void ch_blkl_update<T>(const int *, const int *, const int *, const int *,  \
+                                  const int *, const int *, const int *, const int *,  \
+                                  const int *, const int *, const int *, const int *,  \
+                                  const int *, T *, const int *, const int *, int *,   \
+                                  int *, const int *, T *, int *, int *);              \
+  template void ch_blkl<T>(const T *, const int *, const int *, const int *,            \
+                           const int *, const int *, const int *, const int *, T *,    \
+                           int *, int *, const int *, T *, const int *, int *,         \
+                           const int *, const int *, int *, const int *, const int *,  \
+                           const int *, const int *, const int *, int *);
+CH_BLKL_INSTANCE(tlm::zcomplex)
+CH_BLKL_INSTANCE(tlm::ccomplex)
+
+void ch_blkl(const tlm::zcomplex *a, const int *nsuper, const int *nthreads, const int *n,
+             const int *nnzl, const int *xlindx, const int *lindx, const int *xlnz,
+             tlm::zcomplex *lnz, int *indmap, int *relind, const int *tmpsize,
+             tlm::zcomplex *temp, const int *nmod, int *link, const int *snode,
+             const int *xsup, int *length, const int *xjalf, const int *jalf,
+             const int *luperm, const int *perm, const int *msglvl, int *error) {
+  ch_blkl<tlm::zcomplex>(a, nsuper, nthreads, n, nnzl, xlindx, lindx, xlnz, lnz, indmap,
+                         relind, tmpsize, temp, nmod, link, snode, xsup, length, xjalf,
+                         jalf, luperm, perm, msglvl, error);
+}
+void sp_ch_blkl(const tlm::ccomplex *a, const int *nsuper, const int *nthreads,
+                const int *n, const int *nnzl, const int *xlindx, const int *lindx,
+                const int *xlnz, tlm::ccomplex *lnz, int *indmap, int *relind,
+                const int *tmpsize, tlm::ccomplex *temp, const int *nmod, int *link,
+                const int *snode, const int *xsup, int *length, const int *xjalf,
+                const int *jalf, const int *luperm, const int *perm, const int *msglvl,
+                int *error) {
+  ch_blkl<tlm::ccomplex>(a, nsuper, nthreads, n, nnzl, xlindx, lindx, xlnz, lnz, indmap,
+                         relind, tmpsize, temp, nmod, link, snode, xsup, length, xjalf,
+                         jalf, luperm, perm, msglvl, error);
+}
