@@ -843,9 +843,14 @@ TEST(SolveComplex, SymmetricAndUnsymmetricTypes) {
   cases.push_back({"cd2d:25 complex (3)", cd, 3});
   cases.push_back({"lap2d:20 complex symmetric (6)",
                    complexify(vekio::lap2d(20), 0.3, {-2.0, 0.2}), 6});
+  cases.push_back({"lap2d:20 Hermitian (4)", complexify(vekio::lap2d(20), 0.3, {1.0, 0.0}), 4});
   for (const char *name : {"qc324", "young1c"}) {
     vekio::sparse m;
     if (vektest::load(name, m)) cases.push_back({name, m, 13});
+  }
+  {
+    vekio::sparse m;
+    if (vektest::load("mhd1280b", m)) cases.push_back({"mhd1280b (4)", m, 4});
   }
   for (int t : {1, 2}) {
     threads use(t);

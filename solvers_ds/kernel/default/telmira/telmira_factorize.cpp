@@ -10,6 +10,7 @@
 #include "blkl.h"
 #include "blkldl.h"
 #include "c_blkl.h"
+#include "ch_blkl.h"
 #include "c_blklu.h"
 #include "blklu.h"
 #include "dense/vek_dense.h"
@@ -160,6 +161,16 @@ void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
       COMI(62) = npert;
       COMI(63) = npos;
       COMI(64) = nneg;
+      break;
+    }
+    case 4: {
+      // Hermitian positive definite: L L^H; the conjugates of the mirrored
+      // triangle come with the scatter.
+      typedef std::complex<R> C;
+      ch_blkl<C>(static_cast<const C *>(a), &nsuper, &nthreads, &n, &nnzl, k.xlindx, k.lindx,
+                 k.xlnz, static_cast<C *>(factors), k.indmap, k.relind, &tmpsize,
+                 static_cast<C *>(work), k.nmod, k.link, k.snode, k.xsup, k.length, k.xjalf,
+                 k.jalf, k.luperm, k.perm, &level, &error);
       break;
     }
     case 6: {

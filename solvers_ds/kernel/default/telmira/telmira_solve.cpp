@@ -9,6 +9,7 @@
 #include "blkldlslvs.h"
 #include "c_blkl.h"
 #include "c_blkslvs.h"
+#include "ch_blkslvs.h"
 #include "blkslv.h"
 #include "blkslvs.h"
 #include "dense/vek_dense.h"
@@ -156,6 +157,14 @@ int sweep(int mtype, const int *nrhs, const sweep_arrays &q, const T *lnz, const
         else
           tlm::c_blkslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz,
                             lnz, q.pivot, &diagp, x, w, &ldw, &substep);
+        return 1;
+      case 4:
+        if (one)
+          ch_blkslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, x, w, &ldw,
+                         &substep);
+        else
+          ch_blkslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz,
+                        x, w, &ldw, &substep);
         return 1;
       case 3:
       case 13: {
