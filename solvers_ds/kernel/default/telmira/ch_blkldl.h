@@ -9,9 +9,9 @@
 //     arrive conjugated from the scatter;
 //   - D is Hermitian: a 2 by 2 block at local columns i, i+1 is
 //     [d11 conj(d21); d21 d22] with (d11, d21, d22) = L(i,i), L(i+1,i),
-//     L(i+1,i+1); with Bunch-Kaufman the diagonal of D is real (imaginary
-//     parts cleared), with diagonal pivoting the stored pivot is used as it
-//     comes;
+//     L(i+1,i+1); the diagonal of D is real: both pivotings clear the
+//     imaginary part of a pivot, the rounding that the updates leave there
+//     (or a value given on the diagonal of A);
 //   - L21 is A21 M^-H D^-1, M the block's factor with its exchanges; with
 //     diagonal pivoting the strict upper triangle of the block holds
 //     D L11^H.
@@ -43,9 +43,10 @@ void ch_blkldl_bkfact(const char *uplo, const int *n, T *a, const int *lda, int 
 
 // Diagonal pivoting of an m by n block that holds both triangles: at step j
 // the diagonal entry of largest modulus from j on (the last on ties) is
-// exchanged into place by rows and by columns; no conjugation of its own
-// (the caller mirrors the conjugate upper triangle). info: m -1, n -2,
-// lda -4.
+// exchanged into place by rows and by columns, its imaginary part cleared,
+// and the elimination is the unsymmetric one (ZGERU); no conjugation of
+// its own (the caller mirrors the conjugate upper triangle). info: m -1,
+// n -2, lda -4.
 template <class T>
 void ch_blkldl_diagfact(const int *m, const int *n, T *a, const int *lda, int *ipiv,
                         int *npert, const tlm::real_of<T> *eps, int *info);

@@ -212,7 +212,11 @@ void ch_blkldl_diagfact(const int *m, const int *n, T *a, const int *lda, int *i
     if (kp != j)
       for (int r = 1; r <= M; ++r) swap_values(at(a, ld, r, j), at(a, ld, r, kp));
 
+    // The pivot of a Hermitian matrix is real: what the updates leave in its
+    // imaginary part is rounding, and kept it would make the two triangles
+    // of the Schur complement drift apart by its size over the pivot's.
     T &d = at(a, ld, j, j);
+    d = T(d.real());
     if (std::abs(d) <= thr) {  // false for a NaN, which stays as it is
       ++*npert;
       d = d.real() < R(0) ? T(-rep) : T(rep);
