@@ -11,6 +11,7 @@
 #include "blkldl.h"
 #include "c_blkl.h"
 #include "ch_blkl.h"
+#include "ch_blkldl.h"
 #include "c_blklu.h"
 #include "blklu.h"
 #include "dense/vek_dense.h"
@@ -171,6 +172,25 @@ void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
                  k.xlnz, static_cast<C *>(factors), k.indmap, k.relind, &tmpsize,
                  static_cast<C *>(work), k.nmod, k.link, k.snode, k.xsup, k.length, k.xjalf,
                  k.jalf, k.luperm, k.perm, &level, &error);
+      break;
+    }
+    case -4: {
+      // Hermitian indefinite: L D L^H with pivoting inside the supernodes;
+      // no inertia is counted.
+      typedef std::complex<R> C;
+      const R e = static_cast<R>(eps);
+      const int diagp = COMI(51) == 0 ? 1 : 0;
+      int rowflag = COMI(69) != 0 && scaling != nullptr ? 1 : 0;
+      int npert = 0, npos = 0, nneg = 0;
+      ch_blkldl<C>(static_cast<const C *>(a), ja, &nsuper, &nthreads, &n, &nnzl, k.xlindx,
+                   k.lindx, k.xlnz, static_cast<C *>(factors), k.indmap, k.relind, &tmpsize,
+                   static_cast<C *>(work), k.nmod, k.link, k.snode, k.xsup, k.length,
+                   k.pivot, k.xjalf, k.jalf, k.luperm, k.perm, &e, &diagp, &npert, &npos,
+                   &nneg, static_cast<const R *>(scaling), &rowflag, k.luperm_row, &level,
+                   &error);
+      COMI(62) = npert;
+      COMI(63) = 0;
+      COMI(64) = 0;
       break;
     }
     case 6: {

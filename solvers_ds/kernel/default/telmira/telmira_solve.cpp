@@ -9,6 +9,7 @@
 #include "blkldlslvs.h"
 #include "c_blkl.h"
 #include "c_blkslvs.h"
+#include "ch_blkldlslvs.h"
 #include "ch_blkslvs.h"
 #include "blkslv.h"
 #include "blkslvs.h"
@@ -165,6 +166,14 @@ int sweep(int mtype, const int *nrhs, const sweep_arrays &q, const T *lnz, const
         else
           ch_blkslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz,
                         x, w, &ldw, &substep);
+        return 1;
+      case -4:
+        if (one)
+          ch_blkldlslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.pivot, &diagp,
+                            x, w, &substep);
+        else
+          ch_blkldlslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz,
+                           lnz, q.pivot, &diagp, x, w, &ldw, &substep);
         return 1;
       case 3:
       case 13: {
