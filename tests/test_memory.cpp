@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -18,24 +19,17 @@ namespace {
 // A heap that records what passes through it, fills fresh blocks with
 // garbage, can refuse requests, and can force every realloc to move.
 struct RecordingHeap {
-  static int mallocs, reallocs, frees;
-  static bool refuse;
-  static bool always_move;
-  static void *last_block;
-  static std::size_t last_size;
-  static std::vector<void *> freed;
+  static inline int mallocs, reallocs, frees;
+  static inline bool refuse, always_move;
+  static inline void *last_block;
+  static inline std::size_t last_size;
+  static inline std::vector<void *> freed;
 
   static void *do_malloc(std::size_t n) {
     ++mallocs;
     if (refuse) return nullptr;
-    void *p = std::malloc(n);
-    std::memset(p, 0xAB, n);
-    last_block = p;
     last_size = n;
-    return p;
-  }
-  static void *do_calloc(std::size_t n, std::size_t m) {
-    return std::calloc(n, m);
+    return last_block = std::memset(std::malloc(n), 0xAB, n);
   }
   static void *do_realloc(void *p, std::size_t n) {
     ++reallocs;
@@ -45,8 +39,7 @@ struct RecordingHeap {
     // Move to a block with a different low-bit pattern so that a lost
     // offset or a stale back pointer shows.
     char *q = static_cast<char *>(std::malloc(n + 16)) + 8;
-    std::size_t old = malloc_usable_size(p);
-    std::memcpy(q, p, old < n ? old : n);
+    std::memcpy(q, p, std::min(malloc_usable_size(p), n));
     std::free(p);
     return last_block = q;
   }
@@ -54,27 +47,22 @@ struct RecordingHeap {
     ++frees;
     freed.push_back(p);
     // Blocks from the moving realloc sit 8 bytes into their allocation.
-    if (always_move && reinterpret_cast<std::uintptr_t>(p) % 16 == 8)
-      std::free(static_cast<char *>(p) - 8);
-    else
-      std::free(p);
+    const bool moved = always_move && reinterpret_cast<std::uintptr_t>(p) % 16 == 8;
+    std::free(static_cast<char *>(p) - (moved ? 8 : 0));
+  }
+  static void install() {
+    vek_serv_heap = {do_malloc, std::calloc, do_realloc, do_free};
+    mallocs = reallocs = frees = 0;
+    refuse = always_move = false;
+    freed.clear();
   }
 };
-int RecordingHeap::mallocs, RecordingHeap::reallocs, RecordingHeap::frees;
-bool RecordingHeap::refuse, RecordingHeap::always_move;
-void *RecordingHeap::last_block;
-std::size_t RecordingHeap::last_size;
-std::vector<void *> RecordingHeap::freed;
 
 class BackPointer : public ::testing::Test {
  protected:
   void SetUp() override {
     saved_ = vek_serv_heap;
-    vek_serv_heap = {RecordingHeap::do_malloc, RecordingHeap::do_calloc,
-                     RecordingHeap::do_realloc, RecordingHeap::do_free};
-    RecordingHeap::mallocs = RecordingHeap::reallocs = RecordingHeap::frees = 0;
-    RecordingHeap::refuse = RecordingHeap::always_move = false;
-    RecordingHeap::freed.clear();
+    RecordingHeap::install();
   }
   void TearDown() override { vek_serv_heap = saved_; }
   vek_serv_heap_table saved_;
@@ -94,8 +82,7 @@ TEST_F(BackPointer, MallocLayoutPerAlignment) {
   EXPECT_EQ(32, vek_serv_effective_alignment(5));
   EXPECT_EQ(4096, vek_serv_effective_alignment(4096));
   const std::size_t W = sizeof(void *);
-  struct { int asked; std::uintptr_t got; } cases[] = {
-      {3, 0}, {4, 4}, {48, 32}, {128, 128}};
+  struct { int asked; std::uintptr_t got; } cases[] = {{3, 0}, {4, 4}, {48, 32}, {128, 128}};
   for (auto c : cases) {
     void *u = vek_serv_malloc(100, c.asked);
     ASSERT_NE(nullptr, u);
@@ -115,56 +102,60 @@ TEST_F(BackPointer, MallocLayoutPerAlignment) {
   }
 }
 
-TEST_F(BackPointer, SizeZeroAndRefusedHeapGiveNull) {
+TEST_F(BackPointer, SizeZeroAndRefusedHeapGiveNullCallocMultipliesIn32Bits) {
   EXPECT_EQ(nullptr, vek_serv_malloc(0, 128));
+  EXPECT_EQ(nullptr, vek_serv_calloc(0, 8, 128));
+  EXPECT_EQ(nullptr, vek_serv_calloc(65536, 65536, 128));  // wraps to 0
   EXPECT_EQ(0, RecordingHeap::mallocs);
+
+  unsigned char *p = static_cast<unsigned char *>(vek_serv_calloc(7, 3, 0));  // 21 bytes
+  ASSERT_NE(nullptr, p);
+  for (int i = 0; i < 21; ++i) EXPECT_EQ(0, p[i]) << i;
+  vek_serv_free(p);
+  p = static_cast<unsigned char *>(vek_serv_calloc(3, 1, 128));
+  ASSERT_NE(nullptr, p);
+  EXPECT_EQ(0, p[0] | p[1] | p[2]);
+  vek_serv_free(p);
+  // 65537 * 65537 is 2^32 + 2^17 + 1: only the low 32 bits are asked for.
+  p = static_cast<unsigned char *>(vek_serv_calloc(65537, 65537, 0));
+  ASSERT_NE(nullptr, p);
+  EXPECT_EQ(131073u + sizeof(void *), RecordingHeap::last_size);
+  vek_serv_free(p);
+
   RecordingHeap::refuse = true;
+  RecordingHeap::mallocs = 0;
   EXPECT_EQ(nullptr, vek_serv_malloc(64, 128));
   EXPECT_EQ(nullptr, vek_serv_calloc(8, 8, 128));
   EXPECT_EQ(nullptr, vek_serv_realloc(nullptr, 64));
   EXPECT_EQ(3, RecordingHeap::mallocs);  // every request reached the table
 }
 
-TEST_F(BackPointer, CallocZeroFillsAndMultipliesIn32Bits) {
-  EXPECT_EQ(nullptr, vek_serv_calloc(0, 8, 128));
-  EXPECT_EQ(nullptr, vek_serv_calloc(65536, 65536, 128));  // wraps to 0
-  EXPECT_EQ(0, RecordingHeap::mallocs);
-
-  unsigned char *p = static_cast<unsigned char *>(vek_serv_calloc(3, 1, 128));
-  ASSERT_NE(nullptr, p);
-  EXPECT_EQ(0, p[0] | p[1] | p[2]);
-  vek_serv_free(p);
-
-  p = static_cast<unsigned char *>(vek_serv_calloc(7, 3, 0));  // 21 bytes
-  ASSERT_NE(nullptr, p);
-  for (int i = 0; i < 21; ++i) EXPECT_EQ(0, p[i]) << i;
-  vek_serv_free(p);
-
-  // 65537 * 65537 is 2^32 + 2^17 + 1: only the low 32 bits are asked for.
-  p = static_cast<unsigned char *>(vek_serv_calloc(65537, 65537, 0));
-  ASSERT_NE(nullptr, p);
-  EXPECT_EQ(131073u + sizeof(void *), RecordingHeap::last_size);
-  vek_serv_free(p);
-}
-
-TEST_F(BackPointer, ReallocFromNullIs128Aligned) {
+TEST_F(BackPointer, ReallocFromNullMovedOrRefused) {
   EXPECT_EQ(nullptr, vek_serv_realloc(nullptr, 0));
-  void *u = vek_serv_realloc(nullptr, 10);
-  ASSERT_NE(nullptr, u);
-  EXPECT_EQ(0u, addr(u) % 128);
-  void *block = back_pointer(u);
-  EXPECT_EQ(RecordingHeap::last_block, block);
-  vek_serv_free(u);
-  EXPECT_EQ(block, RecordingHeap::freed.back());
-}
+  void *n = vek_serv_realloc(nullptr, 10);  // from null: 128-aligned
+  ASSERT_NE(nullptr, n);
+  EXPECT_EQ(0u, addr(n) % 128);
+  EXPECT_EQ(RecordingHeap::last_block, back_pointer(n));
+  vek_serv_free(n);
+  EXPECT_EQ(RecordingHeap::last_block, RecordingHeap::freed.back());
 
-TEST_F(BackPointer, ReallocMovedKeepsContentAndOffset) {
+  // A refused realloc leaves the old block as it was.
+  double *d = static_cast<double *>(vek_serv_malloc(8 * sizeof(double), 128));
+  ASSERT_NE(nullptr, d);
+  d[7] = 2.5;
+  RecordingHeap::refuse = true;
+  EXPECT_EQ(nullptr, vek_serv_realloc(d, 1 << 20));
+  RecordingHeap::refuse = false;
+  EXPECT_EQ(2.5, d[7]);
+  vek_serv_free(d);
+  EXPECT_EQ(2, RecordingHeap::frees);
+
+  // A moved block keeps its content and its offset from the heap block.
   RecordingHeap::always_move = true;
   int *u = static_cast<int *>(vek_serv_malloc(40 * sizeof(int), 128));
   ASSERT_NE(nullptr, u);
   for (int i = 0; i < 40; ++i) u[i] = 1000 + i;
-  std::uintptr_t offset = addr(u) - addr(back_pointer(u));
-
+  const std::uintptr_t offset = addr(u) - addr(back_pointer(u));
   int *v = static_cast<int *>(vek_serv_realloc(u, 4000 * sizeof(int)));
   ASSERT_NE(nullptr, v);
   ASSERT_NE(u, v);
@@ -177,43 +168,19 @@ TEST_F(BackPointer, ReallocMovedKeepsContentAndOffset) {
   EXPECT_EQ(moved, RecordingHeap::freed.back());
 }
 
-TEST_F(BackPointer, RefusedReallocLeavesOldBlock) {
-  double *u = static_cast<double *>(vek_serv_malloc(8 * sizeof(double), 128));
-  ASSERT_NE(nullptr, u);
-  u[7] = 2.5;
-  RecordingHeap::refuse = true;
-  EXPECT_EQ(nullptr, vek_serv_realloc(u, 1 << 20));
-  RecordingHeap::refuse = false;
-  EXPECT_EQ(2.5, u[7]);
-  vek_serv_free(u);
-  EXPECT_EQ(1, RecordingHeap::frees);
-}
-
-TEST_F(BackPointer, NullBackPointerIsIgnored) {
-  // A user area whose back-pointer word is null.
-  alignas(16) unsigned char fake[64] = {};
-  void *u = fake + 16;
-  vek_serv_free(u);
-  EXPECT_EQ(0, RecordingHeap::frees);
-  EXPECT_EQ(nullptr, vek_serv_realloc(u, 100));
-  EXPECT_EQ(0, RecordingHeap::reallocs);
+TEST_F(BackPointer, NullBackPointerIsIgnoredAndFreeListNullsEveryVariable) {
+  alignas(16) unsigned char fake[64] = {};  // a user area whose back-pointer word is null
+  vek_serv_free(fake + 16);
+  EXPECT_EQ(nullptr, vek_serv_realloc(fake + 16, 100));
   vek_serv_free(nullptr);
-  EXPECT_EQ(0, RecordingHeap::frees);
-}
+  EXPECT_EQ(0, RecordingHeap::reallocs + RecordingHeap::frees);
 
-TEST_F(BackPointer, FreeListFreesAndNullsEveryVariable) {
-  void *a = vek_serv_malloc(16, 128);
-  void *b = nullptr;
+  void *a = vek_serv_malloc(16, 128), *b = nullptr;
   double *c = static_cast<double *>(vek_serv_malloc(32, 4));
   void *block_a = back_pointer(a), *block_c = back_pointer(c);
-  vek_serv_free_list(&a, &b, reinterpret_cast<void **>(&c),
-                     static_cast<void **>(nullptr));
-  EXPECT_EQ(nullptr, a);
-  EXPECT_EQ(nullptr, b);
-  EXPECT_EQ(nullptr, c);
-  ASSERT_EQ(2u, RecordingHeap::freed.size());
-  EXPECT_EQ(block_a, RecordingHeap::freed[0]);
-  EXPECT_EQ(block_c, RecordingHeap::freed[1]);
+  vek_serv_free_list(&a, &b, reinterpret_cast<void **>(&c), static_cast<void **>(nullptr));
+  EXPECT_TRUE(a == nullptr && b == nullptr && c == nullptr);
+  EXPECT_EQ(RecordingHeap::freed, (std::vector<void *>{block_a, block_c}));
 }
 
 TEST(SpinLock, ExcludesConcurrentWriters) {
@@ -243,25 +210,21 @@ namespace {
 
 // A heap whose blocks start a chosen distance past a 256-byte boundary.
 struct OffsetHeap {
-  static std::uintptr_t offset;
+  static inline std::uintptr_t offset;
+  static inline std::map<void *, void *> base;
   static void *do_malloc(std::size_t n) {
     ++RecordingHeap::mallocs;
     char *p = static_cast<char *>(std::aligned_alloc(256, (n + 511) / 256 * 256));
     base[p + offset] = p;
-    RecordingHeap::last_block = p + offset;
     RecordingHeap::last_size = n;
-    return p + offset;
+    return RecordingHeap::last_block = p + offset;
   }
   static void do_free(void *p) {
     ++RecordingHeap::frees;
-    RecordingHeap::freed.push_back(p);
     std::free(base.at(p));
     base.erase(p);
   }
-  static std::map<void *, void *> base;
 };
-std::uintptr_t OffsetHeap::offset;
-std::map<void *, void *> OffsetHeap::base;
 
 class Cache : public BackPointer {
  protected:
@@ -275,30 +238,29 @@ class Cache : public BackPointer {
     vek_serv_free_buffers();
     BackPointer::TearDown();
   }
-  static std::int64_t stat(int *count) { return vek_serv_mem_stat(count); }
+  // The bytes the cache holds and its block count.
+  static void expect_stat(std::int64_t bytes, int blocks) {
+    int count = -5;
+    EXPECT_EQ(bytes, vek_serv_mem_stat(&count));
+    EXPECT_EQ(blocks, count);
+  }
 };
 
 const std::int64_t MiB = 1 << 20;
 
 }  // namespace
 
-TEST_F(Cache, SizeBelowOneGivesNull) {
+TEST_F(Cache, ReleasedBlockIsReusedWithoutHeapAndSizeBelowOneGivesNull) {
   EXPECT_EQ(nullptr, vek_serv_allocate(0, 128));
   EXPECT_EQ(nullptr, vek_serv_allocate(-8, 128));
-  EXPECT_EQ(0, RecordingHeap::mallocs);
   vek_serv_deallocate(nullptr);
-  EXPECT_EQ(0, RecordingHeap::frees);
-}
+  EXPECT_EQ(0, RecordingHeap::mallocs + RecordingHeap::frees);
 
-TEST_F(Cache, ReleasedBlockIsReusedWithoutHeap) {
   void *p = vek_serv_allocate(1000, 128);
   ASSERT_NE(nullptr, p);
   EXPECT_EQ(0u, addr(p) % 128);
-  int count = 0;
-  EXPECT_EQ(1128, stat(&count));
-  EXPECT_EQ(1, count);
+  expect_stat(1128, 1);
   vek_serv_deallocate(p);
-  int mallocs = RecordingHeap::mallocs;
   EXPECT_EQ(p, vek_serv_allocate(1000, 128));
   vek_serv_deallocate(p);
   // Same size + alignment, other alignment: the same block, realigned.
@@ -307,10 +269,9 @@ TEST_F(Cache, ReleasedBlockIsReusedWithoutHeap) {
   EXPECT_GE(addr(q), addr(p) - 128);
   EXPECT_LE(addr(q), addr(p));
   vek_serv_deallocate(q);
-  EXPECT_EQ(mallocs, RecordingHeap::mallocs);
+  EXPECT_EQ(2, RecordingHeap::mallocs);  // the thread's state and the one block
   EXPECT_EQ(0, RecordingHeap::frees);
-  EXPECT_EQ(1128, stat(&count));
-  EXPECT_EQ(1, count);
+  expect_stat(1128, 1);
 }
 
 TEST_F(Cache, AlignedHeapBlockIsHandedOutAtItsStart) {
@@ -325,9 +286,7 @@ TEST_F(Cache, AlignedHeapBlockIsHandedOutAtItsStart) {
   OffsetHeap::offset = 8;
   void *c = vek_serv_allocate(302, 2);  // no alignment
   EXPECT_EQ(RecordingHeap::last_block, c);
-  vek_serv_deallocate(a);
-  vek_serv_deallocate(b);
-  vek_serv_deallocate(c);
+  for (void *h : {a, b, c}) vek_serv_deallocate(h);
   EXPECT_EQ(0, RecordingHeap::frees);
   vek_serv_free_buffers();
   EXPECT_EQ(4, RecordingHeap::frees);  // the three blocks and the state
@@ -341,61 +300,44 @@ TEST_F(Cache, FreeSlotPreferredOverLargerIdleBlockThenFirstFit) {
   // Slots 0 and 1 idle and larger, three slots free: new slots are opened.
   void *held[3];
   for (int i = 0; i < 3; ++i) {
-    int before = RecordingHeap::mallocs;
     held[i] = vek_serv_allocate(100 * 1024 + i, 128);
-    EXPECT_EQ(before + 1, RecordingHeap::mallocs) << i;
-    EXPECT_NE(big1, held[i]);
-    EXPECT_NE(big2, held[i]);
+    EXPECT_EQ(4 + i, RecordingHeap::mallocs) << i;  // and the state
+    EXPECT_TRUE(held[i] != big1 && held[i] != big2);
   }
-  int count = 0;
-  stat(&count);
-  EXPECT_EQ(5, count);
   // All five slots exist: the first idle larger block is taken (slot 0,
   // 2 MiB), not the best fitting one.
-  int before = RecordingHeap::mallocs;
   void *p = vek_serv_allocate(100 * 1024, 128);
   EXPECT_EQ(big2, p);
   void *r = vek_serv_allocate(100 * 1024, 128);
   EXPECT_EQ(big1, r);
-  EXPECT_EQ(before, RecordingHeap::mallocs);
+  EXPECT_EQ(6, RecordingHeap::mallocs);
   // The reused blocks keep their size.
-  EXPECT_EQ(3 * MiB + 2 * 128 + 3 * (100 * 1024 + 128) + 3, stat(&count));
-  for (void *h : held) vek_serv_deallocate(h);
-  vek_serv_deallocate(p);
-  vek_serv_deallocate(r);
+  expect_stat(3 * MiB + 2 * 128 + 3 * (100 * 1024 + 128) + 3, 5);
+  for (void *h : {held[0], held[1], held[2], p, r}) vek_serv_deallocate(h);
 }
 
-TEST_F(Cache, SixthBufferComesStraightFromHeap) {
+TEST_F(Cache, SixthBufferComesStraightFromHeapAndSmallerIdleBlockIsReplaced) {
   void *held[5];
   for (int i = 0; i < 5; ++i) held[i] = vek_serv_allocate(4096, 128);
-  int before = RecordingHeap::mallocs;
   void *sixth = vek_serv_allocate(4096, 128);
   ASSERT_NE(nullptr, sixth);
-  EXPECT_EQ(before + 1, RecordingHeap::mallocs);
+  EXPECT_EQ(7, RecordingHeap::mallocs);  // five blocks, the state, the sixth
   EXPECT_EQ(sixth, RecordingHeap::last_block);  // neither padded nor aligned
   EXPECT_EQ(4096u, RecordingHeap::last_size);
-  int count = 0;
-  EXPECT_EQ(5 * (4096 + 128), stat(&count));
-  EXPECT_EQ(5, count);
+  expect_stat(5 * (4096 + 128), 5);
   vek_serv_deallocate(sixth);
   ASSERT_EQ(1, RecordingHeap::frees);
   EXPECT_EQ(sixth, RecordingHeap::freed.back());
-  for (void *h : held) vek_serv_deallocate(h);
-  EXPECT_EQ(1, RecordingHeap::frees);
-}
 
-TEST_F(Cache, SmallerIdleBlockIsReplaced) {
-  void *held[5];
-  for (int i = 0; i < 5; ++i) held[i] = vek_serv_allocate(1000, 128);
-  vek_serv_deallocate(held[2]);
   // All slots exist, none larger: slot 2's block is freed and replaced.
+  vek_serv_deallocate(held[2]);
+  EXPECT_EQ(1, RecordingHeap::frees);
   held[2] = vek_serv_allocate(5000, 128);
-  ASSERT_EQ(1, RecordingHeap::frees);
+  ASSERT_EQ(2, RecordingHeap::frees);
   EXPECT_EQ(5128u, RecordingHeap::last_size);
-  int count = 0;
-  EXPECT_EQ(4 * 1128 + 5128, stat(&count));
-  EXPECT_EQ(5, count);
+  expect_stat(4 * 4224 + 5128, 5);
   for (void *h : held) vek_serv_deallocate(h);
+  EXPECT_EQ(2, RecordingHeap::frees);
 }
 
 TEST_F(Cache, ExactlyFortyMebibytesIsCached) {
@@ -406,9 +348,7 @@ TEST_F(Cache, ExactlyFortyMebibytesIsCached) {
   void *q = vek_serv_allocate(cap + 1, 128);
   ASSERT_NE(nullptr, q);
   EXPECT_EQ(static_cast<std::size_t>(cap + 1), RecordingHeap::last_size);
-  int count = 0;
-  EXPECT_EQ(cap + 128, stat(&count));
-  EXPECT_EQ(1, count);
+  expect_stat(cap + 128, 1);
   vek_serv_deallocate(q);  // found in no slot: freed through the heap
   ASSERT_EQ(1, RecordingHeap::frees);
   EXPECT_EQ(q, RecordingHeap::freed.back());
@@ -422,9 +362,7 @@ TEST_F(Cache, RefusedSlotBlockGivesNullAndNoBusySlot) {
   RecordingHeap::refuse = true;
   EXPECT_EQ(nullptr, vek_serv_allocate(999, 128));
   RecordingHeap::refuse = false;
-  int count = 0;
-  EXPECT_EQ(192, stat(&count));
-  EXPECT_EQ(1, count);
+  expect_stat(192, 1);
   EXPECT_EQ(p, vek_serv_allocate(64, 128));  // slot 0 was not disturbed
   vek_serv_deallocate(p);
 }
@@ -449,10 +387,7 @@ TEST_F(Cache, ReleaseFromAnotherThreadReturnsToOwnersSlot) {
   owner.join();
   EXPECT_EQ(p, again);
   EXPECT_EQ(0, mallocs_between);
-  // The ended thread's state stays registered with its block.
-  int count = 0;
-  EXPECT_EQ(777 + 128, stat(&count));
-  EXPECT_EQ(1, count);
+  expect_stat(777 + 128, 1);  // the ended thread's state stays with its block
 }
 
 TEST_F(Cache, ThreadFreeBuffersKeepsBusyBlocksAndHoles) {
@@ -461,14 +396,11 @@ TEST_F(Cache, ThreadFreeBuffersKeepsBusyBlocksAndHoles) {
   vek_serv_deallocate(a);
   vek_serv_thread_free_buffers();
   ASSERT_EQ(1, RecordingHeap::frees);
-  int count = 0;
-  EXPECT_EQ(328, stat(&count));
-  EXPECT_EQ(2, count);  // slot 0 is a hole below the busy slot 1
+  expect_stat(328, 2);  // slot 0 is a hole below the busy slot 1
   vek_serv_deallocate(b);
   vek_serv_thread_free_buffers();
   EXPECT_EQ(2, RecordingHeap::frees);
-  EXPECT_EQ(0, stat(&count));
-  EXPECT_EQ(0, count);
+  expect_stat(0, 0);
 }
 
 TEST_F(Cache, FreeBuffersEndsTheCacheOnlyWhenNothingIsBusy) {
@@ -479,28 +411,21 @@ TEST_F(Cache, FreeBuffersEndsTheCacheOnlyWhenNothingIsBusy) {
   vek_serv_deallocate(a);
   vek_serv_free_buffers();  // b is still out: idle blocks go, states stay
   EXPECT_EQ(2, RecordingHeap::frees);
-  int count = 0;
-  EXPECT_EQ(328, stat(&count));
-  EXPECT_EQ(2, count);
+  expect_stat(328, 2);
   vek_serv_deallocate(b);  // still found in its slot, not freed directly
   EXPECT_EQ(2, RecordingHeap::frees);
   vek_serv_free_buffers();
-  EXPECT_EQ(0, stat(&count));
-  EXPECT_EQ(0, count);
-  // A fresh cache serves the next request.
-  void *c = vek_serv_allocate(100, 128);
-  EXPECT_EQ(228, stat(&count));
-  EXPECT_EQ(1, count);
+  expect_stat(0, 0);
+  void *c = vek_serv_allocate(100, 128);  // a fresh cache serves the next request
+  expect_stat(228, 1);
   vek_serv_deallocate(c);
 }
 
 // The switches are read once per process; each case needs its own process.
 TEST(CacheEnvironment, AnyValueDisables) {
   setenv("VEK_MM_DISABLE", "0", 1);  // not parsed: "0" disables too
-  vek_serv_heap_table saved = vek_serv_heap;
-  vek_serv_heap = {RecordingHeap::do_malloc, RecordingHeap::do_calloc,
-                   RecordingHeap::do_realloc, RecordingHeap::do_free};
-  RecordingHeap::mallocs = RecordingHeap::frees = 0;
+  const vek_serv_heap_table saved = vek_serv_heap;
+  RecordingHeap::install();
   for (int round = 0; round < 2; ++round) {
     void *p = vek_serv_allocate(1000, 128);
     EXPECT_EQ(RecordingHeap::last_block, p);

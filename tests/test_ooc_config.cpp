@@ -24,10 +24,8 @@ const char *const env_names[5] = {
     "VEK_TELMIRA_OOC_CFG_PATH"};
 
 struct Settings {
-  std::string path;
-  int core;
-  int keep;
-  std::string printed;
+  std::string path, printed;
+  int core, keep;
 };
 
 // Each test gets an empty temporary directory as the configuration path and
@@ -55,9 +53,8 @@ class OocConfig : public testing::Test {
     }
   }
 
-  void write_file(const std::string &text,
-                  const std::string &name = "telmira_ooc.cfg") {
-    std::string full = dir_ + "/" + name;
+  void write_file(const std::string &text, const std::string &name = "telmira_ooc.cfg") {
+    const std::string full = dir_ + "/" + name;
     std::FILE *f = std::fopen(full.c_str(), "w");
     ASSERT_NE(f, nullptr);
     std::fwrite(text.data(), 1, text.size(), f);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <numeric>
 #include <random>
 #include <set>
 #include <vector>
@@ -26,10 +27,10 @@ struct graph {  // symmetric, one-based, no diagonal
 graph from_sets(const std::vector<std::set<int>> &adj) {  // zero-based sets
   graph g;
   g.n = static_cast<int>(adj.size());
-  g.xadj.assign(g.n + 1, 1);
-  for (int i = 0; i < g.n; ++i) {
-    g.xadj[i + 1] = g.xadj[i] + static_cast<int>(adj[i].size());
-    for (int j : adj[i]) g.adjncy.push_back(j + 1);
+  g.xadj.push_back(1);
+  for (const auto &row : adj) {
+    for (int j : row) g.adjncy.push_back(j + 1);
+    g.xadj.push_back(static_cast<int>(g.adjncy.size()) + 1);
   }
   g.adjncy.push_back(0);  // never empty
   return g;
@@ -74,7 +75,7 @@ order order_of(const ivec &perm) {
 
 order natural(int n, unsigned shuffle_seed = 0) {
   ivec p(n);
-  for (int i = 0; i < n; ++i) p[i] = i + 1;
+  std::iota(p.begin(), p.end(), 1);
   if (shuffle_seed) std::shuffle(p.begin(), p.end(), std::mt19937(shuffle_seed));
   return order_of(p);
 }
@@ -180,12 +181,8 @@ analysis analyse(const graph &g, const order &o, ivec parts, int nparts,
 void check(const analysis &a, const reference &r, int panel) {
   const int ns = a.ns;
   EXPECT_EQ(r.parent, a.parent);
-  long long total = 0;
-  for (int j = 1; j <= a.n; ++j) {
+  for (int j = 1; j <= a.n; ++j)
     ASSERT_EQ(int(r.rows[j - 1].size()) + 1, a.colcnt[j - 1]) << "column " << j;
-    total += a.colcnt[j - 1];
-  }
-  EXPECT_EQ(r.entries, total);
   EXPECT_EQ(r.entries, a.comi[29]);
 
   // Supernodes: exactly nested columns, cut only at the panel width; row
@@ -284,14 +281,9 @@ TEST(SymbolicStructure, RealAndGeneratedMatricesAgreeWithPlainElimination) {
   // Three threads, so that the column counts run divided.
   vek_serv_set_dynamic(0);
   vek_serv_set_num_threads(3);
-  const char *names[] = {
-      "494_bus", "GD97_b", "adder_dcop_05", "bcspwr06", "bcsstk01", "bcsstk13",
-      "bfwa62", "bp_1200", "cage5", "cryg2500", "dwt_992", "fs_183_1",
-      "gent113", "hangGlider_2", "impcol_a", "jagmesh7", "mhd1280b", "nnc1374",
-      "olm1000", "pts5ldd03", "qc324", "rajat19", "reorientation_1", "temp",
-      "tumorAntiAngiogenesis_2", "w156", "watt_2", "west0067", "west0479",
-      "west0497", "young1c", "zenios"};
-  for (const char *name : names) {
+  // Small and large, meshes, dense rows, many components and isolated nodes.
+  for (const char *name : {"GD97_b", "bcsstk13", "gent113", "hangGlider_2", "mhd1280b", "qc324",
+                           "rajat19", "tumorAntiAngiogenesis_2", "west0479", "young1c", "zenios"}) {
     SCOPED_TRACE(name);
     vekio::sparse m;
     if (!vektest::load(name, m)) continue;
