@@ -13,6 +13,7 @@
 
 #include "dense/vek_dense.h"
 #include "factor_progress.h"
+#include "sweep_lists.h"
 #include "telmira_scatter.h"
 #include "service/vek_serv_message.h"
 #include "service/vek_serv_threads.h"
@@ -82,33 +83,22 @@ void lu_sweep(const T *a, const int *nsuper, const int *n, const int *nnzl,
                                  jalf, xjauf, jauf, luperm, indmap);
 
     for (int m = 0; m < nmod[J - 1]; ++m) {
-      const int kc = link[fstcol - 1];
-      if (kc == 0) {  // the symbolic phase guarantees nmod; an empty list is a fault
-        *error = -1;
+      sweep_source src;
+      if (!sweep_take(fstcol, link, snode, length, xsup, xlnz, xlindx, &src)) {
+        *error = -1;  // the exact update counts rule an empty list out
         return;
       }
-      link[fstcol - 1] = link[kc - 1];
-      const int K = snode[kc - 1];
-      const int rem = length[K - 1];
-      const int kfst = xsup[K - 1];
-      const int kncols = xsup[K] - kfst;
-      const int klda = std::abs(xlnz[kfst]) - std::abs(xlnz[kfst - 1]);
+      const int rem = src.rem, kfst = src.kfst, kncols = src.kncols, klda = src.klda;
       const int ku = klda - kncols;
-      const int klnz = std::abs(xlnz[kfst]) - rem;
+      const int klnz = src.klnz;
       const int kunz = std::abs(xunz[kfst]) - rem;
-      const int klindx = xlindx[K] - rem;
+      const int klindx = src.klindx;
       int ndone = 0;
       blklu_update<T>(&nrows, &ncols, &fstcol, &lstcol, &jlnz, &jlindx, &rem, &kncols, &klnz,
                       &klindx, &klda, &kunz, &ku, &thread, n, lnz, unz, lindx, xlnz, xunz,
                       indmap, relind, tmpsize, temp, &ndone, error);
       if (*error != 0) return;
-      length[K - 1] = rem - ndone;
-      if (rem > ndone) {
-        const int r = lindx[xlindx[K] - rem + ndone - 1];
-        const int t = xsup[snode[r - 1] - 1];
-        link[kc - 1] = link[t - 1];
-        link[t - 1] = kc;
-      }
+      sweep_requeue(src, ndone, link, length, xsup, snode, xlindx, lindx);
     }
 
     // The diagonal block.
@@ -140,15 +130,8 @@ void lu_sweep(const T *a, const int *nsuper, const int *n, const int *nnzl,
       for (int i = 1; i < ncols; ++i)
         if (piv[i - 1] != i) swap_columns(u12t, below, below, i, piv[i - 1]);
       vekd::trsm<T>("R", "L", "T", "U", &below, &ncols, &one, diag, &nrows, u12t, &below);
-
-      length[J - 1] = below;
-      const int r = lindx[jlindx + ncols - 1];
-      const int t = xsup[snode[r - 1] - 1];
-      link[fstcol - 1] = link[t - 1];
-      link[t - 1] = fstcol;
-    } else {
-      length[J - 1] = 0;
     }
+    sweep_release(J, fstcol, ncols, nrows, jlindx, link, length, xsup, snode, lindx);
 
     const int p = static_cast<int>(100.0 * (jlnz - 1) / (*nnzl > 0 ? *nnzl : 1));
     if (factor_progress_step(&progress, p) != 0) {

@@ -13,6 +13,7 @@
 #include "dense/vek_dense.h"
 #include "dense/vek_dense_chblkl.h"
 #include "factor_progress.h"
+#include "sweep_lists.h"
 #include "telmira_scatter.h"
 
 namespace {
@@ -120,31 +121,20 @@ void ch_blkl(const T *a, const int *nsuper, const int *, const int *n, const int
                                 &hermitian, indmap);
 
     for (int u = 0; u < nmod[J - 1]; ++u) {
-      const int kc = link[fstcol - 1];
-      if (kc == 0) {  // nmod is exact by construction: an empty list is a fault
-        *error = -1;
+      sweep_source src;
+      if (!sweep_take(fstcol, link, snode, length, xsup, xlnz, xlindx, &src)) {
+        *error = -1;  // the exact update counts rule an empty list out
         return;
       }
-      link[fstcol - 1] = link[kc - 1];
-      const int K = snode[kc - 1];
-      const int rem = length[K - 1];
-      const int kfst = xsup[K - 1];
-      const int kncols = xsup[K] - kfst;
-      const int klda = std::abs(xlnz[kfst]) - std::abs(xlnz[kfst - 1]);
-      const int klnz = std::abs(xlnz[kfst]) - rem;
-      const int klindx = xlindx[K] - rem;
+      const int rem = src.rem, kncols = src.kncols, klda = src.klda;
+      const int klnz = src.klnz;
+      const int klindx = src.klindx;
       int ndone = 0;
       ch_blkl_update<T>(&nrows, &ncols, &fstcol, &lstcol, &jlnz, &jlindx, &rem, &kncols,
                         &klnz, &klindx, &klda, &thread, n, lnz, lindx, xlnz, indmap, relind,
                         tmpsize, temp, &ndone, error);
       if (*error != 0) return;
-      length[K - 1] = rem - ndone;
-      if (rem > ndone) {  // on to the supernode of the next unused row
-        const int r = lindx[xlindx[K] - rem + ndone - 1];
-        const int t = xsup[snode[r - 1] - 1];
-        link[kc - 1] = link[t - 1];
-        link[t - 1] = kc;
-      }
+      sweep_requeue(src, ndone, link, length, xsup, snode, xlindx, lindx);
     }
 
     T *blk = lnz + (jlnz - 1);
@@ -163,14 +153,8 @@ void ch_blkl(const T *a, const int *nsuper, const int *, const int *n, const int
       const T one = T(1);
       vekd::trsm<T>("R", "L", "C", "N", &below, &ncols, &one, blk, &nrows, blk + ncols,
                     &nrows);
-      length[J - 1] = below;
-      const int r = lindx[jlindx + ncols - 1];
-      const int t = xsup[snode[r - 1] - 1];
-      link[fstcol - 1] = link[t - 1];
-      link[t - 1] = fstcol;
-    } else {
-      length[J - 1] = 0;
     }
+    sweep_release(J, fstcol, ncols, nrows, jlindx, link, length, xsup, snode, lindx);
 
     const int p = static_cast<int>(100.0 * (jlnz - 1) / (*nnzl > 0 ? *nnzl : 1));
     if (factor_progress_step(&progress, p) != 0) {

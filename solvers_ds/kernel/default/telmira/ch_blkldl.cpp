@@ -14,6 +14,7 @@
 
 #include "dense/vek_dense.h"
 #include "factor_progress.h"
+#include "sweep_lists.h"
 #include "telmira_scatter.h"
 
 namespace {
@@ -198,32 +199,21 @@ void ch_blkldl(const T *a, const int *ja, const int *nsuper, const int *, const 
                                   &hermitian, indmap);
 
     for (int u = 0; u < nmod[J - 1]; ++u) {
-      const int kc = link[fstcol - 1];
-      if (kc == 0) {  // the symbolic phase guarantees nmod; an empty list is a fault
-        *error = -1;
+      sweep_source src;
+      if (!sweep_take(fstcol, link, snode, length, xsup, xlnz, xlindx, &src)) {
+        *error = -1;  // the exact update counts rule an empty list out
         return;
       }
-      link[fstcol - 1] = link[kc - 1];
-      const int K = snode[kc - 1];
-      const int rem = length[K - 1];
-      const int kfst = xsup[K - 1];
-      const int kncols = xsup[K] - kfst;
-      const int klda = std::abs(xlnz[kfst]) - std::abs(xlnz[kfst - 1]);
-      const int klnz = std::abs(xlnz[kfst]) - rem;
+      const int rem = src.rem, kfst = src.kfst, kncols = src.kncols, klda = src.klda;
+      const int klnz = src.klnz;
       const int kdiag = std::abs(xlnz[kfst - 1]);
-      const int klindx = xlindx[K] - rem;
+      const int klindx = src.klindx;
       int ndone = 0;
       ch_blkldl_update<T>(&nrows, &ncols, &fstcol, &lstcol, &jlnz, &jlindx, &rem, &kncols,
                           &klnz, &klindx, &klda, &kdiag, &kfst, pivot, diagp, &thread, n, lnz,
                           lindx, xlnz, indmap, relind, tmpsize, temp, &ndone, error);
       if (*error != 0) return;
-      length[K - 1] = rem - ndone;
-      if (rem > ndone) {
-        const int r = lindx[xlindx[K] - rem + ndone - 1];
-        const int t = xsup[snode[r - 1] - 1];
-        link[kc - 1] = link[t - 1];
-        link[t - 1] = kc;
-      }
+      sweep_requeue(src, ndone, link, length, xsup, snode, xlindx, lindx);
     }
 
     // The diagonal block, then L21 := A21 M^-H D^-1.
@@ -278,15 +268,7 @@ void ch_blkldl(const T *a, const int *ja, const int *nsuper, const int *, const 
       }
     }
 
-    if (below > 0) {
-      length[J - 1] = below;
-      const int r = lindx[jlindx + ncols - 1];
-      const int t = xsup[snode[r - 1] - 1];
-      link[fstcol - 1] = link[t - 1];
-      link[t - 1] = fstcol;
-    } else {
-      length[J - 1] = 0;
-    }
+    sweep_release(J, fstcol, ncols, nrows, jlindx, link, length, xsup, snode, lindx);
 
     const int p = static_cast<int>(100.0 * (jlnz - 1) / (*nnzl > 0 ? *nnzl : 1));
     if (factor_progress_step(&progress, p) != 0) {

@@ -1,0 +1,67 @@
+// sweep_lists.h - the descendant lists of the left-looking supernodal sweeps.
+//
+// link, by column: for a target's first column the head of the list of the
+// sources that wait to update it, for a source's first column the next
+// source on the same list; 0 ends a list. length(K): the rows of source K,
+// counted from the end of its row list, that are still to be used.
+#ifndef TELMIRA_SWEEP_LISTS_H
+#define TELMIRA_SWEEP_LISTS_H
+
+#include <cstdlib>
+
+// A source as its next update sees it: first column kc and supernode K, the
+// rem remaining rows, its column count and leading dimension, and where the
+// remaining rows start in lnz (klnz) and in lindx (klindx).
+struct sweep_source {
+  int kc, K, rem, kfst, kncols, klda, klnz, klindx;
+};
+
+// Takes the next source waiting for the target whose first column is
+// fstcol. Returns 0 when the list is empty, which the exact update counts
+// of the analysis rule out.
+inline int sweep_take(int fstcol, int *link, const int *snode, const int *length,
+                      const int *xsup, const int *xlnz, const int *xlindx, sweep_source *s) {
+  const int kc = link[fstcol - 1];
+  if (kc == 0) return 0;
+  link[fstcol - 1] = link[kc - 1];
+  s->kc = kc;
+  s->K = snode[kc - 1];
+  s->rem = length[s->K - 1];
+  s->kfst = xsup[s->K - 1];
+  s->kncols = xsup[s->K] - s->kfst;
+  s->klda = std::abs(xlnz[s->kfst]) - std::abs(xlnz[s->kfst - 1]);
+  s->klnz = std::abs(xlnz[s->kfst]) - s->rem;
+  s->klindx = xlindx[s->K] - s->rem;
+  return 1;
+}
+
+// Puts the source of first column kc on the list of the supernode that
+// holds row r.
+inline void sweep_push(int kc, int r, int *link, const int *xsup, const int *snode) {
+  const int t = xsup[snode[r - 1] - 1];
+  link[kc - 1] = link[t - 1];
+  link[t - 1] = kc;
+}
+
+// After an update that used ndone of the source's remaining rows: the rest
+// waits for the supernode of its next row.
+inline void sweep_requeue(const sweep_source &s, int ndone, int *link, int *length,
+                          const int *xsup, const int *snode, const int *xlindx,
+                          const int *lindx) {
+  length[s.K - 1] = s.rem - ndone;
+  if (s.rem > ndone) sweep_push(s.kc, lindx[xlindx[s.K] - s.rem + ndone - 1], link, xsup, snode);
+}
+
+// After supernode J (first column fstcol, rows from lindx(jlindx)) is
+// factorized: its rows below the diagonal block become a source.
+inline void sweep_release(int J, int fstcol, int ncols, int nrows, int jlindx, int *link,
+                          int *length, const int *xsup, const int *snode, const int *lindx) {
+  if (ncols < nrows) {
+    length[J - 1] = nrows - ncols;
+    sweep_push(fstcol, lindx[jlindx + ncols - 1], link, xsup, snode);
+  } else {
+    length[J - 1] = 0;
+  }
+}
+
+#endif
