@@ -30,8 +30,7 @@ const double not_a_number = std::numeric_limits<double>::quiet_NaN();
 // A random factor; the strict upper triangle of each block is NaN, as no
 // solve may read it. L is scaled by the block height; 1 by 1 pivots are 1
 // to 2 in size; 2 by 2 pivots have a small diagonal and a large d21.
-template <class T>
-struct factor {
+template <class T> struct factor {
   const analysis *s = nullptr;
   int diagp = 1, maxbelow = 0, twobytwo = 0;
   std::vector<T> lnz;
@@ -45,8 +44,7 @@ struct factor {
   double L(int J, int r, int c) const { return lnz[s->xlnz[fst(J) + c - 2] + r - 2]; }
 };
 
-template <class T>
-factor<T> random_factor(const analysis &s, int diagp, unsigned seed) {
+template <class T> factor<T> random_factor(const analysis &s, int diagp, unsigned seed) {
   factor<T> f;
   f.s = &s;
   f.diagp = diagp;
@@ -105,8 +103,7 @@ factor<T> random_factor(const analysis &s, int diagp, unsigned seed) {
 }
 
 // v := G_J v, or G_J^T v.
-template <class T>
-void apply_g(const factor<T> &f, int J, bool trans, dvec &v) {
+template <class T> void apply_g(const factor<T> &f, int J, bool trans, dvec &v) {
   const int m = f.ncols(J), o = f.fst(J) - 1;
   const dvec &M = f.M[J];
   const dvec v1(v.begin() + o, v.begin() + o + m);
@@ -122,8 +119,7 @@ void apply_g(const factor<T> &f, int J, bool trans, dvec &v) {
 
 // v := D v (exchanges false), or v := Pi v, the exchanges of all blocks in
 // the order of the factorization (exchanges true).
-template <class T>
-void apply_blocks(const factor<T> &f, bool exchanges, dvec &v) {
+template <class T> void apply_blocks(const factor<T> &f, bool exchanges, dvec &v) {
   for (int J = 1; J <= f.s->ns; ++J) {
     double *v1 = v.data() + f.fst(J) - 1;
     for (int k = 1; k <= f.ncols(J);) {
@@ -142,14 +138,12 @@ void apply_blocks(const factor<T> &f, bool exchanges, dvec &v) {
   }
 }
 
-template <class T>
-void apply_lower(const factor<T> &f, dvec &v) {
+template <class T> void apply_lower(const factor<T> &f, dvec &v) {
   for (int J = f.s->ns; J >= 1; --J) apply_g(f, J, false, v);
 }
 
 // nrhs random solutions z and their right-hand sides b = A z.
-template <class T>
-void make_problem(const factor<T> &f, int nrhs, dvec &z, dvec &b) {
+template <class T> void make_problem(const factor<T> &f, int nrhs, dvec &z, dvec &b) {
   std::mt19937 gen(nrhs);
   std::uniform_real_distribution<double> u(-1.0, 1.0);
   for (int k = 0; k < nrhs; ++k) {
@@ -163,8 +157,7 @@ void make_problem(const factor<T> &f, int nrhs, dvec &z, dvec &b) {
   }
 }
 
-template <class T>
-double rel_diff(const std::vector<T> &x, const dvec &ref) {
+template <class T> double rel_diff(const std::vector<T> &x, const dvec &ref) {
   double d = 0, m = 1e-300;
   for (size_t i = 0; i < ref.size(); ++i) {
     d = std::max(d, std::fabs(double(x[i]) - ref[i]));
@@ -173,8 +166,7 @@ double rel_diff(const std::vector<T> &x, const dvec &ref) {
   return d / m;
 }
 
-template <class T>
-void solve1(const factor<T> &f, std::vector<T> &x, int sub) {
+template <class T> void solve1(const factor<T> &f, std::vector<T> &x, int sub) {
   const analysis &s = *f.s;
   blkldlslvs1<T>(&s.ns, s.xsup.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
                  f.lnz.data(), f.pivot.data(), &f.diagp, x.data(), &sub);

@@ -5,6 +5,8 @@
 #include <metis.h>
 
 #include <algorithm>
+#include <functional>
+#include <numeric>
 #include <set>
 #include <vector>
 
@@ -248,25 +250,14 @@ TEST(OrderingDecomposition, SeparatorIsLastAndSplitsTheDomains) {
   EXPECT_GT(ncon, 2);
   EXPECT_LT(ncon, n / 4);
   // Without the separator the interior falls into at least 4 components.
-  const int ninterior = n - ncon + 2;
-  ivec comp(n + 1, 0);
+  auto interior = [&](int v) { return invp[v - 1] <= n - ncon + 2; };
+  ivec root(n + 1);
+  std::iota(root.begin(), root.end(), 0);
+  std::function<int(int)> find = [&](int v) { return root[v] == v ? v : root[v] = find(root[v]); };
+  for (auto &e : edges_of(g))
+    if (interior(e.first) && interior(e.second)) root[find(e.first)] = find(e.second);
   int ncomp = 0;
-  for (int s = 1; s <= n; ++s) {
-    if (invp[s - 1] > ninterior || comp[s]) continue;
-    ivec stack = {s};
-    comp[s] = ++ncomp;
-    while (!stack.empty()) {
-      const int v = stack.back();
-      stack.pop_back();
-      for (int p = g.xadj[v - 1]; p < g.xadj[v]; ++p) {
-        const int u = g.adjncy[p - 1];
-        if (invp[u - 1] <= ninterior && !comp[u]) {
-          comp[u] = ncomp;
-          stack.push_back(u);
-        }
-      }
-    }
-  }
+  for (int v = 1; v <= n; ++v) ncomp += interior(v) && find(v) == v;
   EXPECT_GE(ncomp, 4);
   int one = 1;  // one part asked for: nothing happens
   ddecomp(&one, &n, g.xadj.data(), g.adjncy.data(), perm.data(), invp.data(), &ncon, &status);

@@ -254,13 +254,16 @@ TEST(ScatterMap, RowSortAgreesWithPlainSortAcrossPathsAndMarkStates) {
     for (int len : lengths) {
       ivec cols = shuffled(n, rng());
       cols.resize(len);
-      ivec key = cols, src(len);
+      ivec key = cols, src(len + 1, guard);
+      key.push_back(guard);  // behind the row, as the next row's entries would be
       for (int t = 0; t < len; ++t) src[t] = -3 * key[t] + 1;
       tlm::inv_perm_sort_row(n, t1, len, walk, key.data(), src.data(), dense.data(),
                              mark.data(), &dirty);
       std::sort(cols.begin(), cols.end());
+      cols.push_back(guard);
       ASSERT_EQ(key, cols) << "len " << len << " walk " << walk;
       for (int t = 0; t < len; ++t) ASSERT_EQ(src[t], -3 * key[t] + 1);
+      ASSERT_EQ(src[len], guard);
     }
 }
 

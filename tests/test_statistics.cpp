@@ -35,8 +35,7 @@ std::string between(const std::string &out, const std::string &first,
 }
 
 // State of a call that reached the report: an analysed 10 x 10 SPD system.
-template <class R>
-struct call_state {
+template <class R> struct call_state {
   int comi[100] = {}, iparam[64] = {}, flags[10] = {}, ooc_l[128] = {};
   double comr[20] = {};
   R ooc_r[128] = {};
@@ -200,8 +199,7 @@ TEST(Statistics, PreprocessingLinesByMethodAndPermutation) {
 
 // Out-of-core mode 2: the I/O lines inside the time table, the percentages
 // in ooc_l(13) to ooc_l(16) and, when the call ends with a solve, the table.
-template <class R>
-void check_out_of_core() {
+template <class R> void check_out_of_core() {
   call_state<R> s;
   s.ooc = true;
   s.OOCL(1) = 2;
