@@ -147,7 +147,7 @@ outcome run(const vekio::sparse &A, int mtype, const options &opt) {
     xp = xf.data();
   }
   std::vector<int> perm(n > 0 ? n : 1, 0);
-  int maxfct = 1, mnum = 1, msglvl = 0;
+  int max_fac_store = 1, matrix_number = 1, msglvl = 0;
 
   for (int rep = 0; rep < opt.reps && out.error == 0; ++rep) {
     intptr_t handle[TELMIRA_HANDLE_WORDS] = {0};
@@ -167,7 +167,7 @@ outcome run(const vekio::sparse &A, int mtype, const options &opt) {
     for (int p = 0; p < 3; ++p) {
       int ido = phases[p], error = 0;
       const double t0 = now();
-      telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, ap, A.ia.data(),
+      telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, ap, A.ia.data(),
               A.ja.data(), perm.data(), &nrhs, iparam, &msglvl, bp, xp, &error);
       out.seconds[p] = std::min(out.seconds[p], now() - t0);
       // The entry stores its thread count in iparam(3) whenever the phase
@@ -187,7 +187,7 @@ outcome run(const vekio::sparse &A, int mtype, const options &opt) {
     out.permanent_kb = iparam[15];
     out.numeric_kb = iparam[16];
     int release = -1, error = 0;
-    telmira(handle, &maxfct, &mnum, &mtype, &release, &n, ap, A.ia.data(),
+    telmira(handle, &max_fac_store, &matrix_number, &mtype, &release, &n, ap, A.ia.data(),
             A.ja.data(), perm.data(), &nrhs, iparam, &msglvl, bp, xp, &error);
   }
   if (out.error != 0) return out;

@@ -19,7 +19,7 @@ using testing::internal::GetCapturedStdout;
 struct solver {
   intptr_t handle[64] = {0};
   int iparam[64] = {0};
-  int maxfct = 1, mnum = 1, mtype = 11, n = 3, nb = 1, msglvl = 1, error = 0;
+  int max_fac_store = 1, matrix_number = 1, mtype = 11, n = 3, nb = 1, msglvl = 1, error = 0;
   // 3 x 3 tridiagonal, full pattern.
   std::vector<int> ia = {1, 3, 6, 8}, ja = {1, 2, 1, 2, 3, 2, 3};
   std::vector<double> a = std::vector<double>(64, 1.0), b = std::vector<double>(64, 1.0),
@@ -46,7 +46,7 @@ struct solver {
     ja = {1, 2, 1, 2, 3, 2, 3, 4, 3, 4};
   }
   int call(int ido) {
-    telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
+    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
             perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
     return error;
   }
@@ -70,12 +70,12 @@ std::string header(int status) {
          std::to_string(status) + "\n";
 }
 
-std::string summary(int status, int maxfct, int mnum, int mtype, int ido, int n,
+std::string summary(int status, int max_fac_store, int matrix_number, int mtype, int ido, int n,
                     int entries, int nb) {
   auto d = [](int v) { return std::to_string(v); };
   return "*** Input parameters: inconsistent error= " + d(status) +
-         " max_fac_store_in: " + d(maxfct) + "\n" +
-         "          matrix_number_in : " + d(mnum) + " matrix_type_in   : " + d(mtype) + "\n" +
+         " max_fac_store_in: " + d(max_fac_store) + "\n" +
+         "          matrix_number_in : " + d(matrix_number) + " matrix_type_in   : " + d(mtype) + "\n" +
          "          ido_in           : " + d(ido) + " neqns_in         : " + d(n) + "\n" +
          "          ia(neqns_in+1)-1 : " + d(entries) + " nb_in            : " + d(nb) + "\n";
 }
@@ -110,7 +110,7 @@ TEST(SequenceChecks, RefusedSequencesOfIdo) {
   {
     solver s;
     s.analyse();
-    s.mnum = 2;  // beyond the one stored factorization
+    s.matrix_number = 2;  // beyond the one stored factorization
     EXPECT_TRUE(starts_with(s.printed(0),
                             header(100) + "*** Error in TELMIRA: wrong matrix number, clean 2\n"));
     EXPECT_EQ(s.error, -1);
@@ -132,14 +132,14 @@ TEST(ParameterChecks, EachRefusedParameterWithItsSummary) {
   }
   {
     solver s;
-    s.mnum = 2;
+    s.matrix_number = 2;
     EXPECT_TRUE(starts_with(s.printed(11),
                             header(3) + "*** Input check: max_fac_store_in 1 matrix_number_in 2\n" +
                                 summary(3, 1, 2, 11, 11, 3, 7, 1)));
   }
   {
     solver s;
-    s.mnum = 0;
+    s.matrix_number = 0;
     EXPECT_TRUE(starts_with(
         s.printed(22), header(4) + "*** Input check: matrix_number_new 0 ido 22 are incompatible\n" +
                            summary(4, 1, 0, 11, 22, 3, 7, 1)));
@@ -199,7 +199,7 @@ TEST(ParameterChecks, ArgumentsAgainstTheStoredState) {
   {
     solver s;
     s.analyse();
-    s.maxfct = 2;
+    s.max_fac_store = 2;
     EXPECT_TRUE(starts_with(
         s.printed(22), header(2) +
                            "*** Input check: max_fac_store_new 2 _old 1 are incompatible\n" +

@@ -14,7 +14,7 @@ namespace {
 struct call {
   intptr_t handle[64] = {0};
   int iparam[64];
-  int maxfct = 1, mnum = 1, mtype = 11, ido = 13, n = 0, nb = 1, msglvl = 0, error = 12345;
+  int max_fac_store = 1, matrix_number = 1, mtype = 11, ido = 13, n = 0, nb = 1, msglvl = 0, error = 12345;
   std::vector<int> perm;
   call() {
     for (int &v : iparam) v = -99;
@@ -26,7 +26,7 @@ struct call {
   }
   void run(const void *a, const int *ia, const int *ja, void *b, void *x) {
     perm.assign(n > 0 ? n : 1, 0);
-    telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a, ia, ja, perm.data(), &nb, iparam,
+    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a, ia, ja, perm.data(), &nb, iparam,
             &msglvl, b, x, &error);
   }
 };

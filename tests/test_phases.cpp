@@ -28,7 +28,7 @@ using testing::internal::GetCapturedStdout;
 struct system {
   intptr_t handle[64] = {0};
   int iparam[64] = {0};
-  int maxfct = 1, mnum = 1, mtype = 2, n = 0, nb = 1, msglvl = 0, error = 0;
+  int max_fac_store = 1, matrix_number = 1, mtype = 2, n = 0, nb = 1, msglvl = 0, error = 0;
   vekio::sparse A;
   std::vector<int> perm;
   std::vector<double> b, x, xref;
@@ -51,7 +51,7 @@ struct system {
     for (int k = 0; k < nb; ++k) vekio::multiply(A, mtype, &xref[k * side], &b[k * side]);
   }
   int call(int ido) {
-    telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, A.a.data(), A.ia.data(), A.ja.data(),
+    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, A.a.data(), A.ia.data(), A.ja.data(),
             perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
     return error;
   }
@@ -225,9 +225,9 @@ TEST(Phases, StateTableThroughTheEntry) {
   EXPECT_LE(s.residual(s.x), 1e-14);
 
   // 0 with a matrix number beyond max_fac_store is refused.
-  s.mnum = 2;
+  s.matrix_number = 2;
   EXPECT_EQ(s.call(0), -7);
-  s.mnum = 1;
+  s.matrix_number = 1;
 
   // -1 empties the handle.
   EXPECT_EQ(s.call(-1), 0);
@@ -238,16 +238,16 @@ TEST(Phases, TwoSetsOfFactorsOverOneAnalysis) {
   threads one(1);
   const vekio::sparse m = vekio::lap3d(8);
   system s(m);
-  s.maxfct = 2;
+  s.max_fac_store = 2;
   ASSERT_EQ(s.call(11), 0);
   // Matrix 1: the Laplacian; matrix 2: the same pattern, diagonal raised.
   const std::vector<double> a1 = s.A.a;
   std::vector<double> a2 = a1;
   for (int i = 1; i <= s.n; ++i) a2[s.A.ia[i - 1] - 1] += 5.0;  // diagonal first in each row
-  s.mnum = 1;
+  s.matrix_number = 1;
   ASSERT_EQ(s.call(22), 0);
   s.A.a = a2;
-  s.mnum = 2;
+  s.matrix_number = 2;
   ASSERT_EQ(s.call(22), 0);
   const intptr_t *e1 = tlm::fact_entry(s.handle, 1);
   const intptr_t *e2 = tlm::fact_entry(s.handle, 2);
@@ -258,16 +258,16 @@ TEST(Phases, TwoSetsOfFactorsOverOneAnalysis) {
     SCOPED_TRACE(k);
     s.A.a = k == 1 ? a1 : a2;
     s.set_rhs(2);
-    s.mnum = k;
+    s.matrix_number = k;
     ASSERT_EQ(s.call(33), 0);
     EXPECT_LE(worst_error(s.x, s.xref), 1e-10);
   }
   // Dropping matrix 1 leaves matrix 2 alone.
-  s.mnum = 1;
+  s.matrix_number = 1;
   ASSERT_EQ(s.call(0), 0);
   EXPECT_EQ(e1[0], 0);
   EXPECT_NE(e2[0], 0);
-  s.mnum = 2;
+  s.matrix_number = 2;
   s.A.a = a2;
   s.set_rhs(1);
   ASSERT_EQ(s.call(33), 0);
@@ -343,14 +343,14 @@ TEST(Phases, SinglePrecisionHandle) {
   intptr_t handle[64] = {0};
   int iparam[64] = {0};
   iparam[27] = 1;
-  int maxfct = 1, mnum = 1, mtype = 2, ido = 13, nb = 1, msglvl = 0, error = 0;
-  telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
+  int max_fac_store = 1, matrix_number = 1, mtype = 2, ido = 13, nb = 1, msglvl = 0, error = 0;
+  telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
           perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
   ASSERT_EQ(error, 0);
   EXPECT_EQ(tlm::state_of(handle).comi[89], 1);
   for (int i = 0; i < n; ++i) EXPECT_NEAR(x[i], 1.0f, 1e-4f) << i;
   ido = -1;
-  telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
+  telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
           perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
 }
 
@@ -635,8 +635,8 @@ TEST(Refinement, ExtendedResidualRepairsASinglePrecisionFactor) {
     iparam[1] = 2;
     iparam[7] = ctl8;
     iparam[27] = 1;
-    int maxfct = 1, mnum = 1, mtype = 2, ido = 13, nb = 1, msglvl = 0, error = 0;
-    telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
+    int max_fac_store = 1, matrix_number = 1, mtype = 2, ido = 13, nb = 1, msglvl = 0, error = 0;
+    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
             perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
     ASSERT_EQ(error, 0);
     double e = 0;
@@ -646,7 +646,7 @@ TEST(Refinement, ExtendedResidualRepairsASinglePrecisionFactor) {
       EXPECT_GE(iparam[6], 1);
     }
     ido = -1;
-    telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
+    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
             perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
   }
   EXPECT_LT(err[1], 0.2 * err[0]) << err[0] << " " << err[1];

@@ -69,7 +69,7 @@ struct counted_heap {
 struct solver {
   intptr_t handle[64] = {0};
   int iparam[64] = {0};
-  int maxfct = 1, mnum = 1, mtype = 1, n = 5, nb = 1, msglvl = 1, error = 0;
+  int max_fac_store = 1, matrix_number = 1, mtype = 1, n = 5, nb = 1, msglvl = 1, error = 0;
   std::vector<int> ia = {1, 3, 6, 9, 12, 14};
   std::vector<int> ja = {1, 2, 1, 2, 3, 2, 3, 4, 3, 4, 5, 4, 5};
   std::vector<double> a = std::vector<double>(13, 1.0), b = std::vector<double>(5, 1.0),
@@ -80,7 +80,7 @@ struct solver {
     vek_serv_set_num_threads(1);
   }
   int call(int ido) {
-    telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
+    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
             perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
     return error;
   }
@@ -264,8 +264,8 @@ TEST(StorageRelease, NewAnalysisAndReleaseFreeEverything) {
 TEST(StorageRelease, NoFactorTableForZeroFactorizations) {
   counted_heap heap;
   solver s;
-  s.maxfct = 0;
-  s.mnum = 0;
+  s.max_fac_store = 0;
+  s.matrix_number = 0;
   s.msglvl = 0;
   s.call(11);
   EXPECT_NE(s.handle[1], 0);

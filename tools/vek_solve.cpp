@@ -181,7 +181,7 @@ int main(int argc, char **argv) {
   int iparam[TELMIRA_IPARAM_WORDS] = {0};
   iparam[27] = single ? 1 : 0;
   std::vector<int> perm(n > 0 ? n : 1, 0);
-  int maxfct = 1, mnum = 1, ido = 13, error = 0;
+  int max_fac_store = 1, matrix_number = 1, ido = 13, error = 0;
   std::vector<float> af, bf, xf;
   const void *ap = A.a.data();
   void *bp = b.data(), *xp = x.data();
@@ -193,7 +193,7 @@ int main(int argc, char **argv) {
   }
   double t0, t1;
   telmira_clock(&t0);
-  telmira(handle, &maxfct, &mnum, &mtype, &ido, &n, ap, A.ia.data(), A.ja.data(),
+  telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, ap, A.ia.data(), A.ja.data(),
           perm.data(), &nrhs, iparam, &msglvl, bp, xp, &error);
   telmira_clock(&t1);
   const bool diagonal = n > 0 && A.ia[n] - 1 == n;
@@ -201,7 +201,7 @@ int main(int argc, char **argv) {
   std::printf("time    : %.6f s (analysis, factorization and solve, ido 13)\n", t1 - t0);
   if (diagonal) std::printf("path    : diagonal matrix, solved without analysis\n");
   int release = -1, err2 = 0;
-  telmira(handle, &maxfct, &mnum, &mtype, &release, &n, ap, A.ia.data(), A.ja.data(),
+  telmira(handle, &max_fac_store, &matrix_number, &mtype, &release, &n, ap, A.ia.data(), A.ja.data(),
           perm.data(), &nrhs, iparam, &msglvl, bp, xp, &err2);
   if (err2 != 0) std::printf("release : error %d (%s)\n", err2, error_words(err2));
   if (error != 0) {
