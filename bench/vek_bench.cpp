@@ -26,6 +26,7 @@ struct options {
   int reps = 1;
   int threads = 1;
   bool single = false;
+  int match = -1;  // -1: the type's default; 0 or 1: iparam(13) and iparam(11)
   std::vector<std::string> names;
 };
 
@@ -46,14 +47,17 @@ double now() {
 
 void usage(FILE *f) {
   std::fprintf(f,
-      "usage: vek-bench [options] [FILE.mtx | lap2d:N | lap3d:N | diag:N] ...\n"
-      "  --mtype T     matrix type (default: from the file's header; 11 for cd2d,\n"
+      "usage: vek-bench [options] [FILE.mtx | lap2d:N | lap3d:N | cd2d:N | cd3d:N | diag:N] ...\n"
+      "  --mtype T     matrix type (default: from the file's header; 11 for cd2d\n"
+      "                and cd3d,\n"
       "                2 for the other\n"
       "                generated matrices; pattern files are made SPD)\n"
       "  --nrhs K      right-hand sides (default 1)\n"
       "  --reps R      repetitions, the best time of each phase counts (default 1)\n"
       "  --single      single precision (iparam(28) = 1)\n"
       "  --threads T   VEK_NUM_THREADS for the run (default 1)\n"
+      "  --match M     weighted matching and scaling off (0) or on (1), through\n"
+      "                iparam(13) and iparam(11) with the other defaults of the type\n"
       "  --dgemm N     first measure the dense product rate (N x N, the same\n"
       "                threads) and print it as a comment line\n"
       "Default matrices: lap3d:30 lap3d:40 lap2d:500 and bcsstk13.mtx from\n"
@@ -95,7 +99,8 @@ bool load(const std::string &name, int given_mtype, vekio::sparse &A,
       name.find(':') != std::string::npos && name.find(".mtx") == std::string::npos;
   if (generated) {
     if (!vekio::generate(name, full, err)) return false;
-    if (name.compare(0, 5, "cd2d:") == 0) suggested = 11;  // unsymmetric values
+    if (name.compare(0, 5, "cd2d:") == 0 || name.compare(0, 5, "cd3d:") == 0)
+      suggested = 11;  // unsymmetric values
   } else {
     vekio::mm_header h;
     if (!vekio::read_matrix_market(name, full, h, err)) return false;
@@ -153,6 +158,18 @@ outcome run(const vekio::sparse &A, int mtype, const options &opt) {
     intptr_t handle[TELMIRA_HANDLE_WORDS] = {0};
     int iparam[TELMIRA_IPARAM_WORDS] = {0};
     iparam[0] = 0;    // iparam(1): defaults filled at the analysis
+    if (opt.match >= 0) {
+      // The caller's values: the defaults of the type, with the matching
+      // and the scaling as asked.
+      iparam[0] = 1;
+      iparam[1] = 2;
+      const bool unsym = mtype == 11 || mtype == 13;
+      const bool indef = mtype == -2 || mtype == -4 || mtype == 6;
+      iparam[9] = unsym || mtype == 1 || mtype == 3 ? 13 : (indef ? 8 : 0);
+      iparam[20] = indef ? 1 : 0;
+      iparam[10] = opt.match;
+      iparam[12] = opt.match;
+    }
     iparam[17] = -1;  // iparam(18): report the entries of L and U
     iparam[18] = -1;  // iparam(19): report the factorization's work
     iparam[27] = opt.single ? 1 : 0;
@@ -283,6 +300,13 @@ int main(int argc, char **argv) {
     else if (arg == "--reps") value(opt.reps, 1);
     else if (arg == "--threads") value(opt.threads, 1);
     else if (arg == "--dgemm") value(dgemm_order, 1);
+    else if (arg == "--match") {
+      value(opt.match, 0);
+      if (opt.match > 1) {
+        std::fprintf(stderr, "vek-bench: --match must be 0 or 1\n");
+        return 2;
+      }
+    }
     else if (arg == "--single") opt.single = true;
     else if (arg == "-h" || arg == "--help") { usage(stdout); return 0; }
     else if (!arg.empty() && arg[0] == '-') {

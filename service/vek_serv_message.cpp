@@ -222,6 +222,8 @@ constexpr numbered_text used_rows[] = {
     {989, "=== TELMIRA is running in In-Core mode, because iparam(60)=0 ==="},
     {990, "=== TELMIRA is running in Out-Of-Core mode, because iparam(60)=2 ==="},
     {1001, "*** Error in TELMIRA: no factorization kernel for matrix type %d in this version"},
+    {1002, "*** Error in TELMIRA: a pivot of the factorization is not a finite number (NaN or Inf)"},
+    {1003, "*** Error in TELMIRA: the solution is not a finite number (NaN or Inf)"},
     {1079, "VEK INTERNAL ERROR: Not enough work memory in function %s"},
 };
 

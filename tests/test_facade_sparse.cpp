@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "muLinearSolver.h"
+#include "test_matrices.h"
+#include "vekio.h"
 
 namespace {
 
@@ -174,4 +176,31 @@ TEST(FacadeSparse, UnsymmetricAndStructurallySymmetricThroughTheSparseSolver) {
     EXPECT_LT(worst, 1e-10);
     EXPECT_EQ(contents(row_start)[n], rs[n]);
   }
+}
+
+TEST(FacadeSparse, StructurallySymmetricKindWithZeroDiagonalsIsRetriedAsUnsymmetric) {
+  // west0479: unsymmetric pattern, zero diagonal entries. The structurally
+  // symmetric kind cannot be analysed; the facade solves it again as an
+  // unsymmetric matrix, where the weighted matching puts large entries on
+  // the diagonal.
+  vekio::sparse m;
+  ASSERT_TRUE(vektest::load("west0479", m));
+  const int n = m.n;
+  intcoDynArr row_start, col_index;
+  doublecoDynArr coeffs, rhs, solution;
+  for (int i = 0; i <= n; ++i) row_start[i] = m.ia[i] - 1;
+  for (int k = 0; k < m.nnz(); ++k) {
+    col_index[k] = m.ja[k] - 1;
+    coeffs[k] = m.a[k];
+  }
+  std::vector<double> ones(n, 1.0), b(n);
+  vekio::multiply(m, 11, ones.data(), b.data());
+  for (int i = 0; i < n; ++i) rhs[i] = b[i];
+  muSolveError err = muSolveFailed;
+  muLinearSolver::solve_equations(muMatrixStructSym, n, 1, 1, row_start, col_index, coeffs,
+                                  rhs, solution, err);
+  ASSERT_EQ(err, muSolveOk);
+  const doublecoDynArr &x = solution;
+  std::vector<double> xs(x.data(), x.data() + n);
+  EXPECT_LE(vekio::relative_residual(m, 11, xs.data(), b.data(), 1), 1e-14);
 }

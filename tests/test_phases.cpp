@@ -16,6 +16,7 @@
 #include "telmira_storage.h"
 #include "telmira_types.h"
 #include "test_matrices.h"
+#include "test_system.h"
 #include "vekio.h"
 
 namespace {
@@ -23,49 +24,7 @@ namespace {
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 
-// One handle and its control array around a matrix in the storage of its
-// type; right-hand sides b = A * (1, 2, ..., n) shifted per side.
-struct system {
-  intptr_t handle[64] = {0};
-  int iparam[64] = {0};
-  int max_fac_store = 1, matrix_number = 1, mtype = 2, n = 0, nb = 1, msglvl = 0, error = 0;
-  vekio::sparse A;
-  std::vector<int> perm;
-  std::vector<double> b, x, xref;
-
-  system(const vekio::sparse &full, int type = 2, int nrhs = 1) : mtype(type), nb(nrhs) {
-    A = vekio::storage_for_type(full, type);
-    n = A.n;
-    perm.assign(n, 0);
-    set_rhs(nrhs);
-  }
-  ~system() { release(); }
-  void set_rhs(int nrhs) {
-    nb = nrhs;
-    const std::size_t words = A.cplx ? 2 : 1, side = words * static_cast<std::size_t>(n);
-    xref.assign(side * nb, 0.0);
-    b.assign(xref.size(), 0.0);
-    x.assign(xref.size(), 0.0);
-    for (std::size_t q = 0; q < xref.size(); ++q)
-      xref[q] = 1.0 + 0.001 * static_cast<double>(q % side) + static_cast<double>(q / side);
-    for (int k = 0; k < nb; ++k) vekio::multiply(A, mtype, &xref[k * side], &b[k * side]);
-  }
-  int call(int ido) {
-    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, A.a.data(), A.ia.data(), A.ja.data(),
-            perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
-    return error;
-  }
-  void release() {
-    int keep = msglvl;
-    msglvl = 0;
-    call(-1);
-    msglvl = keep;
-  }
-  double residual(const std::vector<double> &sol) const {
-    return vekio::relative_residual(A, mtype, sol.data(), b.data(), nb);
-  }
-  const int *comi() const { return tlm::state_of(handle).comi; }
-};
+using vektest::system;
 
 double worst_error(const std::vector<double> &x, const std::vector<double> &ref) {
   double e = 0.0;
@@ -817,19 +776,7 @@ namespace {
 
 // A real matrix with complex values: imaginary parts im times the real
 // ones off the diagonal, and shift added to the diagonal.
-vekio::sparse complexify(const vekio::sparse &m, double im, std::complex<double> shift) {
-  vekio::sparse c = m;
-  c.cplx = true;
-  c.a.assign(2 * static_cast<std::size_t>(m.nnz()), 0.0);
-  for (int i = 1; i <= m.n; ++i)
-    for (int k = m.ia[i - 1]; k < m.ia[i]; ++k) {
-      std::complex<double> v(m.a[k - 1], m.ja[k - 1] == i ? 0.0 : im * m.a[k - 1]);
-      if (m.ja[k - 1] == i) v += shift;
-      c.a[2 * (k - 1)] = v.real();
-      c.a[2 * (k - 1) + 1] = v.imag();
-    }
-  return c;
-}
+using vektest::complexify;
 
 TEST(SolveComplex, SymmetricAndUnsymmetricTypes) {
   struct item {

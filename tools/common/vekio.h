@@ -65,8 +65,10 @@ sparse diagonal(int n, double first = 1.0, double step = 1.0); // d_i = first + 
 // Convection-diffusion -Laplace u + beta (u_x + u_y), 5-point central
 // differences scaled by h^2: structurally symmetric, unsymmetric values.
 sparse convdiff2d(int N, double beta);
-// Parses "lap2d:N", "lap3d:N", "cd2d:N" (convection-diffusion with a cell
-// Peclet number of 2.5), "diag:N"; false with err on a bad name.
+// The same in 3D, 7-point: -Laplace u + beta (u_x + u_y + u_z).
+sparse convdiff3d(int N, double beta);
+// Parses "lap2d:N", "lap3d:N", "cd2d:N", "cd3d:N" (convection-diffusion
+// with a cell Peclet number of 2.5), "diag:N"; false with err on a bad name.
 bool generate(const std::string &what, sparse &full, std::string &err);
 
 // y = A x for A as given to the solver with the given type: symmetric

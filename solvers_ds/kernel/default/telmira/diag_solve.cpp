@@ -7,9 +7,11 @@
 
 namespace {
 
-template <class T> bool is_zero(const T &d) { return std::abs(d) == 0.0; }
+// A zero entry, or one that is not a finite number, cannot be divided by.
+template <class T> bool is_zero(const T &d) { return std::abs(d) == 0.0 || !std::isfinite(d); }
 template <class R> bool is_zero(const std::complex<R> &d) {
-  return std::sqrt(d.real() * d.real() + d.imag() * d.imag()) == R(0);
+  return std::sqrt(d.real() * d.real() + d.imag() * d.imag()) == R(0) ||
+         !std::isfinite(d.real()) || !std::isfinite(d.imag());
 }
 
 template <class T> T reciprocal(const T &d) { return T(1) / d; }

@@ -152,12 +152,14 @@ void sssord(int *n_, int *ia, int *ja, int *comi, int *user_perm,
     nparts = 1;
     ordering_single_part(n, parts);
   } else if (sym_matched) {
+    // The symmetric matching's order, with the parts of its dissection.
     for (int i = 0; i < n; ++i) perm[i] = match_perm[i];
     if (nparts <= 1) {
       nparts = 1;
       ordering_single_part(n, parts);
     } else {
       split_last_part(n, nparts, parts);
+      dissection = true;
     }
   } else if (method == 0 || method == 1) {
     status = order_by_mmd(n, xadj, adjncy, comi, method == 1 && threads > 1,

@@ -94,6 +94,15 @@ extern "C" TELMIRA_API void telmira(intptr_t *handle, const int *max_fac_store,
                      &iparam[5], &solve, &threads);
     }
     *error = err != 0 ? -7 : 0;
+    // A solution with a NaN or an infinite value is no success.
+    if (*error == 0 && solve) {
+      const void *solution = iparam[5] == 1 ? b : x;
+      const std::int64_t count = static_cast<std::int64_t>(*nb < 1 ? 1 : *nb) * *neqns *
+                                 (real ? 1 : 2);
+      const bool finite = single ? tlm::all_finite(static_cast<const float *>(solution), count)
+                                 : tlm::all_finite(static_cast<const double *>(solution), count);
+      if (!finite) *error = -4;
+    }
     return;
   }
 

@@ -20,6 +20,7 @@
 #include "service/vek_serv_memory.h"
 #include "service/vek_serv_message.h"
 #include "telmira_layout.h"
+#include "telmira_matching.h"
 #include "telmira_ooc_config.h"
 #include "telmira_stage.h"
 #include "telmira_statistics.h"
@@ -27,6 +28,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -266,6 +268,11 @@ void analysis(std::intptr_t *handle, int *iparam, const call_args &c,
     identity_mc64();
   }
 
+  // The range list of the symmetric matching; it lives until the parts of
+  // the ordering are laid out.
+  void *ddist_mps = nullptr;
+  const bool symmetric_matched =
+      COMI(67) > 0 && (mt == -4 || mt == -2 || mt == 6);
   if (COMI(67) > 0) {
     if (!alloc_mc64()) { rec->error = -2; return; }
     // The matching's own work arrays live only within this call; the sum
@@ -285,22 +292,35 @@ void analysis(std::intptr_t *handle, int *iparam, const call_args &c,
       // Real types know only the first matching mode.
       rec->status = COMI(67) <= 4 ? 1 : 0;
       rec->error = -6;
+    } else if (symmetric_matched &&
+               !storage_alloc(&ddist_mps, 4 * std::max<std::int64_t>(COMI(61), 16),
+                              ST_MC64_I, status, sums)) {
+      rec->error = -2;
     } else {
-      // The weighted matching itself is not part of this version: the
-      // matched order is the identity and the scalings are 1, and the
-      // symmetric types keep the fill-reducing order of the ordering step.
-      identity_mc64();
+      int failed = 0;
+      const int st = telmira_matching<R>(
+          comi, c.a, c.ia, c.ja, static_cast<int *>(mc64_i), static_cast<R *>(mc64_r),
+          static_cast<int *>(ddist_mps), reinterpret_cast<int *>(handle[MC64PERM]),
+          reinterpret_cast<R *>(handle[MC64UV]), &failed);
+      if (failed) {
+        rec->status = st;
+        rec->error = -6;
+      }
     }
     storage_free(&mc64_i, mark);
     storage_free(&mc64_r, mark);
     sums->analysis = sum_before;
-    if (rec->error != 0) return;
+    if (rec->error != 0) {
+      storage_free(&ddist_mps, mark);
+      return;
+    }
   }
 
   const std::int64_t t = COMI(15) < 1 ? 1 : COMI(15), p = COMI(61), h = COMI(4);
   if (!storage_alloc_slot(handle, STRUC_S0,
                           4 * ((2 * t + 3) * n + p + 7 * n + 24), ST_STRUC_S0,
                           status, sums)) {
+    storage_free(&ddist_mps, mark);
     rec->error = -2;
     return;
   }
@@ -311,6 +331,7 @@ void analysis(std::intptr_t *handle, int *iparam, const call_args &c,
                           sums) ||
       !storage_alloc_slot(handle, STRUC_S1, 4 * (h + 17 + 2 * n), ST_STRUC_S1,
                           status, sums)) {
+    storage_free(&ddist_mps, mark);
     rec->error = -2;
     return;
   }
@@ -326,6 +347,15 @@ void analysis(std::intptr_t *handle, int *iparam, const call_args &c,
   COMX(CX_S0_XSUP) = static_cast<int>(4 * n + p + 1);
   COMX(CX_S0_XLNZ) = static_cast<int>(5 * n + p + 2);
   COMX(CX_S0_XUNZ) = static_cast<int>(6 * n + p + 3);
+  if (ddist_mps != nullptr) {
+    // The symmetric order comes with its parts: the ranges of the list,
+    // then the top region; the pairs behind them stay empty.
+    int *parts = sub(reinterpret_cast<void *>(handle[STRUC_S0]), comx, CX_S0_PARTS);
+    const int *list = static_cast<const int *>(ddist_mps);
+    const std::int64_t used = 2 * (static_cast<std::int64_t>(COMI(60)) + 1);
+    for (std::int64_t k = 0; k < p; ++k) parts[k] = k < used ? list[k] : 0;
+    storage_free(&ddist_mps, mark);
+  }
 
   // Stage 1: the order.
   run_stage<R>(handle, 1, &phase, iparam, c, rec, nullptr, nullptr);
@@ -656,6 +686,18 @@ void numeric(std::intptr_t *handle, int *iparam, const call_args &c,
   }
   COMX(COMX_CGS) = mark;
   storage_free_slot(handle, CGS_ARR, mark);
+  // A solve vouches for its result: a solution with a NaN or an infinite
+  // value is no success. One pass over the n nb values of the solution.
+  if (rec->error == 0 && phase % 10 == 3) {
+    const void *solution = CTRL(6) == 1 ? c.b : c.x;
+    const std::int64_t count =
+        static_cast<std::int64_t>(*c.nb) * COMI(1) * words_per_value(COMI(12));
+    if (!all_finite(static_cast<const R *>(solution), count)) {
+      rec->status = ST_NONFINITE_SOLUTION;
+      CTRL(30) = ST_NONFINITE_SOLUTION;
+      rec->error = -4;
+    }
+  }
 }
 
 // Start of a call and the phases. Sets rec->error and rec->status.

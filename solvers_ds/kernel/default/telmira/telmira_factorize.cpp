@@ -89,6 +89,24 @@ double largest_off_diagonal(int n, const int *ia, const R *a, int words) {
   return amax;
 }
 
+template <class T> inline bool finite_value(const T &v) { return std::isfinite(v); }
+template <class R> inline bool finite_value(const std::complex<R> &v) {
+  return std::isfinite(v.real()) && std::isfinite(v.imag());
+}
+
+// The first column of the factor whose diagonal entry (the pivot, or the
+// diagonal of the block pivot) is NaN or infinite; 0 when all are finite.
+// One look at each column: the cost is that of reading n values.
+template <class T>
+int nonfinite_pivot(int nsuper, const int *xsup, const int *xlnz, const T *lnz) {
+  for (int J = 1; J <= nsuper; ++J) {
+    const int f = xsup[J - 1], l = xsup[J] - 1;
+    for (int c = f; c <= l; ++c)
+      if (!finite_value(lnz[std::abs(xlnz[c - 1]) + (c - f) - 1])) return c;
+  }
+  return 0;
+}
+
 }  // namespace
 
 double pivot_perturbation(int k, int mtype, int n, const int *ia,
@@ -309,6 +327,19 @@ void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
   else
     telmira_factor_unsym<R>(a, ia, ja, fi, comx, factors, work, up_uplen, scaling, comi,
                             ooc_l);
+  // A factor whose pivots are not all finite numbers (NaN or infinite
+  // values in A, or an overflow) solves nothing: the factorization fails.
+  if (COMI(50) == 0 && (ooc_l == nullptr || OOCL(11) == 0) && factors != nullptr) {
+    const int *xsup = sub(fi, comx, CX_XSUP), *xlnz = sub(fi, comx, CX_XLNZ);
+    const int col =
+        words_per_value(COMI(12)) == 2
+            ? nonfinite_pivot(COMI(31), xsup, xlnz, static_cast<const std::complex<R> *>(factors))
+            : nonfinite_pivot(COMI(31), xsup, xlnz, static_cast<const R *>(factors));
+    if (col != 0) {
+      COMI(48) = -1;
+      COMI(50) = ST_NONFINITE_PIVOT;
+    }
+  }
   telmira_clock(&t1);
   if (COMI(50) == 0) comr[5] = t1 - t0;
 }

@@ -35,6 +35,8 @@ int telmira_row(int number) {
     case 402: return 810;
     case 440: return 843;
     case 441: return 844;
+    case 460: return 1002;
+    case 461: return 1003;
     default: break;
   }
   if (number >= 105 && number <= 114) return number + 809;

@@ -97,7 +97,11 @@ void telmira_report(int *error, const int *status, const int *comi,
         say(437);
         say(438);
       }
-      if (st == -3 || CTRL(20) < 0)
+      if (st == tlm::ST_NONFINITE_PIVOT)
+        say(460);
+      else if (st == tlm::ST_NONFINITE_SOLUTION)
+        say(461);
+      else if (st == -3 || CTRL(20) < 0)
         say(441, 1, CTRL(20));
       else if (st == -2)
         say(443);

@@ -78,6 +78,10 @@ constexpr int ST_UP_UPLEN = -1000;
 constexpr int ST_FACT_LU = -1100;
 constexpr int ST_WORK_R0 = -1200;
 constexpr int ST_CGS_ARR = -1300;
+// Statuses of error -4 for values that are not finite numbers: a pivot of
+// the factor, or the solution of a solve.
+constexpr int ST_NONFINITE_PIVOT = -120;
+constexpr int ST_NONFINITE_SOLUTION = -121;
 
 // Positions in comx that the storage plan itself uses.
 constexpr int COMX_FACTORS = 41;  // factor block in use

@@ -9,6 +9,8 @@
 #include <cmath>
 #include <complex>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 namespace tlm {
 
@@ -46,6 +48,22 @@ inline bool is_real_type(int mtype) {
   int a = mtype < 0 ? -mtype : mtype;
   if (a > 10) a -= 10;
   return a <= 2;
+}
+
+// Whether count values are all finite numbers: a value is NaN or infinite
+// exactly when all bits of its exponent are set. Integer operations only,
+// without branches, so that the loop vectorizes.
+template <class R> inline bool all_finite(const R *v, std::int64_t count) {
+  typedef typename std::conditional<sizeof(R) == 8, std::uint64_t, std::uint32_t>::type U;
+  const U exponent = sizeof(R) == 8 ? static_cast<U>(0x7FF0000000000000ull)
+                                    : static_cast<U>(0x7F800000u);
+  U bad = 0;
+  for (std::int64_t k = 0; k < count; ++k) {
+    U bits;
+    std::memcpy(&bits, v + k, sizeof(U));
+    bad |= static_cast<U>((bits & exponent) == exponent);
+  }
+  return bad == 0;
 }
 
 }  // namespace tlm

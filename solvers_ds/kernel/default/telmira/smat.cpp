@@ -1,0 +1,682 @@
+// smat.cpp - the compressed-row matrix of the preprocessing toolkit.
+
+#include "smat.h"
+
+#include <cmath>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+#include "service/vek_serv_memory.h"
+#include "service/vek_serv_message.h"
+#include "telmira_storage.h"
+#include "toolkit_assert.h"
+
+namespace tlm {
+
+namespace {
+
+// End of a run in the merge and squeeze sweeps.
+constexpr pint run_end = 0x7FFFFFFF;
+
+// Row starts: zero-filled, 128-byte aligned.
+pint *ia_alloc(std::uint32_t count) {
+  if (count == 0) return nullptr;
+  void *p = vek_serv_calloc(static_cast<int>(count), sizeof(pint), ALIGNMENT);
+  if (p == nullptr) {
+    // mem_alloc reports the request and ends the process if it fails too.
+    p = mem_alloc(static_cast<std::size_t>(count) * sizeof(pint), "smat->ia");
+    std::memset(p, 0, static_cast<std::size_t>(count) * sizeof(pint));
+  }
+  return static_cast<pint *>(p);
+}
+
+pint *pint_alloc(std::uint32_t count, const char *name) {
+  return static_cast<pint *>(
+      mem_alloc(static_cast<std::size_t>(count) * sizeof(pint), name));
+}
+
+template <class V> V *value_alloc(std::uint32_t count, const char *name) {
+  return static_cast<V *>(
+      mem_alloc(static_cast<std::size_t>(count) * sizeof(V), name));
+}
+
+template <class V> V *value_realloc(V *a, std::uint32_t count, const char *name) {
+  return static_cast<V *>(
+      mem_realloc(a, static_cast<std::size_t>(count) * sizeof(V), name));
+}
+
+pint *pint_realloc(pint *p, std::uint32_t count, const char *name) {
+  return static_cast<pint *>(
+      mem_realloc(p, static_cast<std::size_t>(count) * sizeof(pint), name));
+}
+
+// A record with no arrays.
+template <class V>
+smat<V> *new_record(std::uint32_t m, std::uint32_t n, std::uint32_t nnz,
+                    std::uint32_t sym) {
+  smat<V> *A = static_cast<smat<V> *>(mem_alloc(sizeof(smat<V>), "smat"));
+  A->m = m;
+  A->n = n;
+  A->nnz = nnz;
+  A->sym = sym;
+  A->ia = nullptr;
+  A->ja = nullptr;
+  A->a = nullptr;
+  return A;
+}
+
+// Insertion sort of positions first..last-1 by column, values carried when
+// a is given.
+template <class V> void sort_run(pint *ja, V *a, pint first, pint last) {
+  for (pint k = first + 1; k < last; ++k) {
+    const pint c = ja[k];
+    const V v = a ? a[k] : V(0);
+    pint j = k - 1;
+    while (j >= first && ja[j] > c) {
+      ja[j + 1] = ja[j];
+      if (a) a[j + 1] = a[j];
+      --j;
+    }
+    ja[j + 1] = c;
+    if (a) a[j + 1] = v;
+  }
+}
+
+// Row starts of the expansion of a symmetric matrix into new_ia (m+1): each
+// row keeps its entries and gains one for every entry after the first of a
+// row above it. Returns the new entry count.
+template <class V> pint expand_count(const smat<V> *A, pint *new_ia) {
+  const std::uint32_t m = A->m;
+  new_ia[0] = 0;
+  for (std::uint32_t i = 0; i < m; ++i) new_ia[i + 1] = A->ia[i + 1] - A->ia[i];
+  for (std::uint32_t i = 0; i < m; ++i)
+    for (pint k = A->ia[i] + 1; k < A->ia[i + 1]; ++k) ++new_ia[A->ja[k] + 1];
+  for (std::uint32_t i = 0; i < m; ++i) new_ia[i + 1] += new_ia[i];
+  return new_ia[m];
+}
+
+// Both triangles of a symmetric matrix. The old rows (old_ia, src_ja,
+// src_a) are read and the new ones written to dst_ia, dst_ja, dst_a; the
+// destination may be the source itself, with ja and a enlarged to the new
+// size, since the rows move to the back of their new place from the last row
+// down. new_ia comes from expand_count and is used up as the fill cursor.
+// map (may be null) receives the source position of each new entry.
+template <class V>
+void expand_rows(std::uint32_t m, const pint *old_ia, const pint *src_ja,
+                 const V *src_a, pint *new_ia, pint *dst_ia, pint *dst_ja,
+                 V *dst_a, pint *map) {
+  if (m == 0) {
+    dst_ia[0] = 0;
+    return;
+  }
+  pint *start = pint_alloc(m, "smat_expand: start");
+  for (std::uint32_t r = m; r-- > 0;) {
+    const pint first = old_ia[r];
+    const pint len = old_ia[r + 1] - first;
+    const pint base = new_ia[r + 1] - len;
+    for (pint k = len - 1; k >= 0; --k) {
+      dst_ja[base + k] = src_ja[first + k];
+      if (dst_a) dst_a[base + k] = src_a[first + k];
+      if (map) map[base + k] = first + k;
+    }
+    start[r] = base;
+  }
+  for (std::uint32_t i = 0; i <= m; ++i) dst_ia[i] = new_ia[i];
+  // The mirrored entries of a row arrive in ascending source-row order in
+  // front of the row's own segment.
+  for (std::uint32_t i = 0; i < m; ++i) {
+    for (pint k = start[i] + 1; k < dst_ia[i + 1]; ++k) {
+      const pint c = dst_ja[k];
+      const pint q = new_ia[c]++;
+      dst_ja[q] = static_cast<pint>(i);
+      if (dst_a) dst_a[q] = dst_a[k];
+      if (map) map[q] = map[k];
+    }
+  }
+  vek_serv_free(start);
+}
+
+// The expansion of a symmetric A into a new matrix, new_ia from
+// expand_count.
+template <class V>
+smat<V> *expand_new(const smat<V> *A, int with_values, pint *map,
+                    pint *new_ia) {
+  const pint total = new_ia[A->m];
+  smat<V> *dst = new_record<V>(A->m, A->n, static_cast<std::uint32_t>(total), 0);
+  dst->ia = ia_alloc(A->m + 1);
+  dst->ja = pint_alloc(dst->nnz, "smat->ja");
+  if (with_values && A->a) dst->a = value_alloc<V>(dst->nnz, "smat->a");
+  expand_rows(A->m, A->ia, A->ja, dst->a ? A->a : nullptr, new_ia, dst->ia,
+              dst->ja, dst->a, map);
+  return dst;
+}
+
+// Cuts an output of smat_split down to what it holds.
+template <class V> void shrink(smat<V> *B) {
+  B->nnz = static_cast<std::uint32_t>(B->ia[B->m]);
+  B->ja = pint_realloc(B->ja, B->nnz, "smat_split: ja");
+  if (B->a) B->a = value_realloc(B->a, B->nnz, "smat_split: a");
+}
+
+// One block row of smat_split: rows r0..r1-1 of A divided at column k into
+// L and R (columns of R reduced by k).
+template <class V>
+void split_rows(const smat<V> *A, pint k, pint r0, pint r1, smat<V> *L,
+                smat<V> *R) {
+  pint nl = 0, nr = 0;
+  for (pint i = r0; i < r1; ++i) {
+    L->ia[i - r0] = nl;
+    R->ia[i - r0] = nr;
+    for (pint p = A->ia[i]; p < A->ia[i + 1]; ++p) {
+      const pint c = A->ja[p];
+      if (c < k) {
+        L->ja[nl] = c;
+        if (A->a) L->a[nl] = A->a[p];
+        ++nl;
+      } else {
+        R->ja[nr] = c - k;
+        if (A->a) R->a[nr] = A->a[p];
+        ++nr;
+      }
+    }
+  }
+  L->ia[r1 - r0] = nl;
+  R->ia[r1 - r0] = nr;
+  shrink(L);
+  shrink(R);
+}
+
+template <class V>
+smat<V> *split_block(std::uint32_t m, std::uint32_t n, const smat<V> *A) {
+  smat<V> *B = new_record<V>(m, n, A->nnz, 0);
+  B->ia = ia_alloc(m + 1);
+  B->ja = pint_alloc(A->nnz, "smat_split: ja");
+  if (A->a) B->a = value_alloc<V>(A->nnz, "smat_split: a");
+  return B;
+}
+
+}  // namespace
+
+// --- Creation ---------------------------------------------------------------
+
+template <class V>
+smat<V> *smat_new_pattern(std::uint32_t m, std::uint32_t n, std::uint32_t nnz,
+                          std::uint32_t sym) {
+  smat<V> *A = new_record<V>(m, n, nnz, sym);
+  A->ia = ia_alloc(m + 1);
+  A->ja = pint_alloc(nnz, "smat->ja");
+  return A;
+}
+
+template <class V>
+smat<V> *smat_new_header(std::uint32_t m, std::uint32_t n, std::uint32_t sym) {
+  smat<V> *A = new_record<V>(m, n, 0, sym);
+  A->ia = ia_alloc(m + 1);
+  return A;
+}
+
+template <class V> smat<V> *smat_clone_pattern(const smat<V> *src) {
+  smat<V> *A = smat_new_pattern<V>(src->m, src->n, src->nnz, src->sym);
+  std::memcpy(A->ia, src->ia, (src->m + 1) * sizeof(pint));
+  if (src->nnz > 0) std::memcpy(A->ja, src->ja, src->nnz * sizeof(pint));
+  return A;
+}
+
+template <class V> smat<V> *smat_clone(const smat<V> *src) {
+  smat<V> *A = smat_clone_pattern(src);
+  if (src->a && src->nnz > 0) {
+    A->a = value_alloc<V>(src->nnz, "smat->a");
+    std::memcpy(A->a, src->a, src->nnz * sizeof(V));
+  }
+  return A;
+}
+
+template <class V>
+smat<V> *smat_wrap(std::uint32_t m, std::uint32_t n, pint *ia, pint *ja, V *a,
+                   std::uint32_t sym, int base_index) {
+  TLM_ASSERT(base_index == 0 || base_index == 1, "smat");
+  smat<V> *mat = new_record<V>(m, n, 0, sym);
+  mat->ia = ia;
+  mat->ja = ja;
+  mat->a = a;
+  if (base_index == 0) {
+    mat->nnz = static_cast<std::uint32_t>(ia[m]);
+  } else {
+    TLM_ASSERT(mat->ia[0] == 1, "smat");
+    mat->nnz = static_cast<std::uint32_t>(ia[m] - 1);
+    for (std::uint32_t i = 0; i <= m; ++i) --ia[i];
+    for (std::uint32_t k = 0; k < mat->nnz; ++k) --ja[k];
+  }
+  TLM_ASSERT((pint) mat->nnz == mat->ia[mat->m], "smat");
+  return mat;
+}
+
+template <class V> void smat_free(smat<V> *A) {
+  if (A == nullptr) {
+    vek_serv_print_message(0, 778, 0);
+    return;
+  }
+  vek_serv_free(A->ia);
+  vek_serv_free(A->ja);
+  vek_serv_free(A->a);
+  vek_serv_free(A);
+}
+
+// --- Transformations --------------------------------------------------------
+
+template <class V> smat<V> *smat_transpose(const smat<V> *A) {
+  TLM_ASSERT(A != NULL, "smat");
+  if (A->sym) return smat_clone(A);
+  smat<V> *T = smat_new_pattern<V>(A->n, A->m, A->nnz, A->sym);
+  if (A->a) T->a = value_alloc<V>(A->nnz, "smat->a");
+  for (pint k = 0; k < A->ia[A->m]; ++k) ++T->ia[A->ja[k] + 1];
+  for (std::uint32_t c = 0; c < A->n; ++c) T->ia[c + 1] += T->ia[c];
+  pint *next = pint_alloc(A->n + 1, "smat_transpose: next");
+  std::memcpy(next, T->ia, (A->n + 1) * sizeof(pint));
+  for (std::uint32_t i = 0; i < A->m; ++i) {
+    for (pint k = A->ia[i]; k < A->ia[i + 1]; ++k) {
+      const pint q = next[A->ja[k]]++;
+      T->ja[q] = static_cast<pint>(i);
+      if (T->a) T->a[q] = A->a[k];
+    }
+  }
+  vek_serv_free(next);
+  return T;
+}
+
+template <class V> void smat_transpose_inplace(smat<V> *A) {
+  smat<V> *T = smat_transpose(A);
+  vek_serv_free(A->ia);
+  vek_serv_free(A->ja);
+  vek_serv_free(A->a);
+  A->m = T->m;
+  A->n = T->n;
+  A->ia = T->ia;
+  A->ja = T->ja;
+  A->a = T->a;
+  vek_serv_free(T);
+}
+
+template <class V>
+smat<V> *smat_expand(const smat<V> *A, int with_values, pint *map) {
+  if (!A->sym) {
+    smat<V> *copy = with_values ? smat_clone(A) : smat_clone_pattern(A);
+    if (map)
+      for (std::uint32_t k = 0; k < A->nnz; ++k) map[k] = static_cast<pint>(k);
+    return copy;
+  }
+  pint *new_ia = pint_alloc(A->m + 1, "smat_expand: new_ia");
+  expand_count(A, new_ia);
+  smat<V> *dst = expand_new(A, with_values, map, new_ia);
+  vek_serv_free(new_ia);
+  return dst;
+}
+
+template <class V>
+void smat_expand_inplace(smat<V> *A, int with_values, pint *map) {
+  if (!A->sym) return;
+  smat<V> *dst = A;
+  const std::uint32_t nnz = 2 * A->nnz - A->m;
+  pint *new_ia = pint_alloc(dst->m + 1, "smat_expand: new_ia");
+  expand_count(dst, new_ia);
+  TLM_ASSERT(new_ia[dst->m] == (pint) nnz, "smat");
+  dst->ja = pint_realloc(dst->ja, nnz, "smat->ja");
+  if (with_values && dst->a) {
+    dst->a = value_realloc(dst->a, nnz, "smat->a");
+  } else {
+    vek_serv_free(dst->a);
+    dst->a = nullptr;
+  }
+  expand_rows(dst->m, dst->ia, dst->ja, dst->a, new_ia, dst->ia, dst->ja,
+              dst->a, map);
+  vek_serv_free(new_ia);
+  dst->nnz = nnz;
+  dst->sym = 0;
+}
+
+template <class V> void smat_make_struct_sym(smat<V> *A) {
+  if (A->sym) {
+    smat_expand_inplace(A, 0, nullptr);
+    return;
+  }
+  const std::uint32_t m = A->m;
+  vek_serv_free(A->a);
+  A->a = nullptr;
+  if (m == 0) return;
+  // New row lengths: the old ones plus one for every off-diagonal entry of
+  // the column.
+  pint *new_ia = pint_alloc(m + 1, "smat_make_struct_sym: new_ia");
+  new_ia[0] = 0;
+  for (std::uint32_t i = 0; i < m; ++i) new_ia[i + 1] = A->ia[i + 1] - A->ia[i];
+  for (std::uint32_t i = 0; i < m; ++i)
+    for (pint k = A->ia[i]; k < A->ia[i + 1]; ++k)
+      if (A->ja[k] != static_cast<pint>(i)) ++new_ia[A->ja[k] + 1];
+  for (std::uint32_t i = 0; i < m; ++i) new_ia[i + 1] += new_ia[i];
+  const pint total = new_ia[m];
+  A->ja = pint_realloc(A->ja, static_cast<std::uint32_t>(total), "smat->ja");
+
+  // The old entries to the tail of each new row, last row first; then each
+  // off-diagonal (i, c) adds i to the head of row c.
+  pint *tail = pint_alloc(m, "smat_make_struct_sym: tail");
+  for (std::uint32_t r = m; r-- > 0;) {
+    const pint first = A->ia[r];
+    const pint len = A->ia[r + 1] - first;
+    const pint base = new_ia[r + 1] - len;
+    for (pint k = len - 1; k >= 0; --k) A->ja[base + k] = A->ja[first + k];
+    tail[r] = base;
+  }
+  pint *cursor = pint_alloc(m, "smat_make_struct_sym: cursor");
+  std::memcpy(cursor, new_ia, m * sizeof(pint));
+  for (std::uint32_t i = 0; i < m; ++i)
+    for (pint k = tail[i]; k < new_ia[i + 1]; ++k)
+      if (A->ja[k] != static_cast<pint>(i))
+        A->ja[cursor[A->ja[k]]++] = static_cast<pint>(i);
+
+  // Sort each row and squeeze out the duplicates.
+  pint out = 0;
+  for (std::uint32_t i = 0; i < m; ++i) {
+    sort_run<V>(A->ja, nullptr, new_ia[i], new_ia[i + 1]);
+    A->ia[i] = out;
+    pint prev = run_end;
+    for (pint k = new_ia[i]; k < new_ia[i + 1]; ++k) {
+      if (A->ja[k] == prev) continue;
+      prev = A->ja[k];
+      A->ja[out++] = prev;
+    }
+  }
+  A->ia[m] = out;
+  A->nnz = static_cast<std::uint32_t>(out);
+  vek_serv_free(new_ia);
+  vek_serv_free(tail);
+  vek_serv_free(cursor);
+}
+
+template <class V>
+void smat_adjacency(const smat<V> *A, pint **xadj, pint **adjncy) {
+  smat<V> *B = smat_clone_pattern(A);
+  smat_make_struct_sym(B);
+  const std::uint32_t m = B->m;
+  if (*xadj == nullptr) *xadj = pint_alloc(m + 1, "xadj");
+  if (*adjncy == nullptr) *adjncy = pint_alloc(B->nnz, "adjncy");
+  pint *x = *xadj, *adj = *adjncy;
+  pint out = 0;
+  for (std::uint32_t i = 0; i < m; ++i) {
+    x[i] = out;
+    for (pint k = B->ia[i]; k < B->ia[i + 1]; ++k)
+      if (B->ja[k] != static_cast<pint>(i)) adj[out++] = B->ja[k];
+  }
+  x[m] = out;
+  smat_free(B);
+}
+
+template <class V>
+smat<V> *smat_permute(const smat<V> *src, const perm *P, int with_values) {
+  TLM_ASSERT_TEXT(src->m == P->n, "smat", "src->m == perm->n");
+  TLM_ASSERT_TEXT(src->n == P->n, "smat", "src->n == perm->n");
+  const std::uint32_t m = src->m;
+  const pint *p = P->p;
+  const bool values = with_values && src->a;
+
+  if (!src->sym) {
+    smat<V> *dst = smat_new_pattern<V>(m, src->n, src->nnz, 0);
+    if (values) dst->a = value_alloc<V>(src->nnz, "smat->a");
+    for (std::uint32_t i = 0; i < m; ++i)
+      dst->ia[p[i] + 1] = src->ia[i + 1] - src->ia[i];
+    for (std::uint32_t i = 0; i < m; ++i) dst->ia[i + 1] += dst->ia[i];
+    TLM_ASSERT(dst->ia[dst->m] == (pint) dst->nnz, "smat");
+    for (std::uint32_t i = 0; i < m; ++i) {
+      pint q = dst->ia[p[i]];
+      for (pint k = src->ia[i]; k < src->ia[i + 1]; ++k, ++q) {
+        dst->ja[q] = p[src->ja[k]];
+        if (values) dst->a[q] = src->a[k];
+      }
+    }
+    for (std::uint32_t i = 0; i < m; ++i)
+      sort_run(dst->ja, dst->a, dst->ia[i], dst->ia[i + 1]);
+    return dst;
+  }
+
+  // Symmetric: both triangles of the pattern, with the way back to the
+  // source values; each new row keeps the entries on or right of the
+  // diagonal.
+  pint *new_ia = pint_alloc(m + 1, "smat_permute: new_ia");
+  const pint total = expand_count(src, new_ia);
+  pint *map = pint_alloc(static_cast<std::uint32_t>(total), "smat_permute: map");
+  smat<V> *E = expand_new(src, 0, map, new_ia);
+  vek_serv_free(new_ia);
+  perm *inv = perm_inverse(nullptr, P);
+
+  pint count = 0;
+  for (std::uint32_t i = 0; i < m; ++i) {
+    const pint old = inv->p[i];
+    for (pint k = E->ia[old]; k < E->ia[old + 1]; ++k)
+      if (p[E->ja[k]] >= static_cast<pint>(i)) ++count;
+  }
+  smat<V> *dst = smat_new_pattern<V>(m, src->n, static_cast<std::uint32_t>(count), 1);
+  if (values) dst->a = value_alloc<V>(dst->nnz, "smat->a");
+  pint out = 0;
+  for (std::uint32_t i = 0; i < m; ++i) {
+    dst->ia[i] = out;
+    const pint old = inv->p[i];
+    for (pint k = E->ia[old]; k < E->ia[old + 1]; ++k) {
+      const pint c = p[E->ja[k]];
+      if (c < static_cast<pint>(i)) continue;
+      dst->ja[out] = c;
+      if (values) dst->a[out] = src->a[map[k]];
+      ++out;
+    }
+    sort_run(dst->ja, dst->a, dst->ia[i], out);
+  }
+  dst->ia[m] = out;
+  perm_free(inv);
+  vek_serv_free(map);
+  smat_free(E);
+  return dst;
+}
+
+template <class V> void smat_sort_row(smat<V> *A, pint row, int with_values) {
+  sort_run(A->ja, with_values ? A->a : nullptr, A->ia[row], A->ia[row + 1]);
+}
+
+template <class V>
+void smat_split(const smat<V> *A, pint k, smat<V> **A11, smat<V> **A12,
+                smat<V> **A21, smat<V> **A22) {
+  const pint m = static_cast<pint>(A->m);
+  const std::uint32_t k1 = static_cast<std::uint32_t>(k);
+  const std::uint32_t k2 = static_cast<std::uint32_t>(m - k);
+  *A11 = split_block(k1, k1, A);
+  *A12 = split_block(k1, k2, A);
+  split_rows(A, k, 0, k, *A11, *A12);
+  if (A21 && A22) {
+    *A21 = split_block(k2, k1, A);
+    *A22 = split_block(k2, k2, A);
+    split_rows(A, k, k, m, *A21, *A22);
+  }
+}
+
+template <class V> smat<V> *smat_log_abs(const smat<V> *A) {
+  smat<V> *E = smat_expand(A, 1, nullptr);
+  if (E->a == nullptr) return E;
+  pint out = 0, row_first = 0;
+  for (std::uint32_t i = 0; i < E->m; ++i) {
+    const pint row_end = E->ia[i + 1];
+    E->ia[i] = out;
+    for (pint k = row_first; k < row_end; ++k) {
+      if (E->a[k] == V(0)) continue;
+      E->ja[out] = E->ja[k];
+      E->a[out] = std::log(std::fabs(E->a[k]));
+      ++out;
+    }
+    row_first = row_end;
+  }
+  E->ia[E->m] = out;
+  E->nnz = static_cast<std::uint32_t>(out);
+  E->ja = pint_realloc(E->ja, E->nnz, "smat->ja");
+  E->a = value_realloc(E->a, E->nnz, "smat->a");
+  return E;
+}
+
+template <class V> void smat_scale(smat<V> *A, const V *r, const V *c) {
+  for (std::uint32_t i = 0; i < A->m; ++i)
+    for (pint k = A->ia[i]; k < A->ia[i + 1]; ++k)
+      A->a[k] = A->a[k] * (c[A->ja[k]] * r[i]);
+}
+
+template <class V> void smat_scale_exp(smat<V> *A, const V *lr, const V *lc) {
+  for (std::uint32_t i = 0; i < A->m; ++i)
+    for (pint k = A->ia[i]; k < A->ia[i + 1]; ++k)
+      A->a[k] = A->a[k] * std::exp(lr[i] + lc[A->ja[k]]);
+}
+
+template <class V> void smat_get_diag(const smat<V> *A, V *d) {
+  for (std::uint32_t i = 0; i < A->m; ++i) {
+    for (pint k = A->ia[i]; k < A->ia[i + 1]; ++k) {
+      if (A->ja[k] == static_cast<pint>(i)) {
+        d[i] = A->a[k];
+        break;
+      }
+    }
+  }
+}
+
+template <class V> void smat_to_base1(smat<V> *A) {
+  smat<V> *mat = A;
+  TLM_ASSERT(mat->ia[0] == 0, "smat");
+  for (std::uint32_t k = 0; k < mat->nnz; ++k) ++mat->ja[k];
+  for (std::uint32_t i = 0; i <= mat->m; ++i) ++mat->ia[i];
+  TLM_ASSERT((pint) mat->nnz == mat->ia[mat->m]-1, "smat");
+}
+
+template <class V>
+void smat_dump(const char *path, int order, const pint *ia, const pint *ja,
+               const V *a) {
+  std::FILE *f = std::fopen(path, "w");
+  if (f == nullptr) return;
+  const int nnz = ia[order] - 1;
+  std::fprintf(f, "%d\n", order);
+  std::fprintf(f, "%d\n", nnz);
+  for (int i = 0; i <= order; ++i) std::fprintf(f, "%d\n", ia[i]);
+  for (int k = 0; k < nnz; ++k) std::fprintf(f, "%d\n", ja[k]);
+  for (int k = 0; k < nnz; ++k)
+    std::fprintf(f, "%24.16e\n", a ? static_cast<double>(a[k]) : 1.0);
+  std::fclose(f);
+}
+
+// --- Column view ------------------------------------------------------------
+
+template <class V> smat_col_index<V> *smat_col_index_new(const smat<V> *A) {
+  TLM_ASSERT(A != NULL, "smat");
+  // Room for every column also when the matrix is not square; the view is
+  // meant for square matrices, which the closing check demands.
+  const std::uint32_t ncols = A->n > A->m ? A->n : A->m;
+  smat_col_index<V> *ci = static_cast<smat_col_index<V> *>(
+      mem_alloc(sizeof(smat_col_index<V>), "smat_col_index"));
+  ci->A = A;
+  ci->col_start = ia_alloc(ncols + 1);
+  ci->row = pint_alloc(A->nnz, "smat_col_index: row");
+  ci->pos = pint_alloc(A->nnz, "smat_col_index: pos");
+  for (std::uint32_t k = 0; k < A->nnz; ++k) ++ci->col_start[A->ja[k] + 1];
+  for (std::uint32_t c = 0; c < ncols; ++c) ci->col_start[c + 1] += ci->col_start[c];
+  // col_start[c] is the cursor of column c; afterwards it holds the start of
+  // column c+1, and the array moves back by one place.
+  for (std::uint32_t i = 0; i < A->m; ++i) {
+    for (pint k = A->ia[i]; k < A->ia[i + 1]; ++k) {
+      const pint q = ci->col_start[A->ja[k]]++;
+      ci->row[q] = static_cast<pint>(i);
+      ci->pos[q] = k;
+    }
+  }
+  for (std::uint32_t c = ncols; c > 0; --c) ci->col_start[c] = ci->col_start[c - 1];
+  ci->col_start[0] = 0;
+  TLM_ASSERT(A->nnz == (unsigned) ci->col_start[A->m], "smat");
+  return ci;
+}
+
+template <class V> void smat_col_index_free(smat_col_index<V> *ci) {
+  if (ci == nullptr) return;
+  vek_serv_free(ci->col_start);
+  vek_serv_free(ci->row);
+  vek_serv_free(ci->pos);
+  vek_serv_free(ci);
+}
+
+// --- Validity tests ---------------------------------------------------------
+
+template <class V> int smat_check_ia(const smat<V> *A) {
+  if (A->ia[0] != 0) return 0;
+  for (std::uint32_t i = 1; i < A->m; ++i)
+    if (A->ia[i] <= A->ia[i - 1]) return 0;
+  return A->ia[A->m] == static_cast<pint>(A->nnz) ? 1 : 0;
+}
+
+template <class V> int smat_check_upper(const smat<V> *A) {
+  if (!A->sym) return 1;
+  for (std::uint32_t i = 0; i < A->m; ++i)
+    for (pint k = A->ia[i]; k < A->ia[i + 1]; ++k)
+      if (A->ja[k] < static_cast<pint>(i)) return 0;
+  return 1;
+}
+
+template <class V> int smat_check(const smat<V> *A) {
+  if (!smat_check_ia(A)) return 0;
+  const pint n = static_cast<pint>(A->n);
+  // Columns rise within a row; the bound n is tested on each column that
+  // has a successor in its row (the last one is left to the other tests).
+  for (std::uint32_t i = 0; i < A->m; ++i) {
+    for (pint k = A->ia[i]; k + 1 < A->ia[i + 1]; ++k) {
+      if (A->ja[k] >= A->ja[k + 1]) return 0;
+      if (A->ja[k] >= n) return 0;
+    }
+  }
+  if (!smat_check_upper(A)) return 0;
+  for (std::uint32_t i = 0; i < A->m; ++i) {
+    bool diagonal = false;
+    for (pint k = A->ia[i]; k < A->ia[i + 1] && !diagonal; ++k)
+      diagonal = A->ja[k] == static_cast<pint>(i);
+    if (!diagonal) return 0;
+  }
+  return 1;
+}
+
+// --- Instantiations ---------------------------------------------------------
+
+#define TLM_SMAT_INSTANTIATE(V)                                                \
+  template smat<V> *smat_new_pattern<V>(std::uint32_t, std::uint32_t,          \
+                                        std::uint32_t, std::uint32_t);         \
+  template smat<V> *smat_new_header<V>(std::uint32_t, std::uint32_t,           \
+                                       std::uint32_t);                         \
+  template smat<V> *smat_clone<V>(const smat<V> *);                            \
+  template smat<V> *smat_clone_pattern<V>(const smat<V> *);                    \
+  template smat<V> *smat_wrap<V>(std::uint32_t, std::uint32_t, pint *, pint *, \
+                                 V *, std::uint32_t, int);                     \
+  template void smat_free<V>(smat<V> *);                                       \
+  template smat<V> *smat_transpose<V>(const smat<V> *);                        \
+  template void smat_transpose_inplace<V>(smat<V> *);                          \
+  template smat<V> *smat_expand<V>(const smat<V> *, int, pint *);              \
+  template void smat_expand_inplace<V>(smat<V> *, int, pint *);                \
+  template void smat_make_struct_sym<V>(smat<V> *);                            \
+  template void smat_adjacency<V>(const smat<V> *, pint **, pint **);          \
+  template smat<V> *smat_permute<V>(const smat<V> *, const perm *, int);       \
+  template void smat_sort_row<V>(smat<V> *, pint, int);                        \
+  template void smat_split<V>(const smat<V> *, pint, smat<V> **, smat<V> **,   \
+                              smat<V> **, smat<V> **);                         \
+  template smat<V> *smat_log_abs<V>(const smat<V> *);                          \
+  template void smat_scale<V>(smat<V> *, const V *, const V *);                \
+  template void smat_scale_exp<V>(smat<V> *, const V *, const V *);            \
+  template void smat_get_diag<V>(const smat<V> *, V *);                        \
+  template void smat_to_base1<V>(smat<V> *);                                   \
+  template void smat_dump<V>(const char *, int, const pint *, const pint *,    \
+                             const V *);                                       \
+  template smat_col_index<V> *smat_col_index_new<V>(const smat<V> *);          \
+  template void smat_col_index_free<V>(smat_col_index<V> *);                   \
+  template int smat_check<V>(const smat<V> *);                                 \
+  template int smat_check_upper<V>(const smat<V> *);                           \
+  template int smat_check_ia<V>(const smat<V> *);
+
+TLM_SMAT_INSTANTIATE(double)
+TLM_SMAT_INSTANTIATE(float)
+
+#undef TLM_SMAT_INSTANTIATE
+
+}  // namespace tlm

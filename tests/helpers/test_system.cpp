@@ -1,0 +1,62 @@
+// test_system.cpp - one solver handle around a matrix for the tests.
+#include "test_system.h"
+
+namespace vektest {
+
+system::system(const vekio::sparse &full, int type, int nrhs, bool single_precision)
+    : mtype(type), nb(nrhs), single(single_precision) {
+  A = vekio::storage_for_type(full, type);
+  n = A.n;
+  perm.assign(n, 0);
+  iparam[27] = single ? 1 : 0;
+  if (single) af.assign(A.a.begin(), A.a.end());
+  set_rhs(nrhs);
+}
+
+void system::set_rhs(int nrhs) {
+  nb = nrhs;
+  const std::size_t words = A.cplx ? 2 : 1, side = words * static_cast<std::size_t>(n);
+  xref.assign(side * nb, 0.0);
+  b.assign(xref.size(), 0.0);
+  x.assign(xref.size(), 0.0);
+  for (std::size_t q = 0; q < xref.size(); ++q)
+    xref[q] = 1.0 + 0.001 * static_cast<double>(q % side) + static_cast<double>(q / side);
+  for (int k = 0; k < nb; ++k) vekio::multiply(A, mtype, &xref[k * side], &b[k * side]);
+}
+
+int system::call(int ido) {
+  if (!single) {
+    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, A.a.data(), A.ia.data(),
+            A.ja.data(), perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
+    return error;
+  }
+  bf.assign(b.begin(), b.end());
+  xf.assign(x.begin(), x.end());
+  telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, af.data(), A.ia.data(),
+          A.ja.data(), perm.data(), &nb, iparam, &msglvl, bf.data(), xf.data(), &error);
+  x.assign(xf.begin(), xf.end());
+  return error;
+}
+
+void system::release() {
+  const int keep = msglvl;
+  msglvl = 0;
+  call(-1);
+  msglvl = keep;
+}
+
+vekio::sparse complexify(const vekio::sparse &m, double im, std::complex<double> shift) {
+  vekio::sparse c = m;
+  c.cplx = true;
+  c.a.assign(2 * static_cast<std::size_t>(m.nnz()), 0.0);
+  for (int i = 1; i <= m.n; ++i)
+    for (int k = m.ia[i - 1]; k < m.ia[i]; ++k) {
+      std::complex<double> v(m.a[k - 1], m.ja[k - 1] == i ? 0.0 : im * m.a[k - 1]);
+      if (m.ja[k - 1] == i) v += shift;
+      c.a[2 * (k - 1)] = v.real();
+      c.a[2 * (k - 1) + 1] = v.imag();
+    }
+  return c;
+}
+
+}  // namespace vektest

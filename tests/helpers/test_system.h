@@ -1,0 +1,49 @@
+// test_system.h - one solver handle around a matrix, for the tests that
+// go through the public entry: the storage of the type, right-hand sides
+// with a known solution, the calls, and the relative residual.
+#ifndef VEK_TEST_SYSTEM_H
+#define VEK_TEST_SYSTEM_H
+
+#include <complex>
+#include <cstdint>
+#include <vector>
+
+#include "telmira.h"
+#include "telmira_storage.h"
+#include "vekio.h"
+
+namespace vektest {
+
+// A handle and its control array around a matrix in the storage of its
+// type; right-hand sides b = A * xref, xref = (1, 1.001, ...) shifted by
+// one per side. With `single` set the handle runs in single precision
+// (iparam(28) = 1) on float copies of the values; x is then read back into
+// the double vector after each call.
+struct system {
+  intptr_t handle[64] = {0};
+  int iparam[64] = {0};
+  int max_fac_store = 1, matrix_number = 1, mtype = 2, n = 0, nb = 1, msglvl = 0, error = 0;
+  bool single = false;
+  vekio::sparse A;
+  std::vector<int> perm;
+  std::vector<double> b, x, xref;
+  std::vector<float> af, bf, xf;
+
+  system(const vekio::sparse &full, int type = 2, int nrhs = 1, bool single_precision = false);
+  ~system() { release(); }
+  void set_rhs(int nrhs);
+  int call(int ido);
+  void release();
+  double residual(const std::vector<double> &sol) const {
+    return vekio::relative_residual(A, mtype, sol.data(), b.data(), nb);
+  }
+  const int *comi() const { return tlm::state_of(handle).comi; }
+};
+
+// A real matrix made complex: imaginary parts im times the real part off
+// the diagonal, and the diagonal shifted by `shift`.
+vekio::sparse complexify(const vekio::sparse &m, double im, std::complex<double> shift);
+
+}  // namespace vektest
+
+#endif

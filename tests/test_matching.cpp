@@ -1,0 +1,255 @@
+// Hard matrices through the public entry: the weighted matching and
+// scaling for the unsymmetric types, the symmetric matching for the
+// indefinite ones, structurally singular matrices, and values that are not
+// finite numbers.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "service/vek_serv_threads.h"
+#include "telmira_storage.h"
+#include "test_matrices.h"
+#include "test_system.h"
+#include "vekio.h"
+
+namespace {
+
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
+using vektest::system;
+
+struct backward_case {
+  const char *name;
+  int mtype;
+  bool single;
+};
+
+std::string case_name(const testing::TestParamInfo<backward_case> &info) {
+  std::string s = info.param.name;
+  s += "_type" + std::to_string(info.param.mtype < 0 ? -info.param.mtype : info.param.mtype);
+  if (info.param.mtype < 0) s += "neg";
+  if (info.param.single) s += "_single";
+  return s;
+}
+
+class BackwardError : public testing::TestWithParam<backward_case> {};
+
+// Default control values (iparam(1) = 0) and ido 13: the backward error
+// ||b - A x|| / (||A|| ||x|| + ||b||) reaches the rounding level of the
+// precision. The indefinite symmetric types ask for the matching and two
+// refinement steps.
+TEST_P(BackwardError, ReachesTheRoundingLevel) {
+  const backward_case c = GetParam();
+  vekio::sparse m;
+  ASSERT_TRUE(vektest::load(c.name, m));
+  system s(m, c.mtype, 1, c.single);
+  if (c.mtype == -2 || c.mtype == -4 || c.mtype == 6) {
+    s.iparam[0] = 1;
+    s.iparam[1] = 2;
+    s.iparam[9] = 8;
+    s.iparam[7] = 2;   // iparam(8): two refinement steps
+    s.iparam[12] = 1;  // iparam(13): matching
+    s.iparam[20] = 1;
+  }
+  ASSERT_EQ(0, s.call(13));
+  EXPECT_LE(s.residual(s.x), c.single ? 1e-5 : 1e-14);
+}
+
+const backward_case backward_cases[] = {
+    // real unsymmetric, and the symmetric ones given in full, as type 11
+    {"west0067", 11, false}, {"west0479", 11, false}, {"west0497", 11, false},
+    {"rajat19", 11, false}, {"adder_dcop_05", 11, false}, {"nnc1374", 11, false},
+    {"bp_1200", 11, false}, {"watt_2", 11, false}, {"olm1000", 11, false},
+    {"impcol_a", 11, false}, {"pts5ldd03", 11, false}, {"cage5", 11, false},
+    {"bfwa62", 11, false}, {"fs_183_1", 11, false}, {"gent113", 11, false},
+    {"bcsstk01", 11, false}, {"494_bus", 11, false}, {"bcsstk13", 11, false},
+    {"GD97_b", 11, false}, {"hangGlider_2", 11, false}, {"reorientation_1", 11, false},
+    {"tumorAntiAngiogenesis_2", 11, false}, {"zenios", 11, false},
+    // complex unsymmetric
+    {"young1c", 13, false}, {"w156", 13, false}, {"qc324", 13, false},
+    // single precision
+    {"west0479", 11, true}, {"west0497", 11, true}, {"bp_1200", 11, true},
+    {"impcol_a", 11, true}, {"rajat19", 11, true}, {"young1c", 13, true},
+    // symmetric indefinite with the symmetric matching
+    {"hangGlider_2", -2, false}, {"GD97_b", -2, false}, {"reorientation_1", -2, false},
+    {"tumorAntiAngiogenesis_2", -2, false}, {"zenios", -2, false},
+    {"w156", 6, false}, {"young1c", 6, false},
+};
+
+INSTANTIATE_TEST_SUITE_P(SharedMatrices, BackwardError, testing::ValuesIn(backward_cases),
+                         case_name);
+
+// The control values of an indefinite symmetric type with the matching
+// and the scaling on.
+void matched_indefinite(system &s, int scaling) {
+  s.iparam[0] = 1;
+  s.iparam[1] = 2;
+  s.iparam[9] = 8;
+  s.iparam[7] = 2;
+  s.iparam[10] = scaling;
+  s.iparam[12] = 1;
+  s.iparam[20] = 1;
+}
+
+TEST(SymmetricMatching, ShiftedLaplacianWithAndWithoutScalingOnTwoThreads) {
+  // A 3D Laplacian shifted into the middle of its spectrum, with a zero
+  // diagonal in every seventh row: many 2x2 pivots.
+  vekio::sparse m = vekio::lap3d(12);
+  for (int i = 1; i <= m.n; ++i)
+    for (int k = m.ia[i - 1]; k < m.ia[i]; ++k)
+      if (m.ja[k - 1] == i) m.a[k - 1] = i % 7 == 0 ? 0.0 : m.a[k - 1] - 5.3;
+  for (int t : {1, 2}) {
+    vek_serv_set_dynamic(0);
+    vek_serv_set_num_threads(t);
+    for (int scaling : {0, 1}) {
+      SCOPED_TRACE("threads " + std::to_string(t) + " scaling " + std::to_string(scaling));
+      system s(m, -2);
+      matched_indefinite(s, scaling);
+      ASSERT_EQ(0, s.call(13));
+      EXPECT_LE(s.residual(s.x), 1e-14);
+      EXPECT_EQ(m.n, s.iparam[21] + s.iparam[22]);  // inertia of a regular matrix
+    }
+  }
+}
+
+TEST(SymmetricMatching, PairsOfTheMatchingStayAdjacentInTheOrder) {
+  // Every diagonal entry zero: the matching pairs each index with a
+  // neighbour, so that the pivot order consists of 2x2 pairs that must
+  // stand side by side. The order is handed out through iparam(5) = -1.
+  vekio::sparse m = vekio::lap2d(14);
+  for (int i = 1; i <= m.n; ++i)
+    for (int k = m.ia[i - 1]; k < m.ia[i]; ++k)
+      if (m.ja[k - 1] == i) m.a[k - 1] = 0.0;
+  system s(m, -2);
+  matched_indefinite(s, 1);
+  s.iparam[4] = -1;
+  ASSERT_EQ(0, s.call(11));
+  // The matched order of the handle lists old indices in pivot order; the
+  // final order of the analysis must keep each matched pair together.
+  std::vector<int> pos(m.n + 1, 0);
+  for (int k = 0; k < m.n; ++k) pos[s.perm[k]] = k;
+  const int *match = reinterpret_cast<const int *>(s.handle[tlm::MC64PERM]);
+  int pairs = 0;
+  for (int k = 0; k + 1 < m.n; k += 2) {
+    // The lap2d graph is bipartite and its diagonal is zero: no index can
+    // be a 1x1 pivot, so the matched order is a sequence of pairs.
+    const int a = match[k], b = match[k + 1];
+    EXPECT_EQ(1, std::abs(pos[a] - pos[b])) << "pair " << a << "," << b;
+    ++pairs;
+  }
+  EXPECT_EQ(m.n / 2, pairs);
+  ASSERT_EQ(0, s.call(23));
+  EXPECT_LE(s.residual(s.x), 1e-14);
+}
+
+TEST(Matching, ScaledMatrixHasUnitMatchedEntriesAndNoneLarger) {
+  vekio::sparse m;
+  ASSERT_TRUE(vektest::load("west0479", m));
+  system s(m, 11);
+  ASSERT_EQ(0, s.call(11));
+  const int *mp = reinterpret_cast<const int *>(s.handle[tlm::MC64PERM]);
+  const double *uv = reinterpret_cast<const double *>(s.handle[tlm::MC64UV]);
+  const int n = m.n;
+  double largest = 0.0;
+  int unit = 0;
+  for (int i = 1; i <= n; ++i)
+    for (int k = s.A.ia[i - 1]; k < s.A.ia[i]; ++k) {
+      const int j = s.A.ja[k - 1];
+      const double v = std::fabs(s.A.a[k - 1]) * uv[j - 1] * uv[n + i - 1];
+      largest = std::max(largest, v);
+      if (mp[j - 1] == i) {
+        EXPECT_NEAR(1.0, v, 1e-12);
+        ++unit;
+      }
+    }
+  EXPECT_EQ(n, unit);
+  EXPECT_LE(largest, 1.0 + 1e-12);
+}
+
+TEST(Matching, StructurallySingularMatrixIsErrorSix) {
+  // Two rows that reach only the same column: structural rank n - 1.
+  vekio::sparse m = vekio::convdiff2d(5, 10.0);
+  for (int i : {3, 4})
+    for (int k = m.ia[i - 1]; k < m.ia[i]; ++k)
+      if (m.ja[k - 1] != 3) m.a[k - 1] = 0.0;
+  for (bool single : {false, true}) {
+    system s(m, 11, 1, single);
+    s.msglvl = 1;
+    CaptureStdout();
+    s.call(13);
+    const std::string out = GetCapturedStdout();
+    EXPECT_EQ(-6, s.error);
+    EXPECT_NE(out.find("preordering failed after 24 neqns out of 25"), std::string::npos) << out;
+    EXPECT_NE(out.find("structure singular"), std::string::npos);
+  }
+}
+
+TEST(Matching, RealTypesKnowOnlyTheFirstMode) {
+  vekio::sparse m = vekio::convdiff2d(4, 10.0);
+  for (int mode : {2, 5}) {
+    system s(m, 11);
+    s.iparam[0] = 1;
+    s.iparam[1] = 2;
+    s.iparam[9] = 13;
+    s.iparam[12] = mode;
+    EXPECT_EQ(-6, s.call(11));
+  }
+}
+
+TEST(NonFinite, NaNOrInfinityInTheMatrixIsAnErrorNotANaNSolution) {
+  struct item {
+    vekio::sparse m;
+    int mtype;
+  };
+  const vekio::sparse cd = vekio::convdiff2d(12, 30.0);
+  const vekio::sparse lap = vekio::lap2d(12);
+  for (const item &c : {item{cd, 11}, item{cd, 1}, item{lap, 2}, item{lap, -2},
+                        item{vektest::complexify(cd, 0.3, {0.0, 0.1}), 13}}) {
+    for (double bad : {std::numeric_limits<double>::quiet_NaN(),
+                       std::numeric_limits<double>::infinity()}) {
+      for (int where : {1, 70, 144}) {  // a diagonal entry: the first of row `where`
+        SCOPED_TRACE("type " + std::to_string(c.mtype) + " value " + std::to_string(bad) +
+                     " row " + std::to_string(where));
+        system s(c.m, c.mtype);
+        const int w = s.A.cplx ? 2 : 1;
+        // one entry of row `where`: its diagonal for symmetric storage, its
+        // last entry otherwise
+        const int k = c.mtype == 2 || c.mtype == -2 ? s.A.ia[where - 1] : s.A.ia[where] - 1;
+        s.A.a[static_cast<std::size_t>(w) * (k - 1)] = bad;
+        s.call(13);
+        EXPECT_EQ(-4, s.error);
+        const int st = s.iparam[29];
+        EXPECT_TRUE(st == tlm::ST_NONFINITE_PIVOT || st == tlm::ST_NONFINITE_SOLUTION) << st;
+      }
+    }
+  }
+}
+
+TEST(NonFinite, NaNInTheRightHandSideAndTheDiagonalShortcut) {
+  {
+    system s(vekio::lap2d(8), 2);
+    s.b[17] = std::numeric_limits<double>::quiet_NaN();
+    s.msglvl = 1;
+    CaptureStdout();
+    s.call(13);
+    const std::string out = GetCapturedStdout();
+    EXPECT_EQ(-4, s.error);
+    EXPECT_EQ(tlm::ST_NONFINITE_SOLUTION, s.iparam[29]);
+    EXPECT_NE(out.find("the solution is not a finite number"), std::string::npos) << out;
+  }
+  {
+    system s(vekio::diagonal(60), 11);
+    s.b[5] = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(-4, s.call(13));
+  }
+  {
+    system s(vekio::diagonal(60), 11);
+    s.A.a[9] = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_NE(0, s.call(13));
+  }
+}
+
+}  // namespace
