@@ -224,6 +224,7 @@ constexpr numbered_text used_rows[] = {
     {1001, "*** Error in TELMIRA: no factorization kernel for matrix type %d in this version"},
     {1002, "*** Error in TELMIRA: a pivot of the factorization is not a finite number (NaN or Inf)"},
     {1003, "*** Error in TELMIRA: the solution is not a finite number (NaN or Inf)"},
+    {1004, "*** Error in TELMIRA: the solution does not satisfy the system: its backward error stays above the square root of the rounding unit after refinement"},
     {1079, "VEK INTERNAL ERROR: Not enough work memory in function %s"},
 };
 

@@ -593,6 +593,7 @@ TEST(Refinement, ExtendedResidualRepairsASinglePrecisionFactor) {
     iparam[0] = 1;
     iparam[1] = 2;
     iparam[7] = ctl8;
+    iparam[25] = ctl8 == 0 ? 1 : 0;  // the plain solve without any refinement
     iparam[27] = 1;
     int max_fac_store = 1, matrix_number = 1, mtype = 2, ido = 13, nb = 1, msglvl = 0, error = 0;
     telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
@@ -723,7 +724,10 @@ TEST(SolveLDL, IndefiniteMatricesBothPivotingModes) {
         t.iparam[9] = 8;
         t.iparam[20] = bk;
         t.iparam[25] = 1;
-        ASSERT_EQ(t.call(13), 0);
+        // Without refinement the solution of the singular GD97_b cannot be
+        // vouched for: the call says so, and still leaves its solution.
+        const int e = t.call(13);
+        ASSERT_TRUE(e == 0 || (e == -4 && t.iparam[29] == tlm::ST_INACCURATE_SOLUTION)) << e;
         const std::vector<double> full = t.x;
         for (int sub : {331, 332, 333}) {
           ASSERT_EQ(t.call(sub), 0);

@@ -87,6 +87,11 @@ void metis_nd(int *n, int *xadj, int *adjncy, int *threads, int *perm,
 
 // --- Driver -----------------------------------------------------------------
 
+// Status of the ordering step for a matrix that stores both triangles of a
+// symmetric pattern (types 1 and 3) whose pattern is not symmetric or lacks
+// a diagonal entry; the analysis ends with error -3.
+constexpr int ORDERING_PATTERN_NOT_SYMMETRIC = -31;
+
 // The ordering step of the analysis. Reads comi(9), (12), (13), (14), (15),
 // (17), (19), (21), (60), (67); writes comi(4) (unsymmetric types: entry
 // count of the adjacency), comi(50) (status), comi(60) (parts found).

@@ -55,6 +55,50 @@ int order_by_mmd(int n, int *xadj, int *adjncy, int *comi, int constrained,
   return status;
 }
 
+// Whether a full pattern (one-based) is structurally symmetric with every
+// diagonal entry present, as the types that store both triangles of a
+// symmetric pattern must be: the entries of A^T, counted per row, must be
+// those of A. O(nnz) with n + nnz scratch.
+bool pattern_symmetric(int n, const int *ia, const int *ja) {
+  const long nnz = ia[n] - 1;
+  int *start = iwork_alloc(n + 1L);
+  int *cols = iwork_alloc(nnz);
+  int *mark = iwork_alloc(n);
+  for (int i = 0; i <= n; ++i) start[i] = 0;
+  bool ok = true;
+  for (long k = 0; k < nnz && ok; ++k) {
+    const int j = ja[k];
+    if (j < 1 || j > n) ok = false;
+    else ++start[j];
+  }
+  if (ok) {
+    for (int i = 0; i < n; ++i) start[i + 1] += start[i];
+    // the rows of A^T: row j lists every i with (i, j) in A
+    for (int i = 1; i <= n; ++i)
+      for (int k = ia[i - 1]; k < ia[i]; ++k) cols[start[ja[k - 1] - 1]++] = i;
+    for (int i = n; i > 0; --i) start[i] = start[i - 1];
+    start[0] = 0;
+    for (int i = 0; i < n; ++i) mark[i] = 0;
+    for (int i = 1; i <= n && ok; ++i) {
+      if (ia[i] - ia[i - 1] != start[i] - start[i - 1]) {
+        ok = false;
+        break;
+      }
+      bool diagonal = false;
+      for (int k = ia[i - 1]; k < ia[i]; ++k) {
+        mark[ja[k - 1] - 1] = i;
+        diagonal |= ja[k - 1] == i;
+      }
+      ok = diagonal;
+      for (int k = start[i - 1]; k < start[i] && ok; ++k) ok = mark[cols[k] - 1] == i;
+    }
+  }
+  vek_serv_free(start);
+  vek_serv_free(cols);
+  vek_serv_free(mark);
+  return ok;
+}
+
 }  // namespace
 
 void ordering_single_part(int n, int *parts) {
@@ -135,6 +179,13 @@ void sssord(int *n_, int *ia, int *ja, int *comi, int *user_perm,
     comi_set(comi, 4, nadj);
   } else {
     int nn = n, tri = comi_get(comi, 19);
+    // Both triangles of a structurally symmetric matrix: a pattern that is
+    // not symmetric, or a row without its diagonal entry, cannot be ordered
+    // as one (an unsymmetric type takes such a matrix).
+    if (tri != 1 && !pattern_symmetric(n, ia, ja)) {
+      comi_set(comi, 50, ORDERING_PATTERN_NOT_SYMMETRIC);
+      return;
+    }
     ladj_mod(&nn, ia, ja, &threads, &tri, xadj, adjncy);
   }
   telmira_clock(&t1);

@@ -634,7 +634,9 @@ void numeric(std::intptr_t *handle, int *iparam, const call_args &c,
     // The preconditioned iteration is not part of this version: with a
     // selection in comi(18) the stored factors solve directly.
     // A single sub-step (331 to 333) is no whole solve to refine.
-    refine_now = (COMI(62) >= 1 || CTRL(8) != 0) && COMI(18) == 0 && COMI(55) == 0;
+    // Every whole solve goes through the refinement call, which measures
+    // the backward error of its solution; single sub-steps do not.
+    refine_now = COMI(18) == 0 && COMI(55) == 0;
   }
   if (!refine_now) {
     run_stage<R>(handle, 4, &phase, iparam, c, rec, entry, nullptr);
@@ -658,11 +660,12 @@ void numeric(std::intptr_t *handle, int *iparam, const call_args &c,
     }
   }
   // Step 8: refinement, after perturbed pivots or when iparam(8) asks.
-  if (phase % 10 == 3 && (COMI(62) > 0 || CTRL(8) != 0) && COMI(18) == 0 &&
-      COMI(55) == 0) {
+  if (phase % 10 == 3 && COMI(18) == 0 && COMI(55) == 0) {
     // The extended path keeps accumulators for triangle storage and for
     // the transposed product.
-    const std::int64_t k = CTRL(8) >= 0 ? 2 : ((COMI(19) == 1 || COMI(68) != 0) ? 5 : 3);
+    // One more vector than the steps need: the last correction of the
+    // accuracy check, which takes back a step that made things worse.
+    const std::int64_t k = (CTRL(8) >= 0 ? 2 : ((COMI(19) == 1 || COMI(68) != 0) ? 5 : 3)) + 1;
     const std::int64_t bytes = static_cast<std::int64_t>(sizeof(R)) * *c.nb * COMI(5) *
                                (k * COMI(1) + 2 * std::max(1, COMI(15)));
     storage_free_slot(handle, CGS_ARR, mark);

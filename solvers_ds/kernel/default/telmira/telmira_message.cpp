@@ -37,6 +37,7 @@ int telmira_row(int number) {
     case 441: return 844;
     case 460: return 1002;
     case 461: return 1003;
+    case 462: return 1004;
     default: break;
   }
   if (number >= 105 && number <= 114) return number + 809;

@@ -15,6 +15,7 @@
 //   then 2 comi(15) nb values of scratch for the product.
 #include "telmira_numeric.h"
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <cstring>
@@ -27,6 +28,55 @@
 namespace tlm {
 
 namespace {
+
+// Infinity norm of A as the caller stores it: the largest row sum of
+// magnitudes, the mirrored entries of triangle storage included.
+// rowsum: n values of the working precision, for triangle storage.
+template <class T>
+double matrix_norm_inf(int n, int mtype, const int *ia, const int *ja, const T *a,
+                       real_of<T> *rowsum) {
+  double norm = 0.0;
+  if (symmetric_storage(mtype) == 0) {
+    for (int i = 1; i <= n; ++i) {
+      double sum = 0.0;
+      for (int k = ia[i - 1]; k < ia[i]; ++k) sum += std::abs(a[k - 1]);
+      norm = std::max(norm, sum);
+    }
+    return norm;
+  }
+  for (int i = 0; i < n; ++i) rowsum[i] = 0;
+  for (int i = 1; i <= n; ++i)
+    for (int k = ia[i - 1]; k < ia[i]; ++k) {
+      const real_of<T> v = std::abs(a[k - 1]);
+      const int j = ja[k - 1];
+      rowsum[i - 1] += v;
+      if (j != i) rowsum[j - 1] += v;
+    }
+  for (int i = 0; i < n; ++i) norm = std::max(norm, static_cast<double>(rowsum[i]));
+  return norm;
+}
+
+// The normwise backward error ||r|| / (||A|| ||x|| + ||b||) in infinity
+// norms, the largest over the right-hand sides; NaN when a value is NaN.
+template <class T>
+double backward_error(int n, int nb, double anorm, const T *r, const T *x, const T *b) {
+  double worst = 0.0;
+  for (int k = 0; k < nb; ++k) {
+    const std::size_t off = static_cast<std::size_t>(k) * n;
+    double rn = 0.0, xn = 0.0, bn = 0.0;
+    for (int i = 0; i < n; ++i) {
+      const double ri = std::abs(r[off + i]), xi = std::abs(x[off + i]),
+                   bi = std::abs(b[off + i]);
+      if (!(ri <= rn)) rn = ri;
+      if (!(xi <= xn)) xn = xi;
+      if (!(bi <= bn)) bn = bi;
+    }
+    const double den = anorm * xn + bn;
+    const double w = den > 0.0 ? rn / den : rn;
+    if (!(w <= worst)) worst = w;
+  }
+  return worst;
+}
 
 template <class T>
 void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, T *x,
@@ -66,7 +116,10 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
   if (COMI(50) != 0 || (ooc_l != nullptr && OOCL(11) != 0)) return;
 
   // 3. Is there refinement to do?
-  if (COMI(73) != 0 || (COMI(62) <= 0 && ctl8 == 0)) return;
+  int i = 0;
+  T *scratch = nullptr;
+  if (COMI(73) != 0 || (COMI(62) <= 0 && ctl8 == 0)) goto guard;
+  {
 
   // 4., 5.
   const double Xn = refine_sum_abs<T>(&count, sol);
@@ -77,8 +130,7 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
   // transposed product add into rows other than their own.
   const bool accumulate = COMI(19) == 1 || trans != 0;
   ext_t<T> *xacc = accumulate ? reinterpret_cast<ext_t<T> *>(cgs + 3 * v) : nullptr;
-  T *scratch = cgs + (extended ? (accumulate ? 5 : 3) * v : 2 * v);
-  int i = 0;
+  scratch = cgs + (extended ? (accumulate ? 5 : 3) * v : 2 * v);
   for (;;) {
     ++i;
     // Residual.
@@ -146,6 +198,66 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
   }
   COMI(65) = i;
   if (extended) refine_from_extended<T>(&count, xe, sol);
+  if (COMI(50) != 0) return;
+  }
+
+guard:
+  // The solve vouches for its result. The backward error of the solution
+  // is measured against the caller's matrix; above a few units of the
+  // precision's rounding, further steps in working precision run for as
+  // long as each at least halves it (at most guard_steps of them, none
+  // when refinement is switched off). A backward error that stays above the
+  // square root of the rounding unit is no solution: status -122.
+  {
+    const double unit = sizeof(R) == sizeof(float) ? 5.9604644775390625e-08
+                                                   : 1.1102230246251565e-16;
+    const double target = 8.0 * unit, limit = std::sqrt(unit);
+    const int guard_steps = 10;
+    if (scratch == nullptr)
+      scratch = cgs + (extended ? (COMI(19) == 1 || trans != 0 ? 5 : 3) * v : 2 * v);
+    // Areas of the guard: A x, then r in its place, then the correction d;
+    // the work vector of the correction's solve (the caller's x when the
+    // solution overwrites b, as in the steps above).
+    T *ax = cgs + v;
+    T *wv = extended ? cgs + 2 * v : (over_b ? x : first);
+    // The last correction, behind the scratch of the product.
+    T *dkeep = cgs + (extended ? (COMI(19) == 1 || trans != 0 ? 5 : 3) : 2) * v +
+               2 * static_cast<std::size_t>(threads) * K;
+    const double anorm =
+        matrix_norm_inf<T>(n, mtype, ia, ja, a, reinterpret_cast<R *>(ax));
+    auto measure = [&]() {
+      residual_product<T>(&trans, &n, nb, &mtype, &threads, ia, ja, a, sol, ax, scratch);
+      for (std::size_t q = 0; q < v; ++q) ax[q] = rhs[q] - ax[q];
+      return backward_error<T>(n, K, anorm, ax, sol, rhs);
+    };
+    double omega = measure();
+    int extra = 0;
+    while (omega > target && COMI(73) == 0 && extra < guard_steps) {
+      // d overwrites r.
+      const int kept8 = COMI(8);
+      COMI(8) = 1;
+      solve(wv, ax);
+      COMI(8) = kept8;
+      if (COMI(50) != 0 || (ooc_l != nullptr && OOCL(11) != 0)) return;
+      for (std::size_t q = 0; q < v; ++q) {
+        dkeep[q] = ax[q];
+        sol[q] += ax[q];
+      }
+      ++extra;
+      const double before = omega;
+      omega = measure();
+      if (!(omega <= before)) {
+        // The step made it worse: take it back.
+        for (std::size_t q = 0; q < v; ++q) sol[q] -= dkeep[q];
+        omega = before;
+        break;
+      }
+      if (!(omega <= 0.5 * before)) break;
+    }
+    COMI(65) = i + extra;
+    comr[17] = omega;
+    if (omega > limit) COMI(50) = ST_INACCURATE_SOLUTION;
+  }
 }
 
 }  // namespace

@@ -101,6 +101,8 @@ void telmira_report(int *error, const int *status, const int *comi,
         say(460);
       else if (st == tlm::ST_NONFINITE_SOLUTION)
         say(461);
+      else if (st == tlm::ST_INACCURATE_SOLUTION)
+        say(462);
       else if (st == -3 || CTRL(20) < 0)
         say(441, 1, CTRL(20));
       else if (st == -2)

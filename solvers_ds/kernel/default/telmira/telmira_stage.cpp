@@ -73,11 +73,9 @@ void stage_order(const int *neqns, const int *ia, const int *ja, int *perm,
                  void *work_i0, int *mc64perm, int *timer_flags) {
   int n = *neqns;
   double times[2] = {0.0, 0.0};
-  // The row order of the matching reaches the ordering for the
-  // unsymmetric types; the symmetric types take a matched order only from
-  // the symmetric matching step, which this version does not run.
-  int *match = nullptr;
-  if (COMI(67) > 0 && COMI(12) > 10 && mc64perm != nullptr) match = mc64perm;
+  // The matching's order reaches the ordering: the row order of the
+  // unsymmetric types, the pivot order of the symmetric ones.
+  int *match = COMI(67) > 0 ? mc64perm : nullptr;
   sssord(&n, const_cast<int *>(ia), const_cast<int *>(ja), comi, perm, match,
          sub(s1, comx, CX_XADJ), sub(s1, comx, CX_ADJNCY),
          sub(s0, comx, CX_S0_PERM), sub(s0, comx, CX_S0_INVP),
@@ -268,9 +266,9 @@ void stage_numbers(int *phase, const void *a, const int *ia, const int *ja,
     COMX(COMX_U_PART) = kept42;
     return;
   }
-  // Phases 13 and 23 with perturbed pivots or refinement asked for end
-  // here: the driver's refinement call solves.
-  if (ph != 33 && (COMI(62) > 0 || CTRL(8) != 0) && COMI(18) == 0) return;
+  // Phases 13 and 23 end here: the driver's refinement call solves, and
+  // measures the solution (whole solves only).
+  if (ph != 33 && COMI(55) == 0 && COMI(18) == 0) return;
   COMX(COMX_FACTORS) = 1;
   COMX(COMX_U_PART) = COMI(34) * w + 1;
   if (ph == 33 && COMX(COMX_CGS) == 1 && cgs != nullptr && COMI(18) == 0) {

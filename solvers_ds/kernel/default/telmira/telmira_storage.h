@@ -82,6 +82,9 @@ constexpr int ST_CGS_ARR = -1300;
 // the factor, or the solution of a solve.
 constexpr int ST_NONFINITE_PIVOT = -120;
 constexpr int ST_NONFINITE_SOLUTION = -121;
+// Status of error -4 for a solution whose backward error stays above the
+// square root of the rounding unit after refinement.
+constexpr int ST_INACCURATE_SOLUTION = -122;
 
 // Positions in comx that the storage plan itself uses.
 constexpr int COMX_FACTORS = 41;  // factor block in use
