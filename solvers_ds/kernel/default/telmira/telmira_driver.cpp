@@ -21,6 +21,7 @@
 #include "service/vek_serv_message.h"
 #include "telmira_layout.h"
 #include "telmira_matching.h"
+#include "telmira_numeric.h"
 #include "telmira_ooc_config.h"
 #include "telmira_stage.h"
 #include "telmira_statistics.h"
@@ -634,9 +635,7 @@ void numeric(std::intptr_t *handle, int *iparam, const call_args &c,
     // The preconditioned iteration is not part of this version: with a
     // selection in comi(18) the stored factors solve directly.
     // A single sub-step (331 to 333) is no whole solve to refine.
-    // Every whole solve goes through the refinement call, which measures
-    // the backward error of its solution; single sub-steps do not.
-    refine_now = COMI(18) == 0 && COMI(55) == 0;
+    refine_now = solve_is_measured(comi, iparam);
   }
   if (!refine_now) {
     run_stage<R>(handle, 4, &phase, iparam, c, rec, entry, nullptr);
@@ -660,7 +659,7 @@ void numeric(std::intptr_t *handle, int *iparam, const call_args &c,
     }
   }
   // Step 8: refinement, after perturbed pivots or when iparam(8) asks.
-  if (phase % 10 == 3 && COMI(18) == 0 && COMI(55) == 0) {
+  if (phase % 10 == 3 && solve_is_measured(comi, iparam)) {
     // The extended path keeps accumulators for triangle storage and for
     // the transposed product.
     // One more vector than the steps need: the last correction of the

@@ -11,6 +11,18 @@
 
 namespace tlm {
 
+// Whether a solve goes through the refinement call, which refines and
+// measures the backward error of its solution: every whole solve, but for
+// the positive definite types (Cholesky is backward stable and perturbs no
+// pivot), which refine only when iparam(8) asks. Single sub-steps and the
+// iteration never do. comi and iparam as everywhere (COMI, CTRL).
+inline bool solve_is_measured(const int *comi, const int *iparam) {
+  if (comi[18 - 1] != 0 || comi[55 - 1] != 0) return false;
+  const int mtype = comi[12 - 1];
+  if (mtype == 2 || mtype == 4) return comi[62 - 1] > 0 || iparam[8 - 1] != 0;
+  return true;
+}
+
 // Stage 4 of the phase driver: factorization, then the solve of phases 13,
 // 23 and 33. The status stands in comi(50).
 template <class R>

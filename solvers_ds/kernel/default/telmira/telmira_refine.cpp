@@ -202,7 +202,8 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
   }
 
 guard:
-  // The solve vouches for its result. The backward error of the solution
+  // The solve vouches for its result (the positive definite types come
+  // here only when asked to refine). The backward error of the solution
   // is measured against the caller's matrix; above a few units of the
   // precision's rounding, further steps in working precision run for as
   // long as each at least halves it (at most guard_steps of them, none
@@ -211,7 +212,7 @@ guard:
   {
     const double unit = sizeof(R) == sizeof(float) ? 5.9604644775390625e-08
                                                    : 1.1102230246251565e-16;
-    const double target = 8.0 * unit, limit = std::sqrt(unit);
+    const double target = 64.0 * unit, limit = std::sqrt(unit);
     const int guard_steps = 10;
     if (scratch == nullptr)
       scratch = cgs + (extended ? (COMI(19) == 1 || trans != 0 ? 5 : 3) * v : 2 * v);

@@ -266,9 +266,8 @@ void stage_numbers(int *phase, const void *a, const int *ia, const int *ja,
     COMX(COMX_U_PART) = kept42;
     return;
   }
-  // Phases 13 and 23 end here: the driver's refinement call solves, and
-  // measures the solution (whole solves only).
-  if (ph != 33 && COMI(55) == 0 && COMI(18) == 0) return;
+  // Phases 13 and 23 end here when the driver's refinement call solves.
+  if (ph != 33 && solve_is_measured(comi, iparam)) return;
   COMX(COMX_FACTORS) = 1;
   COMX(COMX_U_PART) = COMI(34) * w + 1;
   if (ph == 33 && COMX(COMX_CGS) == 1 && cgs != nullptr && COMI(18) == 0) {
