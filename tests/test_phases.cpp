@@ -233,6 +233,38 @@ TEST(Phases, TwoSetsOfFactorsOverOneAnalysis) {
   EXPECT_LE(worst_error(s.x, s.xref), 1e-10);
 }
 
+TEST(Phases, EachSetOfFactorsKeepsItsOwnPivots) {
+  // A factorization of matrix 1 between the factorization and the solve of
+  // matrix 2 must not change what matrix 2's solve reads: the row and
+  // column exchanges belong to each factorization, for every pivoting type.
+  threads one(1);
+  const vekio::sparse cd = vekio::convdiff2d(9, 40.0);
+  struct item {
+    vekio::sparse m;
+    int mtype;
+  };
+  for (const item &c : {item{cd, 11}, item{cd, 1}, item{vekio::lap2d(9), -2},
+                        item{vektest::complexify(cd, 0.4, {0.0, 0.5}), 13},
+                        item{vektest::complexify(vekio::lap2d(9), 0.3, {-2.0, 0.2}), 6}}) {
+    SCOPED_TRACE(c.mtype);
+    system s(c.m, c.mtype);
+    s.max_fac_store = 2;
+    const std::vector<double> a2 = s.A.a;
+    std::vector<double> a1 = a2;
+    // matrix 1: other values on the same pattern, so that other pivots win
+    for (std::size_t k = 0; k < a1.size(); ++k) a1[k] *= 1.0 + 0.7 * std::sin(3.0 * k);
+    s.matrix_number = 2;
+    ASSERT_EQ(s.call(12), 0);
+    s.A.a = a1;
+    s.matrix_number = 1;
+    ASSERT_EQ(s.call(22), 0);
+    s.A.a = a2;
+    s.matrix_number = 2;
+    ASSERT_EQ(s.call(33), 0);
+    EXPECT_LE(s.residual(s.x), 1e-14);
+  }
+}
+
 TEST(Phases, MemoryFiguresAcrossCalls) {
   threads one(1);
   system s(vekio::lap2d(40));

@@ -51,6 +51,8 @@ struct call_record {
   int timer_flags[TELMIRA_TIMER_FLAGS];
 };
 
+std::int64_t n_of(const int *comi) { return COMI(1); }
+
 // Defaults of the control array, written at an analysis when iparam(1) is 0.
 void fill_defaults(int *iparam, int mtype) {
   CTRL(2) = 2;
@@ -578,14 +580,16 @@ void numeric(std::intptr_t *handle, int *iparam, const call_args &c,
       OOCL(43) = OOCL(44) = 0;
     }
     const std::int64_t f = plan.factor < 0 ? -plan.factor : plan.factor;
+    // The values, then the pivot records of this factorization.
+    const std::int64_t bytes = f * value_bytes + 4 * PIVOT_RECORD_WORDS * n_of(comi);
     void *block = nullptr;
-    if (!storage_alloc(&block, f * value_bytes, ST_FACT_LU, status, sums)) {
+    if (!storage_alloc(&block, bytes, ST_FACT_LU, status, sums)) {
       entry[0] = 0;
       rec->error = -2;
       return;
     }
     entry[0] = reinterpret_cast<std::intptr_t>(block);
-    if (CTRL(9) >= 0) sums->numeric = kbytes_of(f * value_bytes);
+    if (CTRL(9) >= 0) sums->numeric = kbytes_of(bytes);
   }
   COMX(COMX_FACTORS) = 1;
 

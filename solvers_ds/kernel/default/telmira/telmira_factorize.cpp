@@ -44,7 +44,8 @@ struct kernel_arrays {
   int *indmap, *relind, *link, *length;
 };
 
-kernel_arrays arrays_of(void *fi, const int *comx, const int *comi) {
+kernel_arrays arrays_of(void *fi, const int *comx, const int *comi, void *factors,
+                        std::size_t value_bytes) {
   kernel_arrays k{};
   k.perm = sub(fi, comx, CX_PERM);
   k.xsup = sub(fi, comx, CX_XSUP);
@@ -59,11 +60,11 @@ kernel_arrays arrays_of(void *fi, const int *comx, const int *comi) {
   k.xjalf = sub(fi, comx, CX_XJALF);
   k.jalf = sub(fi, comx, CX_JALF);
   k.luperm = sub(fi, comx, CX_LUPERM);
-  k.pivot = sub(fi, comx, CX_PIVOT);
+  k.pivot = factor_pivots(factors, comi, value_bytes);
   if (COMI(19) != 1) {
     k.xjauf = sub(fi, comx, CX_XJAUF);
     k.jauf = sub(fi, comx, CX_JAUF);
-    k.cpivot = sub(fi, comx, CX_CPIVOT);
+    k.cpivot = k.pivot + COMI(1);
   }
   if (COMI(69) != 0) k.luperm_row = sub(fi, comx, CX_LUPERM_ROW);
   // indmap and relind, one block of n per thread; link; length.
@@ -137,7 +138,7 @@ void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
   const int n = COMI(1);
   const double eps =
       pivot_perturbation(COMI(66), mtype, n, ia, a, sizeof(R) == sizeof(float));
-  kernel_arrays k = arrays_of(fi, comx, comi);
+  kernel_arrays k = arrays_of(fi, comx, comi, factors, sizeof(R) * words_per_value(mtype));
   int error = 0;
   int nsuper = COMI(31), nthreads = COMI(15), nnzl = COMI(34), tmpsize = COMI(37);
   int level = COMI(11);
@@ -248,7 +249,7 @@ void telmira_factor_unsym(const void *a, const int *, const int *ja, void *fi,
   // Types 11 and 13 take the perturbation unadjusted; 1 and 3 none.
   const double eps = pivot_perturbation(COMI(66), mtype, COMI(1), nullptr, a,
                                         sizeof(R) == sizeof(float));
-  kernel_arrays k = arrays_of(fi, comx, comi);
+  kernel_arrays k = arrays_of(fi, comx, comi, factors, sizeof(R) * words_per_value(mtype));
   int error = 0;
   int n = COMI(1), nsuper = COMI(31), nthreads = COMI(15), nnzl = COMI(34);
   int tmpsize = COMI(37), level = COMI(11), rowflag = COMI(69) != 0 ? 1 : 0;

@@ -11,6 +11,17 @@
 
 namespace tlm {
 
+// The pivot records of a factorization stand in its own factor block,
+// behind the values of L and U: pivot (n entries), then cpivot (n entries).
+// So each matrix_number of a handle keeps the exchanges of its own
+// factorization. value_bytes: bytes of one value (8 or 16 in double).
+constexpr int PIVOT_RECORD_WORDS = 2;  // ints per equation
+inline int *factor_pivots(const void *factors, const int *comi, std::size_t value_bytes) {
+  const std::size_t values = static_cast<std::size_t>(comi[34 - 1]) + comi[35 - 1];
+  return reinterpret_cast<int *>(const_cast<char *>(static_cast<const char *>(factors)) +
+                                 values * value_bytes);
+}
+
 // Whether a solve goes through the refinement call, which refines and
 // measures the backward error of its solution: every whole solve, but for
 // the positive definite types (Cholesky is backward stable and perturbs no

@@ -206,10 +206,10 @@ void solve_values(const int *nrhs, T *x, T *b, void *fi, const int *comx, const 
   q.xlindx = sub(fi, comx, CX_XLINDX);
   q.lindx = sub(fi, comx, CX_LINDX);
   q.xlnz = sub(fi, comx, CX_XLNZ);
-  q.pivot = sub(fi, comx, CX_PIVOT);
+  q.pivot = factor_pivots(lnz, comi, sizeof(T));
   if (COMI(19) != 1) {
     q.xunz = sub(fi, comx, CX_XUNZ);
-    q.cpivot = sub(fi, comx, CX_CPIVOT);
+    q.cpivot = q.pivot + q.n;
   }
   const int mtype = COMI(12), diagp = COMI(51) == 0 ? 1 : 0;
   const T *unz = lnz + static_cast<std::int64_t>(COMI(34));

@@ -40,8 +40,9 @@ std::int64_t fi_layout(int n, int e, int nsuper, int c, int p, int t, int sym,
   place(CX_NMOD, S);
   place(CX_PNLSCH, S);
   place(CX_PARTS, p);
-  place(CX_PIVOT, N);
-  place(CX_CPIVOT, sym ? 0 : N);
+  // The pivot records stand in each factor's own block.
+  place(CX_PIVOT, 0);
+  place(CX_CPIVOT, 0);
   place(CX_IWORK, 2 * T * N + N + S);
   place(CX_XNMOD, t > 1 ? S + 1 : 0);
   place(CX_XJALF, N + 1);
