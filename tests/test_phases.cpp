@@ -265,6 +265,29 @@ TEST(Phases, EachSetOfFactorsKeepsItsOwnPivots) {
   }
 }
 
+TEST(Phases, NoSolveWithTheFactorsOfAFailedFactorizationNorWithoutRightHandSides) {
+  threads one(1);
+  vekio::sparse m = vekio::lap2d(10);
+  for (int i = 1; i <= m.n; ++i)
+    for (int k = m.ia[i - 1]; k < m.ia[i]; ++k)
+      if (m.ja[k - 1] == i && i == 37) m.a[k - 1] = -50.0;  // not positive definite
+  system s(m, 2);
+  EXPECT_EQ(-4, s.call(12));
+  EXPECT_EQ(-4, s.call(33));  // factorizes again, and fails again
+  for (double v : s.x) EXPECT_TRUE(std::isfinite(v));
+  // A phase that ends in a solve refuses nb below 1 (error -1, at message
+  // level 0 in its silent form -7).
+  system t(vekio::lap2d(6), 11);
+  t.nb = 0;
+  for (int ido : {13, 23}) EXPECT_EQ(-7, t.call(ido)) << ido;
+  t.nb = 1;
+  ASSERT_EQ(0, t.call(12));
+  t.nb = -3;
+  EXPECT_EQ(-7, t.call(23));
+  t.nb = 1;
+  EXPECT_EQ(0, t.call(33));
+}
+
 TEST(Phases, MemoryFiguresAcrossCalls) {
   threads one(1);
   system s(vekio::lap2d(40));

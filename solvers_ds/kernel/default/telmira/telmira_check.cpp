@@ -148,7 +148,8 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
   if (st == 0 && *neqns != COMI(1) && COMI(1) > 0) st = 6;
   if (st == 0 && *neqns < 1) st = 7;
   if (st == 0 && *entries < *neqns) st = 8;
-  if (st == 0 && *nb < 1 && ph > 32) st = 9;
+  // Any phase that ends in a solve needs a right-hand side.
+  if (st == 0 && *nb < 1 && (ph > 32 || ph % 10 == 3)) st = 9;
   if (st == 0 && (CTRL(6) < 0 || CTRL(6) > 1)) st = 10;
   if (st == 0 && (CTRL(2) < 0 || CTRL(2) > 3)) st = 11;
   if (st == 0 && CTRL(27) != 0)

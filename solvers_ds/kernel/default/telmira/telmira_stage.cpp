@@ -250,6 +250,9 @@ void stage_numbers(int *phase, const void *a, const int *ia, const int *ja,
     std::memcpy(comx_kept, comx, sizeof(comx_kept));
     telmira_factorize<R>(a, ia, ja, fi, comx, factors, work,
                          COMI(15) > 1 ? up_uplen : nullptr, mc64uv, comi, comr, ooc_l);
+    // A failed factorization leaves no factors to solve with: a later
+    // solve of this matrix_number factorizes again (and fails again).
+    if (COMI(50) != 0) entry[1] = not_allocated_mark;
     telmira_clock(&comr[15]);
     comr[4] = 0.0;  // the scatter of A runs inside the kernel's sweep
     timer_flags[4] = 1;
