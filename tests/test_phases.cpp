@@ -288,6 +288,35 @@ TEST(Phases, NoSolveWithTheFactorsOfAFailedFactorizationNorWithoutRightHandSides
   EXPECT_EQ(0, t.call(33));
 }
 
+TEST(Phases, StructuresThatCannotBeAnalysedEndWithErrorThree) {
+  // Without the matrix check: a structure that the ordering cannot take
+  // ends the analysis with error -3 and the reason in iparam(30), instead of
+  // running on it.
+  auto analyse = [](int mtype, int n, std::vector<int> ia, std::vector<int> ja) {
+    std::vector<double> a(ja.size(), 1.0), b(n, 1.0), x(n, 0.0);
+    std::vector<int> perm(n);
+    intptr_t handle[64] = {0};
+    int iparam[64] = {0};
+    int mfs = 1, mnum = 1, ido = 11, nb = 1, msglvl = 0, error = 0;
+    telmira(handle, &mfs, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(), perm.data(),
+            &nb, iparam, &msglvl, b.data(), x.data(), &error);
+    const int status = iparam[29], first = error;
+    ido = -1;
+    telmira(handle, &mfs, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(), perm.data(),
+            &nb, iparam, &msglvl, b.data(), x.data(), &error);
+    return std::make_pair(first, status);
+  };
+  // Type 1 with an unsymmetric pattern (7 x 7, rows 1 to 7).
+  const std::pair<int, int> unsym = analyse(
+      1, 7, {1, 2, 4, 6, 8, 9, 11, 13}, {1, 2, 5, 2, 3, 1, 4, 5, 5, 6, 3, 7});
+  EXPECT_EQ(std::make_pair(-3, -31), unsym);
+  // Type 2 given its lower triangle.
+  EXPECT_EQ(std::make_pair(-3, -32), analyse(2, 3, {1, 2, 4, 7}, {1, 1, 2, 1, 2, 3}));
+  // Type 11 with a column out of range, and with a row not in rising order.
+  EXPECT_EQ(std::make_pair(-3, -32), analyse(11, 3, {1, 3, 4, 6}, {1, 9, 2, 1, 3}));
+  EXPECT_EQ(std::make_pair(-3, -32), analyse(11, 3, {1, 3, 4, 6}, {2, 1, 2, 1, 3}));
+}
+
 TEST(Phases, MemoryFiguresAcrossCalls) {
   threads one(1);
   system s(vekio::lap2d(40));

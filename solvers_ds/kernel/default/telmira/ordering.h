@@ -91,6 +91,18 @@ void metis_nd(int *n, int *xadj, int *adjncy, int *threads, int *perm,
 // symmetric pattern (types 1 and 3) whose pattern is not symmetric or lacks
 // a diagonal entry; the analysis ends with error -3.
 constexpr int ORDERING_PATTERN_NOT_SYMMETRIC = -31;
+// Status for a structure that cannot be ordered: row starts that fall,
+// columns out of range or (where rows must be sorted) not rising within a
+// row, or (triangle storage) a row that does not begin with its diagonal
+// entry or holds one below it.
+constexpr int ORDERING_PATTERN_MALFORMED = -32;
+
+// Whether a structure (one-based ia, ja) can be analysed at all; see the
+// status above. triangle: upper triangle with the diagonal first in each
+// row; sorted: the columns of each row must rise. O(nnz), no scratch. The
+// matrix check of iparam(27) names the place; this pass only keeps a
+// malformed structure from the matching and ordering code.
+bool ordering_pattern_sound(int n, const int *ia, const int *ja, int triangle, int sorted);
 
 // The ordering step of the analysis. Reads comi(9), (12), (13), (14), (15),
 // (17), (19), (21), (60), (67); writes comi(4) (unsymmetric types: entry

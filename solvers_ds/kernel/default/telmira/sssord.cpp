@@ -101,6 +101,22 @@ bool pattern_symmetric(int n, const int *ia, const int *ja) {
 
 }  // namespace
 
+bool ordering_pattern_sound(int n, const int *ia, const int *ja, int triangle, int sorted) {
+  if (ia[0] != 1) return false;
+  for (int i = 1; i <= n; ++i) {
+    if (ia[i] < ia[i - 1]) return false;
+    if (triangle && (ia[i] == ia[i - 1] || ja[ia[i - 1] - 1] != i)) return false;
+    int prev = triangle ? i : 0;
+    for (int k = ia[i - 1] + (triangle ? 1 : 0); k < ia[i]; ++k) {
+      const int j = ja[k - 1];
+      if (j < 1 || j > n || (triangle && j <= i)) return false;
+      if (sorted && j <= prev) return false;
+      prev = j;
+    }
+  }
+  return true;
+}
+
 void ordering_single_part(int n, int *parts) {
   parts[0] = 1;
   parts[1] = n - 1;

@@ -15,6 +15,7 @@
 #include "telmira_internal.h"
 #include "telmira_storage.h"
 
+#include "ordering.h"
 #include "parlist.h"
 #include "scatter_map.h"
 #include "service/vek_serv_memory.h"
@@ -249,6 +250,12 @@ void analysis(std::intptr_t *handle, int *iparam, const call_args &c,
   int phase = rec->phase;
 
   plan_parts(comi);
+
+  // A structure that the matching and the ordering cannot take.
+  if (!ordering_pattern_sound(static_cast<int>(n), c.ia, c.ja, COMI(19) == 1, mt > 10)) {
+    stage_failed(iparam, rec, ORDERING_PATTERN_MALFORMED);
+    return;
+  }
 
   auto alloc_mc64 = [&]() {
     return storage_alloc_slot(handle, MC64PERM,
