@@ -56,7 +56,8 @@ void usage(FILE *f) {
       "  --gen KIND:N    generated matrix: lap2d:N (5-point, N x N grid),\n"
       "                  lap3d:N (7-point, N^3 grid), cd2d:N (convection-diffusion\n"
       "                  on an N x N grid, type 11), cd3d:N (the same on N^3,\n"
-      "                  type 11), diag:N (diagonal 1..N)\n"
+      "                  type 11), indef3d:N (lap3d shifted by 3, type -2),\n"
+      "                  diag:N (diagonal 1..N)\n"
       "  --mtype T       matrix type 1, 2, -2, 3, 4, -4, 6, 11, 13 (default: from\n"
       "                  the file's header; 2 for generated matrices)\n"
       "  --nrhs K        number of right-hand sides (default 1)\n"
@@ -148,6 +149,7 @@ int main(int argc, char **argv) {
     name = gen;
     if (gen.compare(0, 5, "cd2d:") == 0 || gen.compare(0, 5, "cd3d:") == 0)
       suggested = 11;  // unsymmetric values
+    if (gen.compare(0, 8, "indef3d:") == 0) suggested = -2;
   }
   if (!mtype_given) mtype = suggested;
   const bool cplx_type = !(std::abs(mtype) <= 2 || mtype == 11);

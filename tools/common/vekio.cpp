@@ -358,16 +358,25 @@ bool generate(const std::string &what, sparse &full, std::string &err) {
   }
   if (N < 1) {
     err = "generated matrix '" + what +
-          "': want KIND:N with N >= 1 (lap2d:N, lap3d:N, cd2d:N, cd3d:N, diag:N)";
+          "': want KIND:N with N >= 1 (lap2d:N, lap3d:N, cd2d:N, cd3d:N, indef3d:N, diag:N)";
     return false;
   }
   if (kind == "lap2d" && N <= 46340) { full = lap2d((int)N); return true; }
   if (kind == "lap3d" && N <= 1290) { full = lap3d((int)N); return true; }
   if (kind == "cd2d" && N <= 46340) { full = convdiff2d((int)N, 50.0 * (N + 1) / 10.0); return true; }
   if (kind == "cd3d" && N <= 1290) { full = convdiff3d((int)N, 50.0 * (N + 1) / 10.0); return true; }
+  if (kind == "indef3d" && N <= 1290) {
+    // The 7-point Laplacian shifted by 3 into the middle of its spectrum
+    // [0, 12]: symmetric indefinite.
+    full = lap3d((int)N);
+    for (int i = 1; i <= full.n; ++i)
+      for (int k = full.ia[i - 1]; k < full.ia[i]; ++k)
+        if (full.ja[k - 1] == i) full.a[k - 1] -= 3.0;
+    return true;
+  }
   if (kind == "diag") { full = diagonal((int)N); return true; }
   err = "generated matrix '" + what +
-        "': unknown kind or size too large (lap2d:N, lap3d:N, cd2d:N, cd3d:N, diag:N)";
+        "': unknown kind or size too large (lap2d:N, lap3d:N, cd2d:N, cd3d:N, indef3d:N, diag:N)";
   return false;
 }
 

@@ -68,7 +68,8 @@ sparse convdiff2d(int N, double beta);
 // The same in 3D, 7-point: -Laplace u + beta (u_x + u_y + u_z).
 sparse convdiff3d(int N, double beta);
 // Parses "lap2d:N", "lap3d:N", "cd2d:N", "cd3d:N" (convection-diffusion
-// with a cell Peclet number of 2.5), "diag:N"; false with err on a bad name.
+// with a cell Peclet number of 2.5), "indef3d:N" (lap3d shifted by 3,
+// symmetric indefinite), "diag:N"; false with err on a bad name.
 bool generate(const std::string &what, sparse &full, std::string &err);
 
 // y = A x for A as given to the solver with the given type: symmetric
