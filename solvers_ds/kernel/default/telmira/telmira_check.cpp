@@ -2,6 +2,7 @@
 // the arguments against each other and against the handle, the optional
 // matrix check, and the supernode panel width.
 #include "telmira_internal.h"
+#include "telmira_phase.h"
 #include "telmira_storage.h"
 #include "telmira_types.h"
 
@@ -118,14 +119,10 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
 
   // 4. Phase and the sub-step of a 331 to 333 call.
   int st = 0;
-  int substep = 0;
-  int ph = *ido;
-  if (*ido >= 331 && *ido <= 333) {
-    substep = *ido - 330;
-    ph = 33;
-  } else if (*ido < -1 || *ido > 33) {
-    st = 1;
-  }
+  const tlm::phase_code pc = tlm::decode_phase(*ido);
+  const int substep = pc.substep;
+  int ph = pc.code;
+  if (substep == 0 && (*ido < -1 || *ido > 33)) st = 1;
 
   // 5. Threads.
   if (CTRL(3) < 1) CTRL(3) = 1;

@@ -34,15 +34,6 @@ inline bool solve_is_measured(const int *comi, const int *iparam) {
   return true;
 }
 
-// Stage 4 of the phase driver: factorization, then the solve of phases 13,
-// 23 and 33. The status stands in comi(50).
-template <class R>
-void stage_numbers(int *phase, const void *a, const int *ia, const int *ja,
-                   const int *nb, int *comi, double *comr, int *comx,
-                   std::intptr_t *entry, void *factors, void *fi, void *work,
-                   void *cgs, void *up_uplen, void *mc64perm, void *mc64uv,
-                   int *timer_flags, void *b, void *x, int *iparam, int *ooc_l);
-
 // One numeric factorization: the kernel by matrix type, thread count and
 // storage mode; the time goes to comr[5], the kernel's error cell to
 // comi(50), the pivot counters to comi(62) to comi(64).

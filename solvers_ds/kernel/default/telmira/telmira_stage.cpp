@@ -1,9 +1,5 @@
-// telmira_stage.cpp - the four stages below the phase driver: order,
-// symbolic factorization, the final layout of the structure, and the
-// numbers (factorization and solve).
-//
-// The driver hands each array over by its bare address; the sub-arrays of
-// a block are found by their positions in comx (telmira_layout.h).
+// telmira_stage.cpp - the stages of the analysis below the phase driver:
+// order, symbolic factorization, and the final layout of the structure.
 #include "telmira_stage.h"
 
 #include <cstdlib>
@@ -15,7 +11,6 @@
 #include "service/vek_serv_clock.h"
 #include "symbolic.h"
 #include "telmira_layout.h"
-#include "telmira_numeric.h"
 #include "telmira_storage.h"
 #include "telmira_types.h"
 
@@ -54,10 +49,7 @@ std::int64_t fi_layout(int n, int e, int nsuper, int c, int p, int t, int sym,
   return next - 1;
 }
 
-namespace {
-
-// Time between stages: the gap since the end of the last stage.
-void stage_start(double *comr, int *timer_flags) {
+void stage_clock_start(double *comr, int *timer_flags) {
   double t = 0.0;
   telmira_clock(&t);
   comr[8] += t - comr[15];
@@ -65,19 +57,23 @@ void stage_start(double *comr, int *timer_flags) {
   timer_flags[8] = 1;
 }
 
-void stage_end(double *comr) { telmira_clock(&comr[15]); }
+void stage_clock_end(double *comr) { telmira_clock(&comr[15]); }
 
 // Stage 1: adjacency and order (sssord), then elimination tree, column
 // counts and supernodes (sfinit).
-void stage_order(const int *neqns, const int *ia, const int *ja, int *perm,
-                 int *comi, double *comr, int *comx, void *s0, void *s1,
-                 void *work_i0, int *mc64perm, int *timer_flags) {
-  int n = *neqns;
+void stage_order(const stage_context &s) {
+  int *comi = s.comi, *comx = s.comx, *timer_flags = s.timer_flags;
+  double *comr = s.comr;
+  void *s0 = s.struc_s0, *s1 = s.struc_s1, *work_i0 = s.work_i0;
+  int *mc64perm = s.mc64perm;
+  COMI(50) = 0;
+  stage_clock_start(comr, timer_flags);
+  int n = *s.neqns;
   double times[2] = {0.0, 0.0};
   // The matching's order reaches the ordering: the row order of the
   // unsymmetric types, the pivot order of the symmetric ones.
   int *match = COMI(67) > 0 ? mc64perm : nullptr;
-  sssord(&n, const_cast<int *>(ia), const_cast<int *>(ja), comi, perm, match,
+  sssord(&n, const_cast<int *>(s.ia), const_cast<int *>(s.ja), comi, s.perm, match,
          sub(s1, comx, CX_XADJ), sub(s1, comx, CX_ADJNCY),
          sub(s0, comx, CX_S0_PERM), sub(s0, comx, CX_S0_INVP),
          sub(s0, comx, CX_S0_PARTS), times);
@@ -85,7 +81,10 @@ void stage_order(const int *neqns, const int *ia, const int *ja, int *perm,
   comr[1] = times[1];
   timer_flags[0] = 1;
   timer_flags[1] = 1;
-  if (COMI(50) != 0) return;
+  if (COMI(50) != 0) {
+    stage_clock_end(comr);
+    return;
+  }
   double t0 = 0.0, t1 = 0.0;
   telmira_clock(&t0);
   int error = 0;
@@ -98,14 +97,18 @@ void stage_order(const int *neqns, const int *ia, const int *ja, int *perm,
   comr[2] = t1 - t0;
   timer_flags[2] = 1;
   COMI(50) = error;
+  stage_clock_end(comr);
 }
 
 // Stage 2: the structure of the factor.
-void stage_symbolic(const int *neqns, int *comi, double *comr, int *comx,
-                    void *s0, void *s1, void *s2, void *work_i0,
-                    int *timer_flags) {
+void stage_symbolic(const stage_context &s) {
+  int *comi = s.comi, *comx = s.comx, *timer_flags = s.timer_flags;
+  double *comr = s.comr;
+  void *s0 = s.struc_s0, *s1 = s.struc_s1, *s2 = s.struc_s2, *work_i0 = s.work_i0;
+  COMI(50) = 0;
+  stage_clock_start(comr, timer_flags);
   int error = 0;
-  symbfct(neqns, comi, &comr[2], sub(s0, comx, CX_S0_PERM),
+  symbfct(s.neqns, comi, &comr[2], sub(s0, comx, CX_S0_PERM),
           sub(s0, comx, CX_S0_INVP), sub(s1, comx, CX_XADJ),
           sub(s1, comx, CX_ADJNCY), sub(s0, comx, CX_S0_COLCNT),
           sub(s0, comx, CX_S0_XSUP), sub(s0, comx, CX_S0_SNODE),
@@ -117,7 +120,10 @@ void stage_symbolic(const int *neqns, int *comi, double *comr, int *comx,
           sub(s2, comx, CX_S2_TOPCNT), static_cast<int *>(work_i0), &error);
   timer_flags[2] = 1;
   COMI(50) = error;
+  stage_clock_end(comr);
 }
+
+namespace {
 
 void copy_ints(int *to, const int *from, std::int64_t count) {
   if (count > 0) std::memcpy(to, from, static_cast<std::size_t>(count) * sizeof(int));
@@ -125,10 +131,17 @@ void copy_ints(int *to, const int *from, std::int64_t count) {
 
 // Stage 3: the final structure in handle[STRUC_FI], the scatter lists of
 // the input matrix, the parallel lists and the operation count.
-void stage_layout(const int *neqns, const int *ia, const int *ja, int *perm,
-                  int *comi, double *comr, int *comx, void *s0, void *s1,
-                  void *s2, void *fi, void *work_i0, int *mc64perm,
-                  int *timer_flags, int *loc_int, int *iparam, int *ooc_l) {
+}  // namespace
+
+void stage_layout(const stage_context &s) {
+  int *comi = s.comi, *comx = s.comx, *timer_flags = s.timer_flags, *iparam = s.iparam;
+  int *ooc_l = s.ooc_l, *loc_int = s.loc_int, *mc64perm = s.mc64perm, *perm = s.perm;
+  double *comr = s.comr;
+  void *s0 = s.struc_s0, *s1 = s.struc_s1, *s2 = s.struc_s2, *fi = s.struc_fi,
+       *work_i0 = s.work_i0;
+  const int *neqns = s.neqns, *ia = s.ia, *ja = s.ja;
+  COMI(50) = 0;
+  stage_clock_start(comr, timer_flags);
   const int n = *neqns;
   const int ns = COMI(31), c = COMI(36), p = COMI(61), t = COMI(15);
   const int e = COMI(54);
@@ -206,6 +219,7 @@ void stage_layout(const int *neqns, const int *ia, const int *ja, int *perm,
     timer_flags[3] = 1;
     if (error != 0) {
       COMI(50) = -1;
+      stage_clock_end(comr);
       return;
     }
   }
@@ -220,139 +234,7 @@ void stage_layout(const int *neqns, const int *ia, const int *ja, int *perm,
     comr[14] = mflop;
     if (CTRL(19) < 0) CTRL(19) = mflop < 2147483647.0 ? static_cast<int>(mflop) : 2147483647;
   }
+  stage_clock_end(comr);
 }
-
-}  // namespace
-
-template <class R>
-void stage_numbers(int *phase, const void *a, const int *ia, const int *ja,
-                   const int *nb, int *comi, double *comr, int *comx,
-                   std::intptr_t *entry, void *factors, void *fi, void *work,
-                   void *cgs, void *up_uplen, void *mc64perm, void *mc64uv,
-                   int *timer_flags, void *b, void *x, int *iparam, int *ooc_l) {
-  const int w = COMI(5);
-  const int ph = *phase;
-  const int kept8 = COMI(8), kept41 = COMX(COMX_FACTORS), kept42 = COMX(COMX_U_PART);
-  // A phase of 30 and above factorizes only when the plan forced it. The
-  // preconditioned iteration is not part of this version: a selection in
-  // comi(18) factorizes and solves directly.
-  const bool factorize = ph > 29 ? COMI(43) == 1 : true;
-  if (factorize) {
-    entry[3] = (static_cast<std::intptr_t>(COMI(34)) + COMI(35)) * w;
-    entry[1] = entry[0];
-    entry[4] = w;
-    COMX(COMX_FACTORS) = 1;
-    COMX(COMX_U_PART) = COMI(34) * w + 1;
-    COMI(62) = COMI(63) = COMI(64) = 0;
-    CTRL(20) = 0;
-    int comi_kept[COMI_WORDS], comx_kept[COMX_WORDS];
-    std::memcpy(comi_kept, comi, sizeof(comi_kept));
-    std::memcpy(comx_kept, comx, sizeof(comx_kept));
-    telmira_factorize<R>(a, ia, ja, fi, comx, factors, work,
-                         COMI(15) > 1 ? up_uplen : nullptr, mc64uv, comi, comr, ooc_l);
-    // A failed factorization leaves no factors to solve with: a later
-    // solve of this matrix_number factorizes again (and fails again).
-    if (COMI(50) != 0) entry[1] = not_allocated_mark;
-    telmira_clock(&comr[15]);
-    comr[4] = 0.0;  // the scatter of A runs inside the kernel's sweep
-    timer_flags[4] = 1;
-    timer_flags[5] = 1;
-    for (int k = 1; k <= COMI_WORDS; ++k)
-      if (k != 50 && k != 62 && k != 63 && k != 64) COMI(k) = comi_kept[k - 1];
-    std::memcpy(comx, comx_kept, sizeof(comx_kept));
-    COMI(41) = 4;
-    COMI(43) = 0;
-    COMX(COMX_WORK) = 1;
-  }
-  if (COMI(50) != 0 || ph == 12 || ph == 22) {
-    COMI(8) = kept8;
-    COMX(COMX_FACTORS) = kept41;
-    COMX(COMX_U_PART) = kept42;
-    return;
-  }
-  // Phases 13 and 23 end here when the driver's refinement call solves.
-  if (ph != 33 && solve_is_measured(comi, iparam)) return;
-  COMX(COMX_FACTORS) = 1;
-  COMX(COMX_U_PART) = COMI(34) * w + 1;
-  if (ph == 33 && COMX(COMX_CGS) == 1 && cgs != nullptr && COMI(18) == 0) {
-    // The refinement call: first solve and the steps.
-    telmira_refine<R>(a, ia, ja, nb, b, x, fi, comx, factors, work, cgs, mc64uv,
-                      static_cast<const int *>(mc64perm), comi, iparam, comr,
-                      timer_flags, ooc_l);
-    telmira_clock(&comr[15]);
-    return;
-  }
-  // The plain solve. The preconditioned iteration is not part of this
-  // version: a selection in comi(18) solves with the factors directly.
-  double t0 = 0.0, t1 = 0.0;
-  telmira_clock(&t0);
-  telmira_solve<R>(nb, x, b, fi, comx, factors, work, mc64uv,
-                   static_cast<const int *>(mc64perm), comi, ooc_l);
-  telmira_clock(&t1);
-  comr[6] = t1 - t0;
-  timer_flags[6] = 1;
-  comr[15] = t1;
-  COMI(65) = 0;
-}
-
-template <class R>
-void telmira_stage(int *phase, const int *neqns, const int *matrix_number,
-                   const void *a, const int *ia, const int *ja, int *perm,
-                   const int *nb, int *comi, double *comr, int *comx,
-                   std::intptr_t *entry, void *factors, void *struc_s0,
-                   void *struc_s1, void *struc_s2, void *struc_fi, void *work_i0,
-                   void *work_r0, void *cgs_arr, void *up_uplen, void *mc64perm,
-                   void *mc64uv, int *timer_flags, int *loc_int, void *b,
-                   void *x, const int *stage, int *iparam, int *ooc_l,
-                   void *ooc_r, char *ooc_path) {
-  (void)matrix_number;
-  (void)ooc_r;
-  (void)ooc_path;
-  COMI(50) = 0;
-  stage_start(comr, timer_flags);
-  switch (*stage) {
-    case 1:
-      stage_order(neqns, ia, ja, perm, comi, comr, comx, struc_s0, struc_s1,
-                  work_i0, static_cast<int *>(mc64perm), timer_flags);
-      break;
-    case 2:
-      stage_symbolic(neqns, comi, comr, comx, struc_s0, struc_s1, struc_s2,
-                     work_i0, timer_flags);
-      break;
-    case 3:
-      stage_layout(neqns, ia, ja, perm, comi, comr, comx, struc_s0, struc_s1,
-                   struc_s2, struc_fi, work_i0, static_cast<int *>(mc64perm),
-                   timer_flags, loc_int, iparam, ooc_l);
-      break;
-    case 4:
-      stage_numbers<R>(phase, a, ia, ja, nb, comi, comr, comx, entry, factors,
-                       struc_fi, work_r0, cgs_arr, up_uplen, mc64perm, mc64uv,
-                       timer_flags, b, x, iparam, ooc_l);
-      break;
-    default:
-      break;
-  }
-  stage_end(comr);
-}
-
-#define TELMIRA_STAGE_INSTANCE(R)                                              \
-  template void telmira_stage<R>(                                              \
-      int *, const int *, const int *, const void *, const int *, const int *, \
-      int *, const int *, int *, double *, int *, std::intptr_t *, void *,     \
-      void *, void *, void *, void *, void *, void *, void *, void *, void *,  \
-      void *, int *, int *, void *, void *, const int *, int *, int *, void *, \
-      char *);
-TELMIRA_STAGE_INSTANCE(double)
-template void stage_numbers<double>(int *, const void *, const int *, const int *,
-                                    const int *, int *, double *, int *,
-                                    std::intptr_t *, void *, void *, void *, void *,
-                                    void *, void *, void *, int *, void *, void *, int *,
-                                    int *);
-template void stage_numbers<float>(int *, const void *, const int *, const int *,
-                                   const int *, int *, double *, int *,
-                                   std::intptr_t *, void *, void *, void *, void *,
-                                   void *, void *, void *, int *, void *, void *, int *,
-                                   int *);
-TELMIRA_STAGE_INSTANCE(float)
 
 }  // namespace tlm

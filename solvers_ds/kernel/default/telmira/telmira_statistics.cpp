@@ -3,6 +3,8 @@
 // the out-of-core lines, and the statistics of the analysis.
 #include "telmira_statistics.h"
 
+#include "telmira_phase.h"
+
 #include <cstdint>
 
 #include "service/vek_serv_clock.h"
@@ -140,8 +142,9 @@ void telmira_statistics(const int *phase, const int *matrix_number,
   timer_flags[9] = 1;
 
   if (COMI(11) <= 0) return;
-  const int first = *phase / 10;
-  const int last = *phase % 10;
+  const tlm::phase_code pc = tlm::decode_phase(*phase);
+  const int first = pc.first;
+  const int last = pc.last;
   telmira_newline();
   telmira_newline();
 

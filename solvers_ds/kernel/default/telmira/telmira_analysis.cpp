@@ -1,0 +1,424 @@
+// telmira_analysis.cpp - the analysis of a call in its steps. Each step
+// allocates what it needs by the storage plan, runs, and checks; a failed
+// step ends the analysis with its error number, leaving what it made for
+// the next analysis or release to free.
+//
+//   parts        the part count of the parallel plan
+//   structure    a structure that the matching and ordering can take
+//   matching     the permutation and scalings (identity when switched off)
+//   order        the analysis blocks, stage 1 (sssord, sfinit)
+//   symbolic     stage 2 (symbfct)
+//   mode         the memory forecast and the storage mode
+//   layout       the final structure, stage 3 (scatter and parallel lists)
+//   release      the analysis blocks go, the final structure shrinks, the
+//                update lists of the parallel sweeps
+//   plan         the numeric plan, committed
+#include "telmira_call.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+
+#include "ordering.h"
+#include "parlist.h"
+#include "scatter_map.h"
+#include "service/vek_serv_memory.h"
+#include "service/vek_serv_message.h"
+#include "telmira_layout.h"
+#include "telmira_matching.h"
+#include "telmira_types.h"
+
+namespace tlm {
+
+namespace {
+
+// Number of parts of the parallel plan and the length of the separator
+// work list.
+void plan_parts(int *comi) {
+  const int n = COMI(1);
+  const int t = COMI(15);
+  const int target = (COMI(12) == 11 && t >= 2) ? t : 32;
+  int parts = 1;
+  while (parts < target) parts *= 2;
+  int cap = 1;
+  while (cap <= n / 2) cap *= 2;
+  COMI(60) = parts < cap ? parts : cap;
+  const int list = 4 * COMI(60) + 4;
+  COMI(61) = list > 1024 ? list : 1024;
+}
+
+// Length W of handle[WORK_I0], without its 15 extra words.
+std::int64_t work_i0_length(const int *comi, const int *iparam) {
+  const std::int64_t n = COMI(1), t = COMI(15), p = COMI(61), h = COMI(4);
+  const int method = COMI(14);
+  const bool dissection = method == 2 || method == 3;
+  const bool q = (dissection && COMI(19) == 1) || (CTRL(5) == 1 && COMI(12) < 11);
+  const std::int64_t l = dissection ? 5 : t + p + n + 3 + h;
+  std::int64_t w = 2 * n + 3;
+  auto widen = [&w](std::int64_t v) {
+    if (v > w) w = v;
+  };
+  widen(l);
+  widen(2 * n + 2 * n * t + 1 + t);
+  widen(n * t);
+  if (q) {
+    widen(3 * n + 3);
+    widen(n + n * t);
+  } else {
+    widen(h + 3 + 3 * n);
+    widen(n + h + n * t);
+  }
+  return w;
+}
+
+// The forecast counts of handle[STRUC_FI], in words, without the 35 extra.
+struct fi_counts {
+  std::int64_t in_core;
+  std::int64_t out_of_core;
+};
+
+fi_counts fi_forecast(const int *comi, const int *ooc_l, std::int64_t e) {
+  const std::int64_t n = COMI(1), t = COMI(15) < 1 ? 1 : COMI(15), p = COMI(61),
+                     h = COMI(4), s = COMI(31), c = COMI(36);
+  const std::int64_t o6 = OOCL(6), o45 = OOCL(45);
+  const bool S = COMI(19) == 1;
+  const std::int64_t b =
+      p + 7 * s + 6 * n + (t < 2 ? 4 : 6 + 2 * s) + s + 4 * n + 2 * t * n + 7;
+  const std::int64_t g = t + t * o45;
+  fi_counts k;
+  k.in_core = o6 * t + c + b + (e + 1) + g + e + g;
+  if (!S) k.in_core += h + 3 + n;
+  if (COMI(69) != 0) k.in_core += e;
+  if (S)
+    k.out_of_core = b + g + g + 12 + 6 * s + (COMI(69) != 0 ? g : 0);
+  else
+    k.out_of_core = b + g + (2 * o45 + 2) * t + h + n + 3 + 12 + 6 * s +
+                    (COMI(69) != 0 ? (2 * o45 + 2) * t : 0);
+  return k;
+}
+
+std::int64_t megabytes(std::int64_t bytes) { return (bytes >> 10) >> 10; }
+std::int64_t magnitude(std::int64_t v) { return v < 0 ? -v : v; }
+
+// The steps share the call and what the earlier steps found.
+template <class R> struct analysis_steps {
+  std::intptr_t *handle;
+  int *iparam;
+  const call_args &c;
+  call_record *rec;
+  int mark;
+  int *comi, *comx, *ooc_l;
+  storage_sums *sums;
+  int *status;
+  std::int64_t n, e, t = 1, p = 0, h = 0, ns = 0, cl = 0;
+  int mt;
+  void *ddist_mps = nullptr;  // the parts of the symmetric matching
+  void *loc_int = nullptr;    // the parallel lists until stage 3 is done
+  std::int64_t work_i0_bytes = 0;
+  fi_counts counts{};
+
+  analysis_steps(std::intptr_t *h_, int *ip, const call_args &c_, call_record *r, int m)
+      : handle(h_), iparam(ip), c(c_), rec(r), mark(m) {
+    state_view s = state_of(handle);
+    comi = s.comi;
+    comx = s.comx;
+    ooc_l = s.ooc_l;
+    sums = &rec->sums;
+    status = &rec->status;
+    n = COMI(1);
+    e = rec->entries;
+    mt = COMI(12);
+  }
+  ~analysis_steps() {
+    storage_free(&ddist_mps, mark);
+    storage_free(&loc_int, mark);
+  }
+
+  bool failed(int error) {
+    rec->error = error;
+    return false;
+  }
+  // Error of a failed stage: -8 for an overflow, -3 otherwise.
+  bool stage_failed(int st) {
+    rec->status = st;
+    CTRL(30) = st;
+    return failed(st == -182 ? -8 : -3);
+  }
+  bool alloc_slot(int slot, std::int64_t bytes, int failure_status) {
+    return storage_alloc_slot(handle, slot, bytes, failure_status, status, sums) != 0;
+  }
+  // Resizes an integer slot; the sums are the caller's business.
+  bool resize_slot(int slot, std::int64_t bytes, int failure_status) {
+    void *old = reinterpret_cast<void *>(handle[slot]);
+    void *q = bytes <= INT_MAX ? vek_serv_realloc(old, static_cast<std::size_t>(bytes)) : nullptr;
+    if (q == nullptr) {
+      rec->status = failure_status;
+      sums->failed_bytes = bytes;
+      sums->failed_sum = sums->analysis;
+      return false;
+    }
+    handle[slot] = reinterpret_cast<std::intptr_t>(q);
+    return true;
+  }
+  stage_context context() {
+    return context_of(handle, iparam, c, rec, nullptr, static_cast<int *>(loc_int));
+  }
+
+  bool structure() {
+    if (!ordering_pattern_sound(static_cast<int>(n), c.ia, c.ja, COMI(19) == 1, mt > 10))
+      return stage_failed(ORDERING_PATTERN_MALFORMED);
+    return true;
+  }
+
+  bool matching() {
+    const bool matched = COMI(67) > 0;
+    if (!matched && mt <= 10) return true;
+    if (!alloc_slot(MC64PERM, 4 * (static_cast<std::int64_t>(COMI(49)) * n + n + 3),
+                    ST_MC64PERM) ||
+        !alloc_slot(MC64UV, 2 * n * sizeof(R), ST_MC64UV))
+      return failed(-2);
+    if (!matched) {
+      // Types above 10 without matching: the identity and unit scalings.
+      int *perm = reinterpret_cast<int *>(handle[MC64PERM]);
+      R *uv = reinterpret_cast<R *>(handle[MC64UV]);
+      for (std::int64_t i = 0; i < n; ++i) perm[i] = static_cast<int>(i + 1);
+      for (std::int64_t i = 0; i < 2 * n; ++i) uv[i] = R(1);
+      return true;
+    }
+    // The matching's own work arrays live only within this step; the sum
+    // goes back to its earlier value when they are freed.
+    const int sum_before = sums->analysis;
+    const bool complex_values = mt == -4 || mt == 6 || mt == 13;
+    const bool symmetric = mt == -4 || mt == -2 || mt == 6;
+    void *mc64_i = nullptr, *mc64_r = nullptr;
+    int error = 0;
+    if (!storage_alloc(&mc64_i, 4 * (6 * n + 20) + 12, ST_MC64_I, status, sums) ||
+        !storage_alloc(&mc64_r, sizeof(R) * (3 * n + (complex_values ? 2 * e : e)),
+                       ST_MC64_R, status, sums)) {
+      error = -2;
+    } else if (words_per_value(mt) == 1 && COMI(67) >= 2) {
+      // Real types know only the first matching mode.
+      rec->status = COMI(67) <= 4 ? 1 : 0;
+      error = -6;
+    } else if (symmetric &&
+               !storage_alloc(&ddist_mps, 4 * std::max<std::int64_t>(COMI(61), 16),
+                              ST_MC64_I, status, sums)) {
+      error = -2;
+    } else {
+      int bad = 0;
+      const int st = telmira_matching<R>(
+          comi, c.a, c.ia, c.ja, static_cast<int *>(mc64_i), static_cast<R *>(mc64_r),
+          static_cast<int *>(ddist_mps), reinterpret_cast<int *>(handle[MC64PERM]),
+          reinterpret_cast<R *>(handle[MC64UV]), &bad);
+      if (bad) {
+        rec->status = st;
+        error = -6;
+      }
+    }
+    storage_free(&mc64_i, mark);
+    storage_free(&mc64_r, mark);
+    sums->analysis = sum_before;
+    return error == 0 ? true : failed(error);
+  }
+
+  bool order() {
+    t = COMI(15) < 1 ? 1 : COMI(15);
+    p = COMI(61);
+    h = COMI(4);
+    if (!alloc_slot(STRUC_S0, 4 * ((2 * t + 3) * n + p + 7 * n + 24), ST_STRUC_S0))
+      return failed(-2);
+    const std::int64_t w = work_i0_length(comi, iparam);
+    COMI(45) = static_cast<int>(w);
+    if (COMI(19) == 1) COMI(68) = 0;
+    if (!alloc_slot(WORK_I0, 4 * (w + 15), ST_WORK_I0) ||
+        !alloc_slot(STRUC_S1, 4 * (h + 17 + 2 * n), ST_STRUC_S1))
+      return failed(-2);
+    work_i0_bytes = 4 * (w + 15);
+    COMX(CX_XADJ) = 1;
+    COMX(CX_ADJNCY) = static_cast<int>(n + 2);
+    COMX(CX_S0_PERM) = 1;
+    COMX(CX_S0_INVP) = static_cast<int>(n + 1);
+    COMX(CX_S0_PARTS) = static_cast<int>(2 * n + 1);
+    COMX(CX_S0_COLCNT) = static_cast<int>(2 * n + p + 1);
+    COMX(CX_S0_SNODE) = static_cast<int>(3 * n + p + 1);
+    COMX(CX_S0_XSUP) = static_cast<int>(4 * n + p + 1);
+    COMX(CX_S0_XLNZ) = static_cast<int>(5 * n + p + 2);
+    COMX(CX_S0_XUNZ) = static_cast<int>(6 * n + p + 3);
+    if (ddist_mps != nullptr) {
+      // The symmetric order comes with its parts: the ranges of the list,
+      // then the top region; the pairs behind them stay empty.
+      int *parts = sub(reinterpret_cast<void *>(handle[STRUC_S0]), comx, CX_S0_PARTS);
+      const int *list = static_cast<const int *>(ddist_mps);
+      const std::int64_t used = 2 * (static_cast<std::int64_t>(COMI(60)) + 1);
+      for (std::int64_t k = 0; k < p; ++k) parts[k] = k < used ? list[k] : 0;
+      storage_free(&ddist_mps, mark);
+    }
+    stage_order(context());
+    return COMI(50) == 0 ? true : stage_failed(COMI(50));
+  }
+
+  bool symbolic() {
+    ns = COMI(31);
+    cl = COMI(36);
+    if (!alloc_slot(STRUC_S2, 4 * (7 * ns + 18 + cl), ST_STRUC_S2)) return failed(-2);
+    COMX(CX_S2_XLINDX) = 1;
+    COMX(CX_S2_LINDX) = static_cast<int>(ns + 2);
+    for (int k = 0; k < 6; ++k) COMX(CX_S2_SPARENT + k) = static_cast<int>(ns + 2 + cl + k * ns);
+    stage_symbolic(context());
+    return COMI(50) == 0 ? true : stage_failed(COMI(50));
+  }
+
+  // The memory forecast in megabytes, and the storage mode with its line.
+  bool mode() {
+    counts = fi_forecast(comi, ooc_l, e);
+    const std::int64_t I = megabytes(4 * (counts.in_core + 35));
+    const std::int64_t O = megabytes(4 * (counts.out_of_core + 35));
+    int phase22 = 22;
+    const int no_commit = 0;
+    fact_sizes forecast{};
+    fact_plan(&phase22, c.nb, handle, nullptr, &mark, &no_commit, &forecast);
+    const std::int64_t wv = words_per_value(mt);
+    const std::int64_t F = megabytes(
+        static_cast<std::int64_t>(sizeof(R)) *
+        (wv * (static_cast<std::int64_t>(COMI(34)) + COMI(35)) + magnitude(forecast.work) +
+         magnitude(forecast.iteration)));
+    const std::int64_t D = megabytes(8 * cl);
+    CTRL(61) = static_cast<int>(sums->analysis / 1024 + 1 + I);
+    CTRL(62) = static_cast<int>(I + 1);
+    CTRL(63) = static_cast<int>(F + 1);
+    int out_of_core = 0, line = 989;
+    if (OOCL(1) == 1) {
+      if (CTRL(61) < OOCL(2) && F + 2 + D < OOCL(2)) {
+        line = 987;
+      } else {
+        out_of_core = 1;
+        line = 988;
+      }
+    } else if (OOCL(1) == 2) {
+      out_of_core = 1;
+      line = 990;
+    }
+    if (rec->level > 0) {
+      vek_serv_print_message(0, 0, 0);
+      vek_serv_print_message(0, line, 0);
+      vek_serv_print_message(0, 0, 0);
+    }
+    if (out_of_core && sums->analysis / 1024 + 1 + O > OOCL(2)) {
+      CTRL(15) = static_cast<int>((O + 1) * 1024 + sums->analysis);
+      OOCL(11) = -9;
+      rec->status = -9;
+      return failed(-9);
+    }
+    // The files of the out-of-core mode are not part of this version: the
+    // factors stay in memory whichever mode was chosen.
+    OOCL(1) = 0;
+    return true;
+  }
+
+  bool layout() {
+    const int rowflag = COMI(69) != 0 ? 1 : 0;
+    const std::int64_t words =
+        fi_layout(static_cast<int>(n), static_cast<int>(e), static_cast<int>(ns),
+                  static_cast<int>(cl), static_cast<int>(p), static_cast<int>(t), COMI(19) == 1,
+                  rowflag, nullptr);
+    if (!alloc_slot(STRUC_FI, 4 * (std::max(counts.in_core, words) + 35), ST_STRUC_FI))
+      return failed(-2);
+    // handle[WORK_I0] serves the scatter map next; it grows when the plan's
+    // length is short of what that step needs.
+    const int method = COMI(14);
+    const bool q = ((method == 2 || method == 3) && COMI(19) == 1) || (CTRL(5) == 1 && mt < 11);
+    std::int64_t want = q ? 4 * (3 * n + 18 + h) : work_i0_bytes;
+    const int nadj = reinterpret_cast<int *>(handle[STRUC_S1])[n] - 1;
+    const std::int64_t map_bytes =
+        4 * (inv_perm_mod_mod_work_length(static_cast<int>(n), static_cast<int>(e), nadj,
+                                          COMI(19) == 1) +
+             2 * ns + 16);
+    if (map_bytes > want) want = map_bytes;
+    if (want != work_i0_bytes) {
+      if (!resize_slot(WORK_I0, want, ST_WORK_I0)) return failed(-2);
+      sums->analysis += kbytes_of(want) - kbytes_of(work_i0_bytes);
+      work_i0_bytes = want;
+    }
+    if (t > 1) {
+      // slindx and slength, then the cursor array of the sources
+      const std::int64_t cells =
+          std::max<std::int64_t>(ns + 1, parlist_cells(static_cast<int>(ns), COMI(60)));
+      const std::int64_t bytes = std::max<std::int64_t>(8 * cl + 60, 4 * (2 * cl + cells + 16));
+      if (!storage_alloc(&loc_int, bytes, ST_LOC_INT, status, sums)) return failed(-2);
+    }
+    stage_layout(context());
+    CTRL(57) = OOCL(47);
+    return COMI(50) == 0 ? true : stage_failed(COMI(50));
+  }
+
+  bool release() {
+    sums->counting = 0;
+    storage_free_slot(handle, STRUC_S0, mark);
+    storage_free_slot(handle, STRUC_S1, mark);
+    storage_free_slot(handle, STRUC_S2, mark);
+    storage_free_slot(handle, WORK_I0, mark);
+    const std::int64_t fi_bytes = 4 * static_cast<std::int64_t>(COMX(CX_FI_END)) + 12;
+    if (!resize_slot(STRUC_FI, fi_bytes, ST_STRUC_FI)) return failed(-2);
+    sums->permanent = kbytes_of(fi_bytes);
+    if (t < 2) return true;
+    // The update lists of the parallel sweeps, from stage 3's lists.
+    const std::int64_t qtop = COMI(60) == 1 ? 1 : COMI(72);
+    const std::int64_t cells =
+        std::max<std::int64_t>(ns + 1, parlist_cells(static_cast<int>(qtop), COMI(60)));
+    const std::int64_t len =
+        std::max<std::int64_t>(COMI(60) * qtop + ns + qtop + 16, cells) +
+        2 * static_cast<std::int64_t>(COMI(28)) + 2 * static_cast<std::int64_t>(COMI(6));
+    sums->counting = 1;
+    const bool ok = alloc_slot(UP_UPLEN, 4 * len, ST_UP_UPLEN);
+    sums->counting = 0;
+    if (!ok) return failed(-2);
+    sums->permanent += kbytes_of(4 * len);
+    int *up = reinterpret_cast<int *>(handle[UP_UPLEN]);
+    const int *li = static_cast<int *>(loc_int);
+    const std::int64_t total = COMI(28);
+    COMX(CX_XSLINDX) = 1;
+    COMX(CX_SLINDX) = static_cast<int>(cells + 1);
+    COMX(CX_SLENGTH) = static_cast<int>(cells + 1 + total);
+    COMX(CX_INLIST) = static_cast<int>(cells + 1 + 2 * total);
+    std::memcpy(up, li + 2 * cl, static_cast<std::size_t>(cells) * 4);
+    std::memcpy(up + cells, li, static_cast<std::size_t>(total) * 4);
+    std::memcpy(up + cells + total, li + cl, static_cast<std::size_t>(total) * 4);
+    storage_free(&loc_int, mark);
+    return true;
+  }
+
+  // The numeric plan, committed for a factorization with this nb.
+  void plan() {
+    int phase22 = 22;
+    const int commit = 1;
+    fact_sizes plan{};
+    fact_plan(&phase22, c.nb, handle, nullptr, &mark, &commit, &plan);
+    const std::int64_t wv = words_per_value(mt);
+    auto kb = [&](std::int64_t values) {
+      return kbytes_of(magnitude(values) * static_cast<std::int64_t>(sizeof(R)) * wv);
+    };
+    sums->numeric = kb(plan.factor) + kb(plan.iteration / wv) + kb(plan.work / wv);
+    CTRL(15) = sums->analysis;
+    CTRL(16) = sums->permanent;
+    CTRL(17) = sums->numeric;
+  }
+};
+
+}  // namespace
+
+template <class R>
+void analysis_phase(std::intptr_t *handle, int *iparam, const call_args &c,
+                    call_record *rec, int mark) {
+  plan_parts(state_of(handle).comi);
+  analysis_steps<R> a(handle, iparam, c, rec, mark);
+  if (a.structure() && a.matching() && a.order() && a.symbolic() && a.mode() && a.layout() &&
+      a.release())
+    a.plan();
+}
+
+template void analysis_phase<double>(std::intptr_t *, int *, const call_args &, call_record *,
+                                     int);
+template void analysis_phase<float>(std::intptr_t *, int *, const call_args &, call_record *,
+                                    int);
+
+}  // namespace tlm

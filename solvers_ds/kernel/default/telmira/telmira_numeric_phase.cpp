@@ -1,0 +1,199 @@
+// telmira_numeric_phase.cpp - factorization and solve of a call: the
+// factor block of the matrix_number and the work arrays by the plan, the
+// factorization when the phase or the plan asks for one, and the solve,
+// plain or through the refinement call, decided here and nowhere else.
+#include "telmira_call.h"
+
+#include <algorithm>
+#include <climits>
+
+#include "service/vek_serv_memory.h"
+#include "telmira_layout.h"
+#include "telmira_numeric.h"
+#include "telmira_types.h"
+
+namespace tlm {
+
+namespace {
+
+// The arrays of the plan: the factor block (values, then the pivot
+// records), the work array and the iteration array. Returns false with
+// error -2 set when one cannot be had.
+template <class R>
+bool allocate_numeric(std::intptr_t *handle, int *iparam, std::intptr_t *entry,
+                      const fact_sizes &plan, call_record *rec, int mark) {
+  state_view s = state_of(handle);
+  int *comi = s.comi, *comx = s.comx, *ooc_l = s.ooc_l;
+  storage_sums *sums = &rec->sums;
+  int *status = &rec->status;
+  if (plan.factor != 0) {
+    if (plan.factor < 0) {
+      void *old = reinterpret_cast<void *>(entry[0]);
+      storage_free(&old, mark);
+      entry[0] = 0;
+    } else {
+      OOCL(8) = OOCL(9) = OOCL(10) = OOCL(11) = 0;
+      OOCL(43) = OOCL(44) = 0;
+    }
+    const std::int64_t f = plan.factor < 0 ? -plan.factor : plan.factor;
+    const std::int64_t value_bytes = static_cast<std::int64_t>(sizeof(R)) * words_per_value(COMI(12));
+    const std::int64_t bytes = f * value_bytes + 4 * PIVOT_RECORD_WORDS * static_cast<std::int64_t>(COMI(1));
+    void *block = nullptr;
+    if (!storage_alloc(&block, bytes, ST_FACT_LU, status, sums)) {
+      entry[0] = 0;
+      rec->error = -2;
+      return false;
+    }
+    entry[0] = reinterpret_cast<std::intptr_t>(block);
+    if (CTRL(9) >= 0) sums->numeric = kbytes_of(bytes);
+  }
+  COMX(COMX_FACTORS) = 1;
+
+  if (plan.work != 0) {
+    const std::int64_t bytes =
+        (plan.work < 0 ? -plan.work : plan.work) * static_cast<std::int64_t>(sizeof(R));
+    if (plan.work < 0) {
+      // A grown work array needs no zero fill.
+      storage_free_slot(handle, WORK_R0, mark);
+      void *p = bytes <= INT_MAX ? vek_serv_malloc(static_cast<std::size_t>(bytes), ALIGNMENT)
+                                 : nullptr;
+      if (p == nullptr) {
+        rec->status = ST_WORK_R0;
+        sums->failed_bytes = bytes;
+        sums->failed_sum = sums->analysis;
+        rec->error = -2;
+        return false;
+      }
+      handle[WORK_R0] = reinterpret_cast<std::intptr_t>(p);
+    } else if (!storage_alloc_slot(handle, WORK_R0, bytes, ST_WORK_R0, status, sums)) {
+      rec->error = -2;
+      return false;
+    }
+    if (CTRL(9) >= 0) sums->numeric += kbytes_of(bytes);
+  }
+  COMX(COMX_WORK) = 1;
+  if (plan.iteration > 0) {
+    const std::int64_t bytes = plan.iteration * static_cast<std::int64_t>(sizeof(R));
+    if (!storage_alloc_slot(handle, CGS_ARR, bytes, ST_CGS_ARR, status, sums)) {
+      rec->error = -2;
+      return false;
+    }
+    COMX(COMX_CGS) = 1;
+  }
+  return true;
+}
+
+// Ends the phase with the error of a failed stage: the out-of-core word,
+// or -4 with the status in iparam(30).
+bool stage_ok(int *comi, int *iparam, int *ooc_l, call_record *rec) {
+  if (OOCL(11) != 0) {
+    rec->error = OOCL(11);
+    rec->status = 0;
+    return false;
+  }
+  if (COMI(50) != 0) {
+    rec->status = COMI(50);
+    CTRL(30) = COMI(50);
+    rec->error = -4;
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+template <class R>
+void numeric_phase(std::intptr_t *handle, int *iparam, const call_args &c,
+                   call_record *rec, int mark) {
+  state_view s = state_of(handle);
+  int *comi = s.comi, *comx = s.comx, *ooc_l = s.ooc_l;
+  std::intptr_t *entry = fact_entry(handle, *c.matrix_number);
+  if (entry == nullptr) {
+    rec->status = 100;
+    rec->error = -1;
+    return;
+  }
+  // The plan may turn a solve without factors into a factorization and
+  // solve (33 into 23), and force a factorization at 33.
+  int code = rec->phase.code;
+  const int commit = 1;
+  fact_sizes plan{};
+  fact_plan(&code, c.nb, handle, entry, &mark, &commit, &plan);
+  if (!allocate_numeric<R>(handle, iparam, entry, plan, rec, mark)) return;
+  const phase_code phase = decode_phase(code);
+
+  // The factorization.
+  if (code < 30 || COMI(43) == 1) {
+    const stage_context ctx = context_of(handle, iparam, c, rec, entry, nullptr);
+    stage_factor<R>(ctx);
+    CTRL(14) = COMI(62);
+    CTRL(22) = COMI(63);
+    CTRL(23) = COMI(64);
+    CTRL(57) = OOCL(47);
+    if (!stage_ok(comi, iparam, ooc_l, rec)) {
+      storage_free_slot(handle, CGS_ARR, mark);
+      COMX(COMX_CGS) = mark;
+      return;
+    }
+  }
+  if (!phase.solves()) {
+    storage_free_slot(handle, CGS_ARR, mark);
+    COMX(COMX_CGS) = mark;
+    return;
+  }
+
+  // A solve of stored factors takes the caller's count of perturbed pivots
+  // (iparam(14)) when there is one.
+  if (code == 33) {
+    if (CTRL(14) + COMI(62) == 0) {
+      CTRL(14) = 0;
+      COMI(62) = 0;
+    } else if (CTRL(14) > 0) {
+      COMI(62) = CTRL(14);
+    }
+  }
+  // The solve: through the refinement call, which refines and measures its
+  // solution, or plain. The refinement call's array: the vectors of the
+  // steps (with the extended path's accumulators for triangle storage and
+  // the transposed product), one more for the accuracy check's last
+  // correction, and the scratch of the parallel product.
+  const bool measured = solve_is_measured(comi, iparam);
+  if (measured) {
+    const std::int64_t k =
+        (CTRL(8) >= 0 ? 2 : ((COMI(19) == 1 || COMI(68) != 0) ? 5 : 3)) + 1;
+    const std::int64_t bytes = static_cast<std::int64_t>(sizeof(R)) * *c.nb * COMI(5) *
+                               (k * COMI(1) + 2 * std::max(1, COMI(15)));
+    storage_free_slot(handle, CGS_ARR, mark);
+    if (!storage_alloc_slot(handle, CGS_ARR, bytes, ST_CGS_ARR, &rec->status, &rec->sums)) {
+      rec->error = -2;
+      return;
+    }
+    COMX(COMX_CGS) = 1;
+  }
+  const stage_context ctx = context_of(handle, iparam, c, rec, entry, nullptr);
+  stage_solve<R>(ctx, measured);
+  CTRL(7) = COMI(65);
+  CTRL(57) = OOCL(47);
+  const bool ok = stage_ok(comi, iparam, ooc_l, rec);
+  COMX(COMX_CGS) = mark;
+  storage_free_slot(handle, CGS_ARR, mark);
+  // A solve vouches for its result: a solution with a NaN or an infinite
+  // value is no success. One pass over the n nb values of the solution.
+  if (ok) {
+    const void *solution = CTRL(6) == 1 ? c.b : c.x;
+    const std::int64_t count =
+        static_cast<std::int64_t>(*c.nb) * COMI(1) * words_per_value(COMI(12));
+    if (!all_finite(static_cast<const R *>(solution), count)) {
+      rec->status = ST_NONFINITE_SOLUTION;
+      CTRL(30) = ST_NONFINITE_SOLUTION;
+      rec->error = -4;
+    }
+  }
+}
+
+template void numeric_phase<double>(std::intptr_t *, int *, const call_args &, call_record *,
+                                    int);
+template void numeric_phase<float>(std::intptr_t *, int *, const call_args &, call_record *,
+                                   int);
+
+}  // namespace tlm
