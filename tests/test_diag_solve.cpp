@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "telmira_internal.h"
+#include "diag_solve.h"
 
 namespace {
 

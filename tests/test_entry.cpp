@@ -7,7 +7,7 @@
 
 #include "service/vek_serv_threads.h"
 #include "telmira.h"
-#include "telmira_internal.h"
+#include "telmira_entry.h"
 
 namespace {
 

@@ -15,7 +15,8 @@
 #include "service/vek_serv_memory.h"
 #include "service/vek_serv_threads.h"
 #include "telmira.h"
-#include "telmira_internal.h"
+#include "telmira_check.h"
+#include "telmira_types.h"
 #include "telmira_storage.h"
 
 namespace {

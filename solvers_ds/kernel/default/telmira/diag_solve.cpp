@@ -3,7 +3,7 @@
 // handle state, no ordering and no factor.
 #include <complex>
 
-#include "telmira_internal.h"
+#include "diag_solve.h"
 
 namespace {
 

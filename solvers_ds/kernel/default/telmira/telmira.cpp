@@ -4,7 +4,11 @@
 // count and reduces it for small systems, serves a matrix with one entry per
 // row itself, and hands everything else to the phase driver of the chosen
 // precision.
-#include "telmira_internal.h"
+#include "telmira.h"
+
+#include "diag_solve.h"
+#include "telmira_driver.h"
+#include "telmira_entry.h"
 
 #include "service/vek_serv_threads.h"
 

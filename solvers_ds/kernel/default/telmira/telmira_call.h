@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "telmira_internal.h"
+#include "telmira_check.h"
 #include "telmira_phase.h"
 #include "telmira_stage.h"
 #include "telmira_storage.h"

@@ -1,7 +1,7 @@
 // telmira_check.cpp - the input checks of every call of the phase driver:
 // the arguments against each other and against the handle, the optional
 // matrix check, and the supernode panel width.
-#include "telmira_internal.h"
+#include "telmira_check.h"
 #include "telmira_phase.h"
 #include "telmira_storage.h"
 #include "telmira_types.h"

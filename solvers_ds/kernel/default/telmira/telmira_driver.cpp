@@ -7,6 +7,8 @@
 // factorization and solve (telmira_numeric_phase.cpp); and the end (memory
 // figures, error numbers, the report).
 #include "telmira_call.h"
+#include "telmira_driver.h"
+#include "telmira_report.h"
 
 #include <cstdio>
 

@@ -1,7 +1,7 @@
 // telmira_report.cpp - the printed report of a failed call: the header
 // line of the error number and the lines of its status, in the solver's
 // internal message numbers.
-#include "telmira_internal.h"
+#include "telmira_report.h"
 #include "telmira_storage.h"
 
 #include "service/vek_serv_message.h"
