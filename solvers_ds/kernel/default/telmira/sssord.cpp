@@ -2,6 +2,7 @@
 // permutation, and the parts of the parallel plan.
 
 #include "ordering.h"
+#include "telmira_slots.h"
 #include "telmira_storage.h"
 
 #include "service/vek_serv_clock.h"
@@ -34,17 +35,17 @@ int order_by_mmd(int n, int *xadj, int *adjncy, int *comi, int constrained,
   int *copy = iwork_alloc(nnz);
   int *work = iwork_alloc(5L * n);
   for (int p = 0; p < nnz; ++p) copy[p] = adjncy[p];
-  int delta = comi_get(comi, 13);
-  int maxint = comi_get(comi, 9) > 0 ? comi_get(comi, 9) : 2147483647;
+  int delta = comi_get(comi, CI_DELTA);
+  int maxint = comi_get(comi, CI_MAXINT) > 0 ? comi_get(comi, CI_MAXINT) : 2147483647;
   int nofsub = 0, nn = n, status = 0;
   if (!constrained) {
     genmmd(&nn, xadj, copy, invp, perm, &delta, work, work + n, work + 2 * n,
            work + 3 * n, &maxint, &nofsub);
   } else {
-    int nparts = comi_get(comi, 15), ncon = 0;
+    int nparts = comi_get(comi, CI_THREADS), ncon = 0;
     ddecomp(&nparts, &nn, xadj, adjncy, perm, invp, &ncon, &status);
     if (status == 0) {
-      int sepflag = comi_get(comi, 17);
+      int sepflag = comi_get(comi, CI_SEPFLAG);
       genmmd_constrained(&nn, xadj, copy, invp, perm, &delta, work, work + n,
                          work + 2 * n, work + 3 * n, &maxint, &nofsub, &ncon,
                          work + 4 * n, &sepflag);
@@ -173,14 +174,14 @@ void sssord(int *n_, int *ia, int *ja, int *comi, int *user_perm,
             int *match_perm, int *xadj, int *adjncy, int *perm, int *invp,
             int *parts, double *times) {
   const int n = *n_;
-  const int mtype = comi_get(comi, 12);
-  const int method = comi_get(comi, 14);
-  const int permmode = comi_get(comi, 21);
-  const int matching = comi_get(comi, 67);
-  int threads = comi_get(comi, 15) > 0 ? comi_get(comi, 15) : 1;
+  const int mtype = comi_get(comi, CI_MTYPE);
+  const int method = comi_get(comi, CI_METHOD);
+  const int permmode = comi_get(comi, CI_PERM_MODE);
+  const int matching = comi_get(comi, CI_MATCHING);
+  int threads = comi_get(comi, CI_THREADS) > 0 ? comi_get(comi, CI_THREADS) : 1;
   double t0 = 0, t1 = 0, t2 = 0;
   telmira_clock(&t0);
-  comi_set(comi, 50, 0);
+  comi_set(comi, CI_STATUS, 0);
 
   // 1-2. The adjacency.
   int nnz = ia[n] - 1;
@@ -192,14 +193,14 @@ void sssord(int *n_, int *ia, int *ja, int *comi, int *user_perm,
     fulladj_unsym(&nn, ia, ja, matching > 0 ? match_perm : nullptr, xadj,
                   adjncy, &nadj, work);
     vek_serv_free(work);
-    comi_set(comi, 4, nadj);
+    comi_set(comi, CI_ADJ_LEN, nadj);
   } else {
-    int nn = n, tri = comi_get(comi, 19);
+    int nn = n, tri = comi_get(comi, CI_TRIANGLE);
     // Both triangles of a structurally symmetric matrix: a pattern that is
     // not symmetric, or a row without its diagonal entry, cannot be ordered
     // as one (an unsymmetric type takes such a matrix).
     if (tri != 1 && !pattern_symmetric(n, ia, ja)) {
-      comi_set(comi, 50, ORDERING_PATTERN_NOT_SYMMETRIC);
+      comi_set(comi, CI_STATUS, ORDERING_PATTERN_NOT_SYMMETRIC);
       return;
     }
     ladj_mod(&nn, ia, ja, &threads, &tri, xadj, adjncy);
@@ -208,7 +209,7 @@ void sssord(int *n_, int *ia, int *ja, int *comi, int *user_perm,
   times[0] = t1 - t0;
 
   // 4-5. The permutation.
-  int nparts = comi_get(comi, 60);
+  int nparts = comi_get(comi, CI_NPARTS);
   int status = 0;
   bool dissection = false;
   const bool sym_matched =
@@ -244,7 +245,7 @@ void sssord(int *n_, int *ia, int *ja, int *comi, int *user_perm,
     }
   }
   if (status != 0) {
-    comi_set(comi, 50, status);
+    comi_set(comi, CI_STATUS, status);
     return;
   }
   // 6. Hand the order to the caller.
@@ -264,5 +265,5 @@ void sssord(int *n_, int *ia, int *ja, int *comi, int *user_perm,
   }
   // 9. invp from perm.
   for (int k = 0; k < n; ++k) invp[perm[k] - 1] = k + 1;
-  comi_set(comi, 60, nparts);
+  comi_set(comi, CI_NPARTS, nparts);
 }

@@ -14,6 +14,7 @@
 //                update lists of the parallel sweeps
 //   plan         the numeric plan, committed
 #include "telmira_call.h"
+#include "telmira_slots.h"
 
 #include <algorithm>
 #include <climits>
@@ -35,24 +36,24 @@ namespace {
 // Number of parts of the parallel plan and the length of the separator
 // work list.
 void plan_parts(int *comi) {
-  const int n = COMI(1);
-  const int t = COMI(15);
-  const int target = (COMI(12) == 11 && t >= 2) ? t : 32;
+  const int n = COMI(CI_N);
+  const int t = COMI(CI_THREADS);
+  const int target = (COMI(CI_MTYPE) == 11 && t >= 2) ? t : 32;
   int parts = 1;
   while (parts < target) parts *= 2;
   int cap = 1;
   while (cap <= n / 2) cap *= 2;
-  COMI(60) = parts < cap ? parts : cap;
-  const int list = 4 * COMI(60) + 4;
-  COMI(61) = list > 1024 ? list : 1024;
+  COMI(CI_NPARTS) = parts < cap ? parts : cap;
+  const int list = 4 * COMI(CI_NPARTS) + 4;
+  COMI(CI_PARTS_LEN) = list > 1024 ? list : 1024;
 }
 
 // Length W of handle[WORK_I0], without its 15 extra words.
 std::int64_t work_i0_length(const int *comi, const int *iparam) {
-  const std::int64_t n = COMI(1), t = COMI(15), p = COMI(61), h = COMI(4);
-  const int method = COMI(14);
+  const std::int64_t n = COMI(CI_N), t = COMI(CI_THREADS), p = COMI(CI_PARTS_LEN), h = COMI(CI_ADJ_LEN);
+  const int method = COMI(CI_METHOD);
   const bool dissection = method == 2 || method == 3;
-  const bool q = (dissection && COMI(19) == 1) || (CTRL(5) == 1 && COMI(12) < 11);
+  const bool q = (dissection && COMI(CI_TRIANGLE) == 1) || (CTRL(IP_PERM_MODE) == 1 && COMI(CI_MTYPE) < 11);
   const std::int64_t l = dissection ? 5 : t + p + n + 3 + h;
   std::int64_t w = 2 * n + 3;
   auto widen = [&w](std::int64_t v) {
@@ -78,22 +79,22 @@ struct fi_counts {
 };
 
 fi_counts fi_forecast(const int *comi, const int *ooc_l, std::int64_t e) {
-  const std::int64_t n = COMI(1), t = COMI(15) < 1 ? 1 : COMI(15), p = COMI(61),
-                     h = COMI(4), s = COMI(31), c = COMI(36);
-  const std::int64_t o6 = OOCL(6), o45 = OOCL(45);
-  const bool S = COMI(19) == 1;
+  const std::int64_t n = COMI(CI_N), t = COMI(CI_THREADS) < 1 ? 1 : COMI(CI_THREADS), p = COMI(CI_PARTS_LEN),
+                     h = COMI(CI_ADJ_LEN), s = COMI(CI_NSUPER), c = COMI(CI_LINDX_LEN);
+  const std::int64_t o6 = OOCL(OL_ROW_LIST), o45 = OOCL(OL_SCATTER_LIST);
+  const bool S = COMI(CI_TRIANGLE) == 1;
   const std::int64_t b =
       p + 7 * s + 6 * n + (t < 2 ? 4 : 6 + 2 * s) + s + 4 * n + 2 * t * n + 7;
   const std::int64_t g = t + t * o45;
   fi_counts k;
   k.in_core = o6 * t + c + b + (e + 1) + g + e + g;
   if (!S) k.in_core += h + 3 + n;
-  if (COMI(69) != 0) k.in_core += e;
+  if (COMI(CI_SCALING) != 0) k.in_core += e;
   if (S)
-    k.out_of_core = b + g + g + 12 + 6 * s + (COMI(69) != 0 ? g : 0);
+    k.out_of_core = b + g + g + 12 + 6 * s + (COMI(CI_SCALING) != 0 ? g : 0);
   else
     k.out_of_core = b + g + (2 * o45 + 2) * t + h + n + 3 + 12 + 6 * s +
-                    (COMI(69) != 0 ? (2 * o45 + 2) * t : 0);
+                    (COMI(CI_SCALING) != 0 ? (2 * o45 + 2) * t : 0);
   return k;
 }
 
@@ -125,9 +126,9 @@ template <class R> struct analysis_steps {
     ooc_l = s.ooc_l;
     sums = &rec->sums;
     status = &rec->status;
-    n = COMI(1);
+    n = COMI(CI_N);
     e = rec->entries;
-    mt = COMI(12);
+    mt = COMI(CI_MTYPE);
   }
   ~analysis_steps() {
     storage_free(&ddist_mps, mark);
@@ -141,7 +142,7 @@ template <class R> struct analysis_steps {
   // Error of a failed stage: -8 for an overflow, -3 otherwise.
   bool stage_failed(int st) {
     rec->status = st;
-    CTRL(30) = st;
+    CTRL(IP_STATUS) = st;
     return failed(st == -182 ? -8 : -3);
   }
   bool alloc_slot(int slot, std::int64_t bytes, int failure_status) {
@@ -165,15 +166,15 @@ template <class R> struct analysis_steps {
   }
 
   bool structure() {
-    if (!ordering_pattern_sound(static_cast<int>(n), c.ia, c.ja, COMI(19) == 1, mt > 10))
+    if (!ordering_pattern_sound(static_cast<int>(n), c.ia, c.ja, COMI(CI_TRIANGLE) == 1, mt > 10))
       return stage_failed(ORDERING_PATTERN_MALFORMED);
     return true;
   }
 
   bool matching() {
-    const bool matched = COMI(67) > 0;
+    const bool matched = COMI(CI_MATCHING) > 0;
     if (!matched && mt <= 10) return true;
-    if (!alloc_slot(MC64PERM, 4 * (static_cast<std::int64_t>(COMI(49)) * n + n + 3),
+    if (!alloc_slot(MC64PERM, 4 * (static_cast<std::int64_t>(COMI(CI_MAX_FAC_STORE)) * n + n + 3),
                     ST_MC64PERM) ||
         !alloc_slot(MC64UV, 2 * n * sizeof(R), ST_MC64UV))
       return failed(-2);
@@ -196,12 +197,12 @@ template <class R> struct analysis_steps {
         !storage_alloc(&mc64_r, sizeof(R) * (3 * n + (complex_values ? 2 * e : e)),
                        ST_MC64_R, status, sums)) {
       error = -2;
-    } else if (words_per_value(mt) == 1 && COMI(67) >= 2) {
+    } else if (words_per_value(mt) == 1 && COMI(CI_MATCHING) >= 2) {
       // Real types know only the first matching mode.
-      rec->status = COMI(67) <= 4 ? 1 : 0;
+      rec->status = COMI(CI_MATCHING) <= 4 ? 1 : 0;
       error = -6;
     } else if (symmetric &&
-               !storage_alloc(&ddist_mps, 4 * std::max<std::int64_t>(COMI(61), 16),
+               !storage_alloc(&ddist_mps, 4 * std::max<std::int64_t>(COMI(CI_PARTS_LEN), 16),
                               ST_MC64_I, status, sums)) {
       error = -2;
     } else {
@@ -222,14 +223,14 @@ template <class R> struct analysis_steps {
   }
 
   bool order() {
-    t = COMI(15) < 1 ? 1 : COMI(15);
-    p = COMI(61);
-    h = COMI(4);
+    t = COMI(CI_THREADS) < 1 ? 1 : COMI(CI_THREADS);
+    p = COMI(CI_PARTS_LEN);
+    h = COMI(CI_ADJ_LEN);
     if (!alloc_slot(STRUC_S0, 4 * ((2 * t + 3) * n + p + 7 * n + 24), ST_STRUC_S0))
       return failed(-2);
     const std::int64_t w = work_i0_length(comi, iparam);
-    COMI(45) = static_cast<int>(w);
-    if (COMI(19) == 1) COMI(68) = 0;
+    COMI(CI_WORK_I0_LEN) = static_cast<int>(w);
+    if (COMI(CI_TRIANGLE) == 1) COMI(CI_TRANSPOSED) = 0;
     if (!alloc_slot(WORK_I0, 4 * (w + 15), ST_WORK_I0) ||
         !alloc_slot(STRUC_S1, 4 * (h + 17 + 2 * n), ST_STRUC_S1))
       return failed(-2);
@@ -249,23 +250,23 @@ template <class R> struct analysis_steps {
       // then the top region; the pairs behind them stay empty.
       int *parts = sub(reinterpret_cast<void *>(handle[STRUC_S0]), comx, CX_S0_PARTS);
       const int *list = static_cast<const int *>(ddist_mps);
-      const std::int64_t used = 2 * (static_cast<std::int64_t>(COMI(60)) + 1);
+      const std::int64_t used = 2 * (static_cast<std::int64_t>(COMI(CI_NPARTS)) + 1);
       for (std::int64_t k = 0; k < p; ++k) parts[k] = k < used ? list[k] : 0;
       storage_free(&ddist_mps, mark);
     }
     stage_order(context());
-    return COMI(50) == 0 ? true : stage_failed(COMI(50));
+    return COMI(CI_STATUS) == 0 ? true : stage_failed(COMI(CI_STATUS));
   }
 
   bool symbolic() {
-    ns = COMI(31);
-    cl = COMI(36);
+    ns = COMI(CI_NSUPER);
+    cl = COMI(CI_LINDX_LEN);
     if (!alloc_slot(STRUC_S2, 4 * (7 * ns + 18 + cl), ST_STRUC_S2)) return failed(-2);
     COMX(CX_S2_XLINDX) = 1;
     COMX(CX_S2_LINDX) = static_cast<int>(ns + 2);
     for (int k = 0; k < 6; ++k) COMX(CX_S2_SPARENT + k) = static_cast<int>(ns + 2 + cl + k * ns);
     stage_symbolic(context());
-    return COMI(50) == 0 ? true : stage_failed(COMI(50));
+    return COMI(CI_STATUS) == 0 ? true : stage_failed(COMI(CI_STATUS));
   }
 
   // The memory forecast in megabytes, and the storage mode with its line.
@@ -280,21 +281,21 @@ template <class R> struct analysis_steps {
     const std::int64_t wv = words_per_value(mt);
     const std::int64_t F = megabytes(
         static_cast<std::int64_t>(sizeof(R)) *
-        (wv * (static_cast<std::int64_t>(COMI(34)) + COMI(35)) + magnitude(forecast.work) +
+        (wv * (static_cast<std::int64_t>(COMI(CI_LNZ_LEN)) + COMI(CI_UNZ_LEN)) + magnitude(forecast.work) +
          magnitude(forecast.iteration)));
     const std::int64_t D = megabytes(8 * cl);
-    CTRL(61) = static_cast<int>(sums->analysis / 1024 + 1 + I);
-    CTRL(62) = static_cast<int>(I + 1);
-    CTRL(63) = static_cast<int>(F + 1);
+    CTRL(IP_FORECAST_PEAK) = static_cast<int>(sums->analysis / 1024 + 1 + I);
+    CTRL(IP_FORECAST_IC) = static_cast<int>(I + 1);
+    CTRL(IP_FORECAST_FACTOR) = static_cast<int>(F + 1);
     int out_of_core = 0, line = 989;
-    if (OOCL(1) == 1) {
-      if (CTRL(61) < OOCL(2) && F + 2 + D < OOCL(2)) {
+    if (OOCL(OL_MODE) == 1) {
+      if (CTRL(IP_FORECAST_PEAK) < OOCL(OL_CORE_MB) && F + 2 + D < OOCL(OL_CORE_MB)) {
         line = 987;
       } else {
         out_of_core = 1;
         line = 988;
       }
-    } else if (OOCL(1) == 2) {
+    } else if (OOCL(OL_MODE) == 2) {
       out_of_core = 1;
       line = 990;
     }
@@ -303,35 +304,35 @@ template <class R> struct analysis_steps {
       vek_serv_print_message(0, line, 0);
       vek_serv_print_message(0, 0, 0);
     }
-    if (out_of_core && sums->analysis / 1024 + 1 + O > OOCL(2)) {
-      CTRL(15) = static_cast<int>((O + 1) * 1024 + sums->analysis);
-      OOCL(11) = -9;
+    if (out_of_core && sums->analysis / 1024 + 1 + O > OOCL(OL_CORE_MB)) {
+      CTRL(IP_PEAK_KB) = static_cast<int>((O + 1) * 1024 + sums->analysis);
+      OOCL(OL_STATUS) = -9;
       rec->status = -9;
       return failed(-9);
     }
     // The files of the out-of-core mode are not part of this version: the
     // factors stay in memory whichever mode was chosen.
-    OOCL(1) = 0;
+    OOCL(OL_MODE) = 0;
     return true;
   }
 
   bool layout() {
-    const int rowflag = COMI(69) != 0 ? 1 : 0;
+    const int rowflag = COMI(CI_SCALING) != 0 ? 1 : 0;
     const std::int64_t words =
         fi_layout(static_cast<int>(n), static_cast<int>(e), static_cast<int>(ns),
-                  static_cast<int>(cl), static_cast<int>(p), static_cast<int>(t), COMI(19) == 1,
+                  static_cast<int>(cl), static_cast<int>(p), static_cast<int>(t), COMI(CI_TRIANGLE) == 1,
                   rowflag, nullptr);
     if (!alloc_slot(STRUC_FI, 4 * (std::max(counts.in_core, words) + 35), ST_STRUC_FI))
       return failed(-2);
     // handle[WORK_I0] serves the scatter map next; it grows when the plan's
     // length is short of what that step needs.
-    const int method = COMI(14);
-    const bool q = ((method == 2 || method == 3) && COMI(19) == 1) || (CTRL(5) == 1 && mt < 11);
+    const int method = COMI(CI_METHOD);
+    const bool q = ((method == 2 || method == 3) && COMI(CI_TRIANGLE) == 1) || (CTRL(IP_PERM_MODE) == 1 && mt < 11);
     std::int64_t want = q ? 4 * (3 * n + 18 + h) : work_i0_bytes;
     const int nadj = reinterpret_cast<int *>(handle[STRUC_S1])[n] - 1;
     const std::int64_t map_bytes =
         4 * (inv_perm_mod_mod_work_length(static_cast<int>(n), static_cast<int>(e), nadj,
-                                          COMI(19) == 1) +
+                                          COMI(CI_TRIANGLE) == 1) +
              2 * ns + 16);
     if (map_bytes > want) want = map_bytes;
     if (want != work_i0_bytes) {
@@ -342,13 +343,13 @@ template <class R> struct analysis_steps {
     if (t > 1) {
       // slindx and slength, then the cursor array of the sources
       const std::int64_t cells =
-          std::max<std::int64_t>(ns + 1, parlist_cells(static_cast<int>(ns), COMI(60)));
+          std::max<std::int64_t>(ns + 1, parlist_cells(static_cast<int>(ns), COMI(CI_NPARTS)));
       const std::int64_t bytes = std::max<std::int64_t>(8 * cl + 60, 4 * (2 * cl + cells + 16));
       if (!storage_alloc(&loc_int, bytes, ST_LOC_INT, status, sums)) return failed(-2);
     }
     stage_layout(context());
-    CTRL(57) = OOCL(47);
-    return COMI(50) == 0 ? true : stage_failed(COMI(50));
+    CTRL(IP_OOC_LEVEL) = OOCL(OL_ALGORITHM);
+    return COMI(CI_STATUS) == 0 ? true : stage_failed(COMI(CI_STATUS));
   }
 
   bool release() {
@@ -362,12 +363,12 @@ template <class R> struct analysis_steps {
     sums->permanent = kbytes_of(fi_bytes);
     if (t < 2) return true;
     // The update lists of the parallel sweeps, from stage 3's lists.
-    const std::int64_t qtop = COMI(60) == 1 ? 1 : COMI(72);
+    const std::int64_t qtop = COMI(CI_NPARTS) == 1 ? 1 : COMI(CI_NTOP);
     const std::int64_t cells =
-        std::max<std::int64_t>(ns + 1, parlist_cells(static_cast<int>(qtop), COMI(60)));
+        std::max<std::int64_t>(ns + 1, parlist_cells(static_cast<int>(qtop), COMI(CI_NPARTS)));
     const std::int64_t len =
-        std::max<std::int64_t>(COMI(60) * qtop + ns + qtop + 16, cells) +
-        2 * static_cast<std::int64_t>(COMI(28)) + 2 * static_cast<std::int64_t>(COMI(6));
+        std::max<std::int64_t>(COMI(CI_NPARTS) * qtop + ns + qtop + 16, cells) +
+        2 * static_cast<std::int64_t>(COMI(CI_LIST_END)) + 2 * static_cast<std::int64_t>(COMI(CI_INLIST_END));
     sums->counting = 1;
     const bool ok = alloc_slot(UP_UPLEN, 4 * len, ST_UP_UPLEN);
     sums->counting = 0;
@@ -375,7 +376,7 @@ template <class R> struct analysis_steps {
     sums->permanent += kbytes_of(4 * len);
     int *up = reinterpret_cast<int *>(handle[UP_UPLEN]);
     const int *li = static_cast<int *>(loc_int);
-    const std::int64_t total = COMI(28);
+    const std::int64_t total = COMI(CI_LIST_END);
     COMX(CX_XSLINDX) = 1;
     COMX(CX_SLINDX) = static_cast<int>(cells + 1);
     COMX(CX_SLENGTH) = static_cast<int>(cells + 1 + total);
@@ -398,9 +399,9 @@ template <class R> struct analysis_steps {
       return kbytes_of(magnitude(values) * static_cast<std::int64_t>(sizeof(R)) * wv);
     };
     sums->numeric = kb(plan.factor) + kb(plan.iteration / wv) + kb(plan.work / wv);
-    CTRL(15) = sums->analysis;
-    CTRL(16) = sums->permanent;
-    CTRL(17) = sums->numeric;
+    CTRL(IP_PEAK_KB) = sums->analysis;
+    CTRL(IP_PERMANENT_KB) = sums->permanent;
+    CTRL(IP_NUMERIC_KB) = sums->numeric;
   }
 };
 

@@ -2,6 +2,7 @@
 // the arguments against each other and against the handle, the optional
 // matrix check, and the supernode panel width.
 #include "telmira_check.h"
+#include "telmira_slots.h"
 #include "telmira_phase.h"
 #include "telmira_storage.h"
 #include "telmira_types.h"
@@ -17,12 +18,12 @@ int telmira_check_matrix(int neqns, int entries, int symmetric_storage,
   // so that a report names the last bad row.
   int bad = 0;
   if (ia[0] != 1) {
-    CTRL(31) = 1; CTRL(32) = ia[0]; CTRL(33) = ia[1];
+    CTRL(IP_CHECK_PLACE1) = 1; CTRL(IP_CHECK_PLACE2) = ia[0]; CTRL(IP_CHECK_PLACE3) = ia[1];
     bad = 1;
   }
   for (int i = 1; i <= neqns; ++i) {
     if (ia[i] <= ia[i - 1]) {
-      CTRL(31) = i; CTRL(32) = ia[i - 1]; CTRL(33) = ia[i];
+      CTRL(IP_CHECK_PLACE1) = i; CTRL(IP_CHECK_PLACE2) = ia[i - 1]; CTRL(IP_CHECK_PLACE3) = ia[i];
       bad = 1;
     }
   }
@@ -31,7 +32,7 @@ int telmira_check_matrix(int neqns, int entries, int symmetric_storage,
   for (int k = 1; k <= entries; ++k) {
     const int j = ja[k - 1];
     if (j < 1 || j > neqns) {
-      CTRL(31) = k; CTRL(32) = j; CTRL(33) = neqns;
+      CTRL(IP_CHECK_PLACE1) = k; CTRL(IP_CHECK_PLACE2) = j; CTRL(IP_CHECK_PLACE3) = neqns;
       bad = 1;
     }
   }
@@ -41,7 +42,7 @@ int telmira_check_matrix(int neqns, int entries, int symmetric_storage,
     for (int i = 1; i <= neqns; ++i) {
       const int j = ia[i - 1];
       if (ja[j - 1] < i) {
-        CTRL(31) = i; CTRL(32) = j; CTRL(33) = ja[j - 1];
+        CTRL(IP_CHECK_PLACE1) = i; CTRL(IP_CHECK_PLACE2) = j; CTRL(IP_CHECK_PLACE3) = ja[j - 1];
         bad = 1;
       }
     }
@@ -51,7 +52,7 @@ int telmira_check_matrix(int neqns, int entries, int symmetric_storage,
   for (int i = 1; i <= neqns; ++i) {
     for (int k = ia[i - 1]; k <= ia[i] - 2; ++k) {
       if (ja[k] <= ja[k - 1]) {
-        CTRL(31) = k; CTRL(32) = ja[k - 1]; CTRL(33) = ja[k];
+        CTRL(IP_CHECK_PLACE1) = k; CTRL(IP_CHECK_PLACE2) = ja[k - 1]; CTRL(IP_CHECK_PLACE3) = ja[k];
         bad = 1;
       }
     }
@@ -103,17 +104,17 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
   if (*level > 1) *level = 1;
 
   // 3. Iteration selection and transposed flag, as iparam(1) says.
-  int selection = CTRL(4);
+  int selection = CTRL(IP_ITERATION);
   double tolerance = comr[12];
-  int transposed = CTRL(12);
-  if (CTRL(1) == 1) {
+  int transposed = CTRL(IP_TRANSPOSED);
+  if (CTRL(IP_DEFAULTS) == 1) {
     transposed = 0;
-    const int v = CTRL(4) < 0 ? -CTRL(4) : CTRL(4);
+    const int v = CTRL(IP_ITERATION) < 0 ? -CTRL(IP_ITERATION) : CTRL(IP_ITERATION);
     if (v != 0) {
       const int k = v / 10;
       const int m = v % 10;
       if (k != 0) tolerance = std::exp(k * -2.302585092994046);
-      selection = CTRL(4) < 0 ? -m : m;
+      selection = CTRL(IP_ITERATION) < 0 ? -m : m;
     }
   }
 
@@ -125,31 +126,31 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
   if (substep == 0 && (*ido < -1 || *ido > 33)) st = 1;
 
   // 5. Threads.
-  if (CTRL(3) < 1) CTRL(3) = 1;
+  if (CTRL(IP_THREADS) < 1) CTRL(IP_THREADS) = 1;
 
   const int mt = *matrix_type;
   const int m = mt < 0 ? -mt : mt;
   int raise_work_factor = 0;
-  if (st == 0 && *max_fac_store > COMI(49) && COMI(49) > 0) st = 2;
+  if (st == 0 && *max_fac_store > COMI(CI_MAX_FAC_STORE) && COMI(CI_MAX_FAC_STORE) > 0) st = 2;
   if (st == 0 && *matrix_number > *max_fac_store) st = 3;
   if (st == 0 && *matrix_number < 1 && ph > 21) st = 4;
   if (st == 0 && (m < 1 || (m > 6 && m != 11)) && mt != 13) st = 15;
-  if (st == 0 && mt != COMI(12) && COMI(12) != 0) {
-    if (mt == -COMI(12)) {
+  if (st == 0 && mt != COMI(CI_MTYPE) && COMI(CI_MTYPE) != 0) {
+    if (mt == -COMI(CI_MTYPE)) {
       raise_work_factor = mt < 1;
     } else {
-      const int o = COMI(12) < 0 ? -COMI(12) : COMI(12);
+      const int o = COMI(CI_MTYPE) < 0 ? -COMI(CI_MTYPE) : COMI(CI_MTYPE);
       if (m / 2 != o / 2) st = 5;
     }
   }
-  if (st == 0 && *neqns != COMI(1) && COMI(1) > 0) st = 6;
+  if (st == 0 && *neqns != COMI(CI_N) && COMI(CI_N) > 0) st = 6;
   if (st == 0 && *neqns < 1) st = 7;
   if (st == 0 && *entries < *neqns) st = 8;
   // Any phase that ends in a solve needs a right-hand side.
   if (st == 0 && *nb < 1 && (ph > 32 || ph % 10 == 3)) st = 9;
-  if (st == 0 && (CTRL(6) < 0 || CTRL(6) > 1)) st = 10;
-  if (st == 0 && (CTRL(2) < 0 || CTRL(2) > 3)) st = 11;
-  if (st == 0 && CTRL(27) != 0)
+  if (st == 0 && (CTRL(IP_OVER_B) < 0 || CTRL(IP_OVER_B) > 1)) st = 10;
+  if (st == 0 && (CTRL(IP_METHOD) < 0 || CTRL(IP_METHOD) > 3)) st = 11;
+  if (st == 0 && CTRL(IP_CHECK_MATRIX) != 0)
     st = telmira_check_matrix(*neqns, *entries, tlm::symmetric_storage(mt),
                               ia, ja, iparam);
 
@@ -160,51 +161,51 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
     *phase = 0;
     *entries_c = 0;
     *nb_c = 0;
-    *max_fac_store_c = COMI(49);
-    *matrix_type_c = COMI(12);
+    *max_fac_store_c = COMI(CI_MAX_FAC_STORE);
+    *matrix_type_c = COMI(CI_MTYPE);
     return;
   }
 
   // 18. The checked values go to the copies.
-  CTRL(27) = 0;
+  CTRL(IP_CHECK_MATRIX) = 0;
   *phase = ph;
   *max_fac_store_c = *max_fac_store;
   *matrix_type_c = mt;
   *entries_c = *entries;
   *nb_c = *nb;
 
-  if (raise_work_factor && COMI(38) < 4) {
-    if (COMI(38) > 0) COMI(37) = 4 * COMI(37) / COMI(38);
-    COMI(38) = 4;
+  if (raise_work_factor && COMI(CI_WORK_FACTOR) < 4) {
+    if (COMI(CI_WORK_FACTOR) > 0) COMI(CI_TMPSIZE) = 4 * COMI(CI_TMPSIZE) / COMI(CI_WORK_FACTOR);
+    COMI(CI_WORK_FACTOR) = 4;
   }
 
   // 19. Sizes, and at the analysis the derived counts of the pattern.
   const int n = *neqns;
   const int e = *entries;
-  COMI(1) = n;
-  COMI(2) = n + 1;
+  COMI(CI_N) = n;
+  COMI(CI_N_PLUS_1) = n + 1;
   const bool analysis = ph == 11 || ph == 12 || ph == 13;
   if (analysis) {
-    COMI(19) = tlm::symmetric_storage(mt);
-    COMI(3) = COMI(19) ? e - n : (e - n) / 2;
-    COMI(4) = mt < 11 ? 2 * COMI(3) : n + 2 * e;
-    COMI(14) = CTRL(2);
-    COMI(15) = CTRL(3);
-    COMI(20) = COMI(15) == 1 ? 1 : 0;
-    COMI(21) = CTRL(5);
+    COMI(CI_TRIANGLE) = tlm::symmetric_storage(mt);
+    COMI(CI_OFFDIAG) = COMI(CI_TRIANGLE) ? e - n : (e - n) / 2;
+    COMI(CI_ADJ_LEN) = mt < 11 ? 2 * COMI(CI_OFFDIAG) : n + 2 * e;
+    COMI(CI_METHOD) = CTRL(IP_METHOD);
+    COMI(CI_THREADS) = CTRL(IP_THREADS);
+    COMI(CI_ONE_THREAD) = COMI(CI_THREADS) == 1 ? 1 : 0;
+    COMI(CI_PERM_MODE) = CTRL(IP_PERM_MODE);
   }
-  COMI(68) = (analysis && COMI(19) == 1) ? 0 : transposed;
+  COMI(CI_TRANSPOSED) = (analysis && COMI(CI_TRIANGLE) == 1) ? 0 : transposed;
 
   // 20. Panel width, words per value and the settings of this call.
-  COMI(5) = tlm::words_per_value(mt);
-  COMI(8) = CTRL(6);
-  COMI(11) = *level;
-  COMI(12) = mt;
-  COMI(16) = telmira_panel_width(mt, COMI(15), n);
-  COMI(18) = selection;
-  COMI(51) = CTRL(21);
-  COMI(55) = substep;
-  COMI(66) = CTRL(10);
+  COMI(CI_WORDS) = tlm::words_per_value(mt);
+  COMI(CI_OVER_B) = CTRL(IP_OVER_B);
+  COMI(CI_MSGLVL) = *level;
+  COMI(CI_MTYPE) = mt;
+  COMI(CI_PANEL) = telmira_panel_width(mt, COMI(CI_THREADS), n);
+  COMI(CI_ITERATION) = selection;
+  COMI(CI_PIVOTING) = CTRL(IP_PIVOTING);
+  COMI(CI_SUBSTEP) = substep;
+  COMI(CI_PERTURBATION) = CTRL(IP_PERTURBATION);
   comr[12] = tolerance;
 
   // 21. Only the listed phases run.

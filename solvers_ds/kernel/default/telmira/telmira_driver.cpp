@@ -7,6 +7,7 @@
 // factorization and solve (telmira_numeric_phase.cpp); and the end (memory
 // figures, error numbers, the report).
 #include "telmira_call.h"
+#include "telmira_slots.h"
 #include "telmira_driver.h"
 #include "telmira_report.h"
 
@@ -23,22 +24,22 @@ using namespace tlm;
 
 // Defaults of the control array, written at an analysis when iparam(1) is 0.
 void fill_defaults(int *iparam, int mtype) {
-  CTRL(2) = 2;
+  CTRL(IP_METHOD) = 2;
   for (int k = 4; k <= 14; ++k) CTRL(k) = 0;
   for (int k = 18; k <= 25; ++k) CTRL(k) = 0;
-  CTRL(18) = -1;
-  CTRL(19) = -1;
-  CTRL(50) = 0;
-  CTRL(60) = 0;
+  CTRL(IP_LU_ENTRIES) = -1;
+  CTRL(IP_MFLOP) = -1;
+  CTRL(IP_PHASE_STATUS) = 0;
+  CTRL(IP_OOC) = 0;
   switch (mtype) {
     case 1: case 3:
-      CTRL(10) = 13;
+      CTRL(IP_PERTURBATION) = 13;
       break;
     case 11: case 13:
-      CTRL(10) = 13; CTRL(11) = 1; CTRL(13) = 1;
+      CTRL(IP_PERTURBATION) = 13; CTRL(IP_SCALING) = 1; CTRL(IP_MATCHING) = 1;
       break;
     case -4: case -2: case 6:
-      CTRL(10) = 8; CTRL(21) = 1;
+      CTRL(IP_PERTURBATION) = 8; CTRL(IP_PIVOTING) = 1;
       break;
     default:
       break;
@@ -52,34 +53,34 @@ void start_analysis(std::intptr_t *handle, int *iparam, int mtype, int mark) {
   int *comx = s.comx;
   double *comr = s.comr;
   handle[SLOT_COUNT] = 0;
-  const int entries = COMI(49);  // size of all_fact_adr, fixed at creation
+  const int entries = COMI(CI_MAX_FAC_STORE);  // size of all_fact_adr, fixed at creation
   for (int k = 1; k <= COMX_WORDS; ++k) COMX(k) = mark;
   for (int k = 1; k <= 70; ++k) COMI(k) = 0;
-  COMI(49) = entries;
+  COMI(CI_MAX_FAC_STORE) = entries;
   for (int k = 0; k < COMR_WORDS; ++k) comr[k] = 0.0;
-  if (CTRL(1) == 0) fill_defaults(iparam, mtype);
+  if (CTRL(IP_DEFAULTS) == 0) fill_defaults(iparam, mtype);
   if (mtype == -4 || mtype == -2 || mtype == 6 || mtype == 11 || mtype == 13) {
-    if (CTRL(13) > 0) {
-      COMI(67) = CTRL(13);
-      if (CTRL(11) == 1) COMI(69) = 1;
+    if (CTRL(IP_MATCHING) > 0) {
+      COMI(CI_MATCHING) = CTRL(IP_MATCHING);
+      if (CTRL(IP_SCALING) == 1) COMI(CI_SCALING) = 1;
     }
   }
-  COMI(68) = CTRL(12);
-  COMI(74) = 0;
-  COMI(9) = 2147483647;
-  COMI(10) = 6;
-  COMI(14) = 2;
-  COMI(15) = CTRL(3);
-  COMI(17) = 1;
-  COMI(24) = 1;
-  COMI(25) = 1;
-  COMI(40) = 10000;
-  COMI(73) = CTRL(26);
+  COMI(CI_TRANSPOSED) = CTRL(IP_TRANSPOSED);
+  COMI(CI_SET74) = 0;
+  COMI(CI_MAXINT) = 2147483647;
+  COMI(CI_LIVE) = 6;
+  COMI(CI_METHOD) = 2;
+  COMI(CI_THREADS) = CTRL(IP_THREADS);
+  COMI(CI_SEPFLAG) = 1;
+  COMI(CI_SET24) = 1;
+  COMI(CI_SET25) = 1;
+  COMI(CI_SET40) = 10000;
+  COMI(CI_NO_REFINEMENT) = CTRL(IP_NO_REFINEMENT);
   comr[10] = 10.0;
   comr[11] = 1.0;
   comr[12] = 1e-12;
   comr[13] = 1e-30;
-  for (int k = 1; k <= COMI(49); ++k)
+  for (int k = 1; k <= COMI(CI_MAX_FAC_STORE); ++k)
     reset_fact_entry(s.fact_adr + (k - 1) * LENG_FACT_ADR, mark);
 }
 
@@ -137,7 +138,7 @@ void run_call(std::intptr_t *handle, const int *max_fac_store,
   }
 
   if (handle[SLOT_COUNT] == 0) {
-    if (*ido == -1 || (*ido < 1 && CTRL(12) == -1)) {
+    if (*ido == -1 || (*ido < 1 && CTRL(IP_TRANSPOSED) == -1)) {
       rec->quiet = 1;
       return;
     }
@@ -149,7 +150,7 @@ void run_call(std::intptr_t *handle, const int *max_fac_store,
     }
     if (*ido < 1) {
       int *comi = state_of(handle).comi;
-      COMI(10) = -1;
+      COMI(CI_LIVE) = -1;
       rec->status = 1000;
       rec->error = -1;
       return;
@@ -159,17 +160,17 @@ void run_call(std::intptr_t *handle, const int *max_fac_store,
       return;
     }
     int *ooc_l = state_of(handle).ooc_l;
-    OOCL(1) = CTRL(60);
-    OOCL(4) = *msglvl;
-    OOCL(12) = 4;
-    if (OOCL(1) != 0)
+    OOCL(OL_MODE) = CTRL(IP_OOC);
+    OOCL(OL_MSGLVL) = *msglvl;
+    OOCL(OL_INT_BYTES) = 4;
+    if (OOCL(OL_MODE) != 0)
       telmira_ooc_read_config("telmira_ooc.cfg", state_of(handle).ooc_path, ooc_l,
                               *msglvl);
-    if (OOCL(1) != 0 && *matrix_type != 2) CTRL(3) = 1;
+    if (OOCL(OL_MODE) != 0 && *matrix_type != 2) CTRL(IP_THREADS) = 1;
   } else {
     state_view s = state_of(handle);
     int *ooc_l = s.ooc_l;
-    if ((OOCL(1) != 0 || CTRL(60) != 0) && *matrix_type != 2) CTRL(3) = 1;
+    if ((OOCL(OL_MODE) != 0 || CTRL(IP_OOC) != 0) && *matrix_type != 2) CTRL(IP_THREADS) = 1;
     if (*ido == 0) {
       std::intptr_t *entry = fact_entry(handle, *matrix_number);
       if (entry == nullptr) {
@@ -181,9 +182,9 @@ void run_call(std::intptr_t *handle, const int *max_fac_store,
       return;
     }
     if (F == 1 || *ido == -1) {
-      CTRL(15) = 0;
-      CTRL(16) = 0;
-      CTRL(17) = 0;
+      CTRL(IP_PEAK_KB) = 0;
+      CTRL(IP_PERMANENT_KB) = 0;
+      CTRL(IP_NUMERIC_KB) = 0;
       storage_release(handle, mark, *ido == -1);
       if (*ido == -1) {
         rec->quiet = 1;
@@ -200,22 +201,22 @@ void run_call(std::intptr_t *handle, const int *max_fac_store,
     rec->sums = storage_sums{};
     rec->sums.counting = 1;
   }
-  rec->stored_entries = COMI(54);
+  rec->stored_entries = COMI(CI_ENTRIES);
   const int n = *neqns;
   const int from_ia = (n >= 0 && ia != nullptr) ? ia[n] - 1 : 0;
-  if (F == 1 || F == 2) COMI(54) = from_ia;
-  rec->entries = F == 3 ? COMI(54) : from_ia;
+  if (F == 1 || F == 2) COMI(CI_ENTRIES) = from_ia;
+  rec->entries = F == 3 ? COMI(CI_ENTRIES) : from_ia;
   rec->entries_in = from_ia;
 
   int max_fac_store_c, matrix_number_c, matrix_type_c, neqns_c, nb_c,
       entries_c, checked_phase;
-  OOCL(4) = *msglvl;
+  OOCL(OL_MSGLVL) = *msglvl;
   telmira_check(handle, max_fac_store, &max_fac_store_c, matrix_number,
                 &matrix_number_c, matrix_type, &matrix_type_c, ido,
                 &checked_phase, neqns, &neqns_c, nb, &nb_c, &rec->entries,
                 &entries_c, msglvl, &rec->level, iparam, &rec->status, comi, ia,
                 ja, a, b, x, rec->timer_flags, s.comr);
-  OOCL(42) = 8 * COMI(5);
+  OOCL(OL_VALUE_BYTES) = 8 * COMI(CI_WORDS);
   if (rec->status != 0) {
     rec->error = -1;
     return;
@@ -244,26 +245,26 @@ void end_call(std::intptr_t *handle, const int *max_fac_store,
   int *ooc_l = s.ooc_l;
   const storage_sums &sums = rec->sums;
 
-  CTRL(17) = sums.numeric;
-  CTRL(16) = sums.permanent;
-  if (ooc_l == nullptr || OOCL(11) != -9) CTRL(15) = sums.analysis;
-  CTRL(64) = 110;
+  CTRL(IP_NUMERIC_KB) = sums.numeric;
+  CTRL(IP_PERMANENT_KB) = sums.permanent;
+  if (ooc_l == nullptr || OOCL(OL_STATUS) != -9) CTRL(IP_PEAK_KB) = sums.analysis;
+  CTRL(IP_VERSION) = 110;
   if (comi != nullptr) {
-    COMI(77) = sums.numeric;
-    COMI(76) = sums.permanent;
-    COMI(75) = sums.analysis;
+    COMI(CI_SUM_NUMERIC) = sums.numeric;
+    COMI(CI_SUM_PERMANENT) = sums.permanent;
+    COMI(CI_SUM_ANALYSIS) = sums.analysis;
   }
 
-  if (ooc_l != nullptr && OOCL(4) == 2) {
-    if (OOCL(1) == 2 && OOCL(11) == 0 && comi != nullptr) {
-      if (OOCL(47) == 0)
-        std::printf(" all L factors fit in RAM, BrLL algorithm of OOC TELMIRA is run; comi(60)=%d\n", COMI(60));
-      else if (OOCL(47) == 3)
-        std::printf(" max Branch of L-tree fit in RAM, BrLL algorithm of OOC TELMIRA is run; comi(60)=%d\n", COMI(60));
-      else if (OOCL(47) == 2)
-        std::printf(" LL algorithm OOC TELMIRA is run; nparts=%d\n", COMI(60));
+  if (ooc_l != nullptr && OOCL(OL_MSGLVL) == 2) {
+    if (OOCL(OL_MODE) == 2 && OOCL(OL_STATUS) == 0 && comi != nullptr) {
+      if (OOCL(OL_ALGORITHM) == 0)
+        std::printf(" all L factors fit in RAM, BrLL algorithm of OOC TELMIRA is run; comi(60)=%d\n", COMI(CI_NPARTS));
+      else if (OOCL(OL_ALGORITHM) == 3)
+        std::printf(" max Branch of L-tree fit in RAM, BrLL algorithm of OOC TELMIRA is run; comi(60)=%d\n", COMI(CI_NPARTS));
+      else if (OOCL(OL_ALGORITHM) == 2)
+        std::printf(" LL algorithm OOC TELMIRA is run; nparts=%d\n", COMI(CI_NPARTS));
     }
-    std::printf(" local TELMIRA version is %d\n", CTRL(64));
+    std::printf(" local TELMIRA version is %d\n", CTRL(IP_VERSION));
     std::fflush(nullptr);
   }
 
@@ -281,13 +282,13 @@ void end_call(std::intptr_t *handle, const int *max_fac_store,
                      &rec->stored_entries, iparam, &sums.failed_bytes, &sum);
     }
   }
-  if (rec->level > 0 && comi != nullptr) COMI(50) = rec->status;
+  if (rec->level > 0 && comi != nullptr) COMI(CI_STATUS) = rec->status;
   // The report of the call; at message level 0 it only closes the timers.
-  if (comi != nullptr && handle[SLOT_COUNT] != 0 && COMI(10) >= 0)
+  if (comi != nullptr && handle[SLOT_COUNT] != 0 && COMI(CI_LIVE) >= 0)
     telmira_statistics(&rec->phase.code, matrix_number, neqns, nb, &rec->entries_in,
                        iparam, comi, s.comr, rec->timer_flags, ooc_l, s.ooc_r);
   *error = err;
-  if (comi != nullptr && *ido >= 0) COMI(50) = 0;
+  if (comi != nullptr && *ido >= 0) COMI(CI_STATUS) = 0;
 
   // A state that no checked call owns (a refused first call, or a creation
   // that failed half-way) is released at once: an empty handle must own
@@ -306,15 +307,15 @@ void telmira_driver(std::intptr_t *handle, const int *max_fac_store,
                     int *iparam, const int *msglvl, void *b, void *x,
                     int *error, int mark, int precision) {
   call_record rec{};
-  CTRL(50) = 0;
+  CTRL(IP_PHASE_STATUS) = 0;
   rec.level = *msglvl < 0 ? -*msglvl : *msglvl;
   if (rec.level > 1) rec.level = 1;
   rec.phase = decode_phase(*ido);
   if (handle[SLOT_COUNT] != 0) {
     const int *comi = state_of(handle).comi;
-    rec.sums.analysis = COMI(75);
-    rec.sums.permanent = COMI(76);
-    rec.sums.numeric = COMI(77);
+    rec.sums.analysis = COMI(CI_SUM_ANALYSIS);
+    rec.sums.permanent = COMI(CI_SUM_PERMANENT);
+    rec.sums.numeric = COMI(CI_SUM_NUMERIC);
   }
   run_call<R>(handle, max_fac_store, matrix_number, matrix_type, ido, neqns, a,
               ia, ja, perm, nb, iparam, msglvl, b, x, mark, precision, &rec);

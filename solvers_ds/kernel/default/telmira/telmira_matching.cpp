@@ -6,6 +6,7 @@
 // both triangles and then turn the matching into a pivot order in which
 // each 2x2 pair stays side by side.
 #include "telmira_matching.h"
+#include "telmira_slots.h"
 
 #include <cstdint>
 
@@ -22,7 +23,7 @@ template <class R>
 int telmira_matching(int *comi, const void *a, const int *ia, const int *ja,
                      int *mc64_i, R *mc64_r, int *ddist_mps, int *matchperm,
                      R *uv, int *failed) {
-  const int n = COMI(1), mtype = COMI(12);
+  const int n = COMI(CI_N), mtype = COMI(CI_MTYPE);
   const int e = ia[n] - 1;
   const bool complex_values = mtype == -4 || mtype == 6 || mtype == 13;
   const bool symmetric = mtype == -4 || mtype == -2 || mtype == 6;
@@ -65,8 +66,8 @@ int telmira_matching(int *comi, const void *a, const int *ia, const int *ja,
   }
 
   if (!*failed && symmetric) {
-    const int method = COMI(14), threads = COMI(15) < 1 ? 1 : COMI(15);
-    int nparts = COMI(60) < 1 ? 1 : COMI(60);
+    const int method = COMI(CI_METHOD), threads = COMI(CI_THREADS) < 1 ? 1 : COMI(CI_THREADS);
+    int nparts = COMI(CI_NPARTS) < 1 ? 1 : COMI(CI_NPARTS);
     bvec *pivots = bvec_new(static_cast<std::uint32_t>(n));
     mpssym_order(&n, ia0, ja0, values, &method, &threads, mc64_i, pivots,
                  &nparts, ddist_mps);
@@ -75,16 +76,16 @@ int telmira_matching(int *comi, const void *a, const int *ia, const int *ja,
     for (int k = 0; k < 2 * nparts; ++k) ddist_mps[k] += 1;
     ddist_mps[2 * nparts] = ddist_mps[2 * nparts - 1] + 1;
     ddist_mps[2 * nparts + 1] = n;
-    COMI(60) = nparts;
+    COMI(CI_NPARTS) = nparts;
   }
 
   if (!*failed) {
     for (int i = 0; i < n; ++i) mc64_i[i] += 1;
-    mc64_i[6 * n] = COMI(10);
-    mc64_i[6 * n + 1] = COMI(10);
+    mc64_i[6 * n] = COMI(CI_LIVE);
+    mc64_i[6 * n + 1] = COMI(CI_LIVE);
     mc64_i[6 * n + 2] = -1;
     mc64_i[6 * n + 3] = 0;
-    const int scaling = COMI(69);
+    const int scaling = COMI(CI_SCALING);
     mc64_post(&scaling, &n, mc64_i, mc64_r, matchperm, uv, &mtype);
   }
   vek_serv_free(ia0);

@@ -9,6 +9,8 @@
 
 #include <cstdint>
 
+#include "telmira_storage.h"
+
 namespace tlm {
 
 // The pivot records of a factorization stand in its own factor block,
@@ -17,7 +19,7 @@ namespace tlm {
 // factorization. value_bytes: bytes of one value (8 or 16 in double).
 constexpr int PIVOT_RECORD_WORDS = 2;  // ints per equation
 inline int *factor_pivots(const void *factors, const int *comi, std::size_t value_bytes) {
-  const std::size_t values = static_cast<std::size_t>(comi[34 - 1]) + comi[35 - 1];
+  const std::size_t values = static_cast<std::size_t>(COMI(CI_LNZ_LEN)) + COMI(CI_UNZ_LEN);
   return reinterpret_cast<int *>(const_cast<char *>(static_cast<const char *>(factors)) +
                                  values * value_bytes);
 }
@@ -28,9 +30,9 @@ inline int *factor_pivots(const void *factors, const int *comi, std::size_t valu
 // pivot), which refine only when iparam(8) asks. Single sub-steps and the
 // iteration never do. comi and iparam as everywhere (COMI, CTRL).
 inline bool solve_is_measured(const int *comi, const int *iparam) {
-  if (comi[18 - 1] != 0 || comi[55 - 1] != 0) return false;
-  const int mtype = comi[12 - 1];
-  if (mtype == 2 || mtype == 4) return comi[62 - 1] > 0 || iparam[8 - 1] != 0;
+  if (COMI(CI_ITERATION) != 0 || COMI(CI_SUBSTEP) != 0) return false;
+  const int mtype = COMI(CI_MTYPE);
+  if (mtype == 2 || mtype == 4) return COMI(CI_NPERT) > 0 || CTRL(IP_REFINE) != 0;
   return true;
 }
 

@@ -3,6 +3,7 @@
 // factorization when the phase or the plan asks for one, and the solve,
 // plain or through the refinement call, decided here and nowhere else.
 #include "telmira_call.h"
+#include "telmira_slots.h"
 
 #include <algorithm>
 #include <climits>
@@ -32,12 +33,12 @@ bool allocate_numeric(std::intptr_t *handle, int *iparam, std::intptr_t *entry,
       storage_free(&old, mark);
       entry[0] = 0;
     } else {
-      OOCL(8) = OOCL(9) = OOCL(10) = OOCL(11) = 0;
-      OOCL(43) = OOCL(44) = 0;
+      OOCL(OL_BYTES_WRITTEN) = OOCL(OL_BYTES_READ) = OOCL(OL_BYTES_READ_SOLVE) = OOCL(OL_STATUS) = 0;
+      OOCL(OL_COUNTER43) = OOCL(OL_COUNTER44) = 0;
     }
     const std::int64_t f = plan.factor < 0 ? -plan.factor : plan.factor;
-    const std::int64_t value_bytes = static_cast<std::int64_t>(sizeof(R)) * words_per_value(COMI(12));
-    const std::int64_t bytes = f * value_bytes + 4 * PIVOT_RECORD_WORDS * static_cast<std::int64_t>(COMI(1));
+    const std::int64_t value_bytes = static_cast<std::int64_t>(sizeof(R)) * words_per_value(COMI(CI_MTYPE));
+    const std::int64_t bytes = f * value_bytes + 4 * PIVOT_RECORD_WORDS * static_cast<std::int64_t>(COMI(CI_N));
     void *block = nullptr;
     if (!storage_alloc(&block, bytes, ST_FACT_LU, status, sums)) {
       entry[0] = 0;
@@ -45,7 +46,7 @@ bool allocate_numeric(std::intptr_t *handle, int *iparam, std::intptr_t *entry,
       return false;
     }
     entry[0] = reinterpret_cast<std::intptr_t>(block);
-    if (CTRL(9) >= 0) sums->numeric = kbytes_of(bytes);
+    if (CTRL(IP_MEMORY_REPORT) >= 0) sums->numeric = kbytes_of(bytes);
   }
   COMX(COMX_FACTORS) = 1;
 
@@ -69,7 +70,7 @@ bool allocate_numeric(std::intptr_t *handle, int *iparam, std::intptr_t *entry,
       rec->error = -2;
       return false;
     }
-    if (CTRL(9) >= 0) sums->numeric += kbytes_of(bytes);
+    if (CTRL(IP_MEMORY_REPORT) >= 0) sums->numeric += kbytes_of(bytes);
   }
   COMX(COMX_WORK) = 1;
   if (plan.iteration > 0) {
@@ -86,14 +87,14 @@ bool allocate_numeric(std::intptr_t *handle, int *iparam, std::intptr_t *entry,
 // Ends the phase with the error of a failed stage: the out-of-core word,
 // or -4 with the status in iparam(30).
 bool stage_ok(int *comi, int *iparam, int *ooc_l, call_record *rec) {
-  if (OOCL(11) != 0) {
-    rec->error = OOCL(11);
+  if (OOCL(OL_STATUS) != 0) {
+    rec->error = OOCL(OL_STATUS);
     rec->status = 0;
     return false;
   }
-  if (COMI(50) != 0) {
-    rec->status = COMI(50);
-    CTRL(30) = COMI(50);
+  if (COMI(CI_STATUS) != 0) {
+    rec->status = COMI(CI_STATUS);
+    CTRL(IP_STATUS) = COMI(CI_STATUS);
     rec->error = -4;
     return false;
   }
@@ -123,13 +124,13 @@ void numeric_phase(std::intptr_t *handle, int *iparam, const call_args &c,
   const phase_code phase = decode_phase(code);
 
   // The factorization.
-  if (code < 30 || COMI(43) == 1) {
+  if (code < 30 || COMI(CI_FORCE) == 1) {
     const stage_context ctx = context_of(handle, iparam, c, rec, entry, nullptr);
     stage_factor<R>(ctx);
-    CTRL(14) = COMI(62);
-    CTRL(22) = COMI(63);
-    CTRL(23) = COMI(64);
-    CTRL(57) = OOCL(47);
+    CTRL(IP_NPERT) = COMI(CI_NPERT);
+    CTRL(IP_NPOS) = COMI(CI_NPOS);
+    CTRL(IP_NNEG) = COMI(CI_NNEG);
+    CTRL(IP_OOC_LEVEL) = OOCL(OL_ALGORITHM);
     if (!stage_ok(comi, iparam, ooc_l, rec)) {
       storage_free_slot(handle, CGS_ARR, mark);
       COMX(COMX_CGS) = mark;
@@ -145,11 +146,11 @@ void numeric_phase(std::intptr_t *handle, int *iparam, const call_args &c,
   // A solve of stored factors takes the caller's count of perturbed pivots
   // (iparam(14)) when there is one.
   if (code == 33) {
-    if (CTRL(14) + COMI(62) == 0) {
-      CTRL(14) = 0;
-      COMI(62) = 0;
-    } else if (CTRL(14) > 0) {
-      COMI(62) = CTRL(14);
+    if (CTRL(IP_NPERT) + COMI(CI_NPERT) == 0) {
+      CTRL(IP_NPERT) = 0;
+      COMI(CI_NPERT) = 0;
+    } else if (CTRL(IP_NPERT) > 0) {
+      COMI(CI_NPERT) = CTRL(IP_NPERT);
     }
   }
   // The solve: through the refinement call, which refines and measures its
@@ -160,9 +161,9 @@ void numeric_phase(std::intptr_t *handle, int *iparam, const call_args &c,
   const bool measured = solve_is_measured(comi, iparam);
   if (measured) {
     const std::int64_t k =
-        (CTRL(8) >= 0 ? 2 : ((COMI(19) == 1 || COMI(68) != 0) ? 5 : 3)) + 1;
-    const std::int64_t bytes = static_cast<std::int64_t>(sizeof(R)) * *c.nb * COMI(5) *
-                               (k * COMI(1) + 2 * std::max(1, COMI(15)));
+        (CTRL(IP_REFINE) >= 0 ? 2 : ((COMI(CI_TRIANGLE) == 1 || COMI(CI_TRANSPOSED) != 0) ? 5 : 3)) + 1;
+    const std::int64_t bytes = static_cast<std::int64_t>(sizeof(R)) * *c.nb * COMI(CI_WORDS) *
+                               (k * COMI(CI_N) + 2 * std::max(1, COMI(CI_THREADS)));
     storage_free_slot(handle, CGS_ARR, mark);
     if (!storage_alloc_slot(handle, CGS_ARR, bytes, ST_CGS_ARR, &rec->status, &rec->sums)) {
       rec->error = -2;
@@ -172,20 +173,20 @@ void numeric_phase(std::intptr_t *handle, int *iparam, const call_args &c,
   }
   const stage_context ctx = context_of(handle, iparam, c, rec, entry, nullptr);
   stage_solve<R>(ctx, measured);
-  CTRL(7) = COMI(65);
-  CTRL(57) = OOCL(47);
+  CTRL(IP_REFINE_STEPS) = COMI(CI_REFINE_STEPS);
+  CTRL(IP_OOC_LEVEL) = OOCL(OL_ALGORITHM);
   const bool ok = stage_ok(comi, iparam, ooc_l, rec);
   COMX(COMX_CGS) = mark;
   storage_free_slot(handle, CGS_ARR, mark);
   // A solve vouches for its result: a solution with a NaN or an infinite
   // value is no success. One pass over the n nb values of the solution.
   if (ok) {
-    const void *solution = CTRL(6) == 1 ? c.b : c.x;
+    const void *solution = CTRL(IP_OVER_B) == 1 ? c.b : c.x;
     const std::int64_t count =
-        static_cast<std::int64_t>(*c.nb) * COMI(1) * words_per_value(COMI(12));
+        static_cast<std::int64_t>(*c.nb) * COMI(CI_N) * words_per_value(COMI(CI_MTYPE));
     if (!all_finite(static_cast<const R *>(solution), count)) {
       rec->status = ST_NONFINITE_SOLUTION;
-      CTRL(30) = ST_NONFINITE_SOLUTION;
+      CTRL(IP_STATUS) = ST_NONFINITE_SOLUTION;
       rec->error = -4;
     }
   }

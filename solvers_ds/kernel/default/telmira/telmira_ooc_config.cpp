@@ -1,6 +1,7 @@
 // telmira_ooc_config.cpp - reading the settings of the out-of-core mode from
 // the environment and the configuration file.
 #include "telmira_ooc_config.h"
+#include "telmira_slots.h"
 #include "telmira_storage.h"
 
 #include "platform/vek_platform.h"
@@ -133,7 +134,7 @@ void take_line(const char *line, const int *given, char *ooc_path,
   if (setting != SET_PATH) {
     std::memcpy(value, tok, len);
     value[len] = '\0';
-    scan_int(value, setting == SET_CORE ? &OOCL(2) : &OOCL(3));
+    scan_int(value, setting == SET_CORE ? &OOCL(OL_CORE_MB) : &OOCL(OL_KEEP_FILES));
     return;
   }
   // The path is joined from the rest of the line, one blank at each split,
@@ -161,8 +162,8 @@ int telmira_ooc_read_config(const char *default_file_name, char *ooc_path,
             sizeof cfg_file_name);
 
   std::strcpy(ooc_path, "ooc_temp");
-  OOCL(2) = 2000;
-  OOCL(3) = 1;
+  OOCL(OL_CORE_MB) = 2000;
+  OOCL(OL_KEEP_FILES) = 1;
 
   if (read_env("VEK_TELMIRA_OOC_CFG_PATH", buf)) {
     copy_text(cfg_path, buf, sizeof cfg_path);
@@ -184,13 +185,13 @@ int telmira_ooc_read_config(const char *default_file_name, char *ooc_path,
   }
   if (read_env("VEK_TELMIRA_OOC_MAX_CORE_SIZE", buf)) {
     given[SET_CORE] = 1;
-    scan_int(buf, &OOCL(2));
-    if (trace) vek_serv_print_message(0, 959, 1, OOCL(2));
+    scan_int(buf, &OOCL(OL_CORE_MB));
+    if (trace) vek_serv_print_message(0, 959, 1, OOCL(OL_CORE_MB));
   }
   if (read_env("VEK_TELMIRA_OOC_KEEP_FILE", buf)) {
     given[SET_KEEP] = 1;
-    scan_int(buf, &OOCL(3));
-    if (trace) vek_serv_print_message(0, 960, 1, OOCL(3));
+    scan_int(buf, &OOCL(OL_KEEP_FILES));
+    if (trace) vek_serv_print_message(0, 960, 1, OOCL(OL_KEEP_FILES));
   }
   if (given[SET_PATH] && given[SET_CORE] && given[SET_KEEP]) return 0;
 

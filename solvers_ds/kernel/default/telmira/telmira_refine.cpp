@@ -14,6 +14,7 @@
 //                              (triangle storage, transposed product);
 //   then 2 comi(15) nb values of scratch for the product.
 #include "telmira_numeric.h"
+#include "telmira_slots.h"
 
 #include <algorithm>
 #include <cmath>
@@ -84,16 +85,16 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
                  const void *s, const int *m, int *comi, int *iparam, double *comr,
                  int *timer_flags, int *ooc_l) {
   typedef real_of<T> R;
-  int n = COMI(1), K = *nb;
+  int n = COMI(CI_N), K = *nb;
   const int count = n * K;
   const std::size_t v = static_cast<std::size_t>(count);
-  const int ctl8 = CTRL(8);
+  const int ctl8 = CTRL(IP_REFINE);
   const bool extended = ctl8 < 0;
   const int wanted = ctl8 < 0 ? -ctl8 : ctl8;
-  const bool over_b = COMI(8) == 1;
-  const int trans = COMI(68) != 0 ? 1 : 0;
-  int mtype = COMI(12), threads = COMI(15) < 1 ? 1 : COMI(15);
-  COMI(65) = 0;
+  const bool over_b = COMI(CI_OVER_B) == 1;
+  const int trans = COMI(CI_TRANSPOSED) != 0 ? 1 : 0;
+  int mtype = COMI(CI_MTYPE), threads = COMI(CI_THREADS) < 1 ? 1 : COMI(CI_THREADS);
+  COMI(CI_REFINE_STEPS) = 0;
 
   // 1. |b| and the saved copy of b.
   T *first = cgs;
@@ -113,12 +114,12 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
   };
   comr[6] = 0.0;
   solve(x, b);
-  if (COMI(50) != 0 || (ooc_l != nullptr && OOCL(11) != 0)) return;
+  if (COMI(CI_STATUS) != 0 || (ooc_l != nullptr && OOCL(OL_STATUS) != 0)) return;
 
   // 3. Is there refinement to do?
   int i = 0;
   T *scratch = nullptr;
-  if (COMI(73) != 0 || (COMI(62) <= 0 && ctl8 == 0)) goto guard;
+  if (COMI(CI_NO_REFINEMENT) != 0 || (COMI(CI_NPERT) <= 0 && ctl8 == 0)) goto guard;
   {
 
   // 4., 5.
@@ -128,7 +129,7 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
   ext_t<T> *xe = reinterpret_cast<ext_t<T> *>(cgs + v);
   // Accumulators of the extended residual: triangle storage and the
   // transposed product add into rows other than their own.
-  const bool accumulate = COMI(19) == 1 || trans != 0;
+  const bool accumulate = COMI(CI_TRIANGLE) == 1 || trans != 0;
   ext_t<T> *xacc = accumulate ? reinterpret_cast<ext_t<T> *>(cgs + 3 * v) : nullptr;
   scratch = cgs + (extended ? (accumulate ? 5 : 3) * v : 2 * v);
   for (;;) {
@@ -151,20 +152,20 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
     if (!extended) {
       // The correction comes back in the work vector, whatever the caller
       // asked for the solution.
-      const int kept8 = COMI(8);
-      COMI(8) = 0;
+      const int kept8 = COMI(CI_OVER_B);
+      COMI(CI_OVER_B) = 0;
       solve(second, r);
-      COMI(8) = kept8;
+      COMI(CI_OVER_B) = kept8;
       d = second;
     } else {
       // In place on r: the solution of the solve overwrites its b.
-      const int kept8 = COMI(8);
-      COMI(8) = 1;
+      const int kept8 = COMI(CI_OVER_B);
+      COMI(CI_OVER_B) = 1;
       solve(over_b ? x : first, r);
-      COMI(8) = kept8;
+      COMI(CI_OVER_B) = kept8;
       d = r;
     }
-    if (COMI(50) != 0 || (ooc_l != nullptr && OOCL(11) != 0)) return;
+    if (COMI(CI_STATUS) != 0 || (ooc_l != nullptr && OOCL(OL_STATUS) != 0)) return;
     // Update.
     double Dn = 0.0;
     if (!extended) {
@@ -178,7 +179,7 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
 
     bool stop = false;
     if (i == 2 && ctl8 == 0) {
-      CTRL(20) = -34;
+      CTRL(IP_CGS) = -34;
       stop = true;
     } else if (i == 1 && Rn > Bn) {
       prev = 2.0 * Rn;
@@ -188,7 +189,7 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
       if (Rn >= 0.9 * prev) {
         if (i > 3 || i >= wanted) {
           stop = true;
-          if (have_e && E > 0.5) COMI(50) = -112;
+          if (have_e && E > 0.5) COMI(CI_STATUS) = -112;
         }
       } else {
         prev = Rn;
@@ -196,9 +197,9 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
     }
     if (stop) break;
   }
-  COMI(65) = i;
+  COMI(CI_REFINE_STEPS) = i;
   if (extended) refine_from_extended<T>(&count, xe, sol);
-  if (COMI(50) != 0) return;
+  if (COMI(CI_STATUS) != 0) return;
   }
 
 guard:
@@ -215,14 +216,14 @@ guard:
     const double target = 64.0 * unit, limit = std::sqrt(unit);
     const int guard_steps = 10;
     if (scratch == nullptr)
-      scratch = cgs + (extended ? (COMI(19) == 1 || trans != 0 ? 5 : 3) * v : 2 * v);
+      scratch = cgs + (extended ? (COMI(CI_TRIANGLE) == 1 || trans != 0 ? 5 : 3) * v : 2 * v);
     // Areas of the guard: A x, then r in its place, then the correction d;
     // the work vector of the correction's solve (the caller's x when the
     // solution overwrites b, as in the steps above).
     T *ax = cgs + v;
     T *wv = extended ? cgs + 2 * v : (over_b ? x : first);
     // The last correction, behind the scratch of the product.
-    T *dkeep = cgs + (extended ? (COMI(19) == 1 || trans != 0 ? 5 : 3) : 2) * v +
+    T *dkeep = cgs + (extended ? (COMI(CI_TRIANGLE) == 1 || trans != 0 ? 5 : 3) : 2) * v +
                2 * static_cast<std::size_t>(threads) * K;
     const double anorm =
         matrix_norm_inf<T>(n, mtype, ia, ja, a, reinterpret_cast<R *>(ax));
@@ -233,13 +234,13 @@ guard:
     };
     double omega = measure();
     int extra = 0;
-    while (omega > target && COMI(73) == 0 && extra < guard_steps) {
+    while (omega > target && COMI(CI_NO_REFINEMENT) == 0 && extra < guard_steps) {
       // d overwrites r.
-      const int kept8 = COMI(8);
-      COMI(8) = 1;
+      const int kept8 = COMI(CI_OVER_B);
+      COMI(CI_OVER_B) = 1;
       solve(wv, ax);
-      COMI(8) = kept8;
-      if (COMI(50) != 0 || (ooc_l != nullptr && OOCL(11) != 0)) return;
+      COMI(CI_OVER_B) = kept8;
+      if (COMI(CI_STATUS) != 0 || (ooc_l != nullptr && OOCL(OL_STATUS) != 0)) return;
       for (std::size_t q = 0; q < v; ++q) {
         dkeep[q] = ax[q];
         sol[q] += ax[q];
@@ -255,9 +256,9 @@ guard:
       }
       if (!(omega <= 0.5 * before)) break;
     }
-    COMI(65) = i + extra;
+    COMI(CI_REFINE_STEPS) = i + extra;
     comr[17] = omega;
-    if (omega > limit) COMI(50) = ST_INACCURATE_SOLUTION;
+    if (omega > limit) COMI(CI_STATUS) = ST_INACCURATE_SOLUTION;
   }
 }
 
@@ -268,8 +269,8 @@ void telmira_refine(const void *a, const int *ia, const int *ja, const int *nb, 
                     void *x, void *fi, const int *comx, const void *factors, void *work,
                     void *cgs, const void *s, const int *m, int *comi, int *iparam,
                     double *comr, int *timer_flags, int *ooc_l) {
-  COMI(50) = 0;
-  if (COMI(5) == 1)
+  COMI(CI_STATUS) = 0;
+  if (COMI(CI_WORDS) == 1)
     refine_loop<R>(static_cast<const R *>(a), ia, ja, nb, static_cast<R *>(b),
                    static_cast<R *>(x), fi, comx, factors, work, static_cast<R *>(cgs), s, m,
                    comi, iparam, comr, timer_flags, ooc_l);

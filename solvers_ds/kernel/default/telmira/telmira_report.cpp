@@ -2,6 +2,7 @@
 // line of the error number and the lines of its status, in the solver's
 // internal message numbers.
 #include "telmira_report.h"
+#include "telmira_slots.h"
 #include "telmira_storage.h"
 
 #include "service/vek_serv_message.h"
@@ -40,7 +41,7 @@ void telmira_report(int *error, const int *status, const int *comi,
                     const std::int64_t *failed_size, const int *memory_sum) {
   const int e = *error;
   const int st = *status;
-  if (comi != nullptr && COMI(10) < 0) {
+  if (comi != nullptr && COMI(CI_LIVE) < 0) {
     // A refused first call: no state had been made for it.
     say(401);
     say(402, 1, *phase);
@@ -49,9 +50,9 @@ void telmira_report(int *error, const int *status, const int *comi,
 
   say(e == -1 && st >= 21 && st <= 30 ? 512 : 500 - e, 1, st);
 
-  const int stored_neqns = comi != nullptr ? COMI(1) : 0;
-  const int stored_type = comi != nullptr ? COMI(12) : 0;
-  const int stored_max = comi != nullptr ? COMI(49) : 0;
+  const int stored_neqns = comi != nullptr ? COMI(CI_N) : 0;
+  const int stored_type = comi != nullptr ? COMI(CI_MTYPE) : 0;
+  const int stored_max = comi != nullptr ? COMI(CI_MAX_FAC_STORE) : 0;
   auto summary = [&]() {
     say_summary(st, *max_fac_store, *matrix_number, *matrix_type, *ido, *neqns,
                 *entries, *nb);
@@ -73,11 +74,11 @@ void telmira_report(int *error, const int *status, const int *comi,
         case 7: say(418, 1, *neqns); summary(); break;
         case 8: say(419, 2, *entries, *stored_entries); summary(); break;
         case 9: say(420, 2, *nb, *ido); summary(); break;
-        case 10: say(421, 1, CTRL(6)); summary(); break;
-        case 11: say(422, 1, CTRL(2)); summary(); break;
+        case 10: say(421, 1, CTRL(IP_OVER_B)); summary(); break;
+        case 11: say(422, 1, CTRL(IP_METHOD)); summary(); break;
         case 20: say(429, 1, *phase); break;
         case 21: case 22: case 23: case 24:
-          say(449 + st - 21, 3, CTRL(31), CTRL(32), CTRL(33));
+          say(449 + st - 21, 3, CTRL(IP_CHECK_PLACE1), CTRL(IP_CHECK_PLACE2), CTRL(IP_CHECK_PLACE3));
           break;
         default: say(411, 1, *ido); summary(); break;
       }
@@ -85,8 +86,8 @@ void telmira_report(int *error, const int *status, const int *comi,
     case -2:
       say(allocation_message(st), 1, static_cast<std::intptr_t>(*failed_size));
       say(433, 1, *memory_sum);
-      say(434, 2, CTRL(15), CTRL(16));
-      say(435, 1, CTRL(17));
+      say(434, 2, CTRL(IP_PEAK_KB), CTRL(IP_PERMANENT_KB));
+      say(435, 1, CTRL(IP_NUMERIC_KB));
       break;
     case -3:
     case -8:
@@ -103,8 +104,8 @@ void telmira_report(int *error, const int *status, const int *comi,
         say(461);
       else if (st == tlm::ST_INACCURATE_SOLUTION)
         say(462);
-      else if (st == -3 || CTRL(20) < 0)
-        say(441, 1, CTRL(20));
+      else if (st == -3 || CTRL(IP_CGS) < 0)
+        say(441, 1, CTRL(IP_CGS));
       else if (st == -2)
         say(443);
       else if (*matrix_type == 2 || *matrix_type == 4)

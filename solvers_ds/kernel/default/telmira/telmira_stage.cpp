@@ -1,6 +1,7 @@
 // telmira_stage.cpp - the stages of the analysis below the phase driver:
 // order, symbolic factorization, and the final layout of the structure.
 #include "telmira_stage.h"
+#include "telmira_slots.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -66,13 +67,13 @@ void stage_order(const stage_context &s) {
   double *comr = s.comr;
   void *s0 = s.struc_s0, *s1 = s.struc_s1, *work_i0 = s.work_i0;
   int *mc64perm = s.mc64perm;
-  COMI(50) = 0;
+  COMI(CI_STATUS) = 0;
   stage_clock_start(comr, timer_flags);
   int n = *s.neqns;
   double times[2] = {0.0, 0.0};
   // The matching's order reaches the ordering: the row order of the
   // unsymmetric types, the pivot order of the symmetric ones.
-  int *match = COMI(67) > 0 ? mc64perm : nullptr;
+  int *match = COMI(CI_MATCHING) > 0 ? mc64perm : nullptr;
   sssord(&n, const_cast<int *>(s.ia), const_cast<int *>(s.ja), comi, s.perm, match,
          sub(s1, comx, CX_XADJ), sub(s1, comx, CX_ADJNCY),
          sub(s0, comx, CX_S0_PERM), sub(s0, comx, CX_S0_INVP),
@@ -81,7 +82,7 @@ void stage_order(const stage_context &s) {
   comr[1] = times[1];
   timer_flags[0] = 1;
   timer_flags[1] = 1;
-  if (COMI(50) != 0) {
+  if (COMI(CI_STATUS) != 0) {
     stage_clock_end(comr);
     return;
   }
@@ -96,7 +97,7 @@ void stage_order(const stage_context &s) {
   telmira_clock(&t1);
   comr[2] = t1 - t0;
   timer_flags[2] = 1;
-  COMI(50) = error;
+  COMI(CI_STATUS) = error;
   stage_clock_end(comr);
 }
 
@@ -105,7 +106,7 @@ void stage_symbolic(const stage_context &s) {
   int *comi = s.comi, *comx = s.comx, *timer_flags = s.timer_flags;
   double *comr = s.comr;
   void *s0 = s.struc_s0, *s1 = s.struc_s1, *s2 = s.struc_s2, *work_i0 = s.work_i0;
-  COMI(50) = 0;
+  COMI(CI_STATUS) = 0;
   stage_clock_start(comr, timer_flags);
   int error = 0;
   symbfct(s.neqns, comi, &comr[2], sub(s0, comx, CX_S0_PERM),
@@ -119,7 +120,7 @@ void stage_symbolic(const stage_context &s) {
           sub(s2, comx, CX_S2_STATE1), sub(s2, comx, CX_S2_STATE2),
           sub(s2, comx, CX_S2_TOPCNT), static_cast<int *>(work_i0), &error);
   timer_flags[2] = 1;
-  COMI(50) = error;
+  COMI(CI_STATUS) = error;
   stage_clock_end(comr);
 }
 
@@ -140,14 +141,14 @@ void stage_layout(const stage_context &s) {
   void *s0 = s.struc_s0, *s1 = s.struc_s1, *s2 = s.struc_s2, *fi = s.struc_fi,
        *work_i0 = s.work_i0;
   const int *neqns = s.neqns, *ia = s.ia, *ja = s.ja;
-  COMI(50) = 0;
+  COMI(CI_STATUS) = 0;
   stage_clock_start(comr, timer_flags);
   const int n = *neqns;
-  const int ns = COMI(31), c = COMI(36), p = COMI(61), t = COMI(15);
-  const int e = COMI(54);
-  const int sym = COMI(19) == 1 ? 1 : 0;
-  const int rowflag = COMI(69) != 0 ? 1 : 0;
-  if (CTRL(18) < 0) CTRL(18) = COMI(34) + COMI(35);
+  const int ns = COMI(CI_NSUPER), c = COMI(CI_LINDX_LEN), p = COMI(CI_PARTS_LEN), t = COMI(CI_THREADS);
+  const int e = COMI(CI_ENTRIES);
+  const int sym = COMI(CI_TRIANGLE) == 1 ? 1 : 0;
+  const int rowflag = COMI(CI_SCALING) != 0 ? 1 : 0;
+  if (CTRL(IP_LU_ENTRIES) < 0) CTRL(IP_LU_ENTRIES) = COMI(CI_LNZ_LEN) + COMI(CI_UNZ_LEN);
 
   const std::int64_t end = fi_layout(n, e, ns, c, p, t, sym, rowflag, comx);
   copy_ints(sub(fi, comx, CX_PERM), sub(s0, comx, CX_S0_PERM), n);
@@ -161,7 +162,7 @@ void stage_layout(const stage_context &s) {
   copy_ints(sub(fi, comx, CX_NMOD), sub(s2, comx, CX_S2_NMOD), ns);
   copy_ints(sub(fi, comx, CX_PNLSCH), sub(s2, comx, CX_S2_PNLSCH), ns);
   copy_ints(sub(fi, comx, CX_PARTS), sub(s0, comx, CX_S0_PARTS), p);
-  if (CTRL(5) < 0) copy_ints(perm, sub(fi, comx, CX_PERM), n);
+  if (CTRL(IP_PERM_MODE) < 0) copy_ints(perm, sub(fi, comx, CX_PERM), n);
 
   // Where each entry of A goes in the factor.
   int *work = static_cast<int *>(work_i0);
@@ -177,9 +178,9 @@ void stage_layout(const stage_context &s) {
                          rowflag ? sub(fi, comx, CX_LUPERM_ROW) : nullptr,
                          &lcount, work);
   } else {
-    const int mtype = COMI(12);
+    const int mtype = COMI(CI_MTYPE);
     const int *roworder =
-        (mtype > 10 && COMI(67) > 0 && mc64perm != nullptr) ? mc64perm : nullptr;
+        (mtype > 10 && COMI(CI_MATCHING) > 0 && mc64perm != nullptr) ? mc64perm : nullptr;
     inv_perm_mod_mod(neqns, ia, ja, sub(fi, comx, CX_PERM),
                      sub(fi, comx, CX_INVP), &ns, sub(fi, comx, CX_XSUP),
                      sub(fi, comx, CX_XLINDX), sub(fi, comx, CX_LINDX),
@@ -202,7 +203,7 @@ void stage_layout(const stage_context &s) {
   if (t > 1) {
     double t0 = 0.0, t1 = 0.0;
     telmira_clock(&t0);
-    const int np = COMI(60), mtype = COMI(12);
+    const int np = COMI(CI_NPARTS), mtype = COMI(CI_MTYPE);
     // loc_int: slindx, slength, then the source index
     const int cap = c;
     int total = 0, ntop = 1, error = 0;
@@ -211,28 +212,28 @@ void stage_layout(const stage_context &s) {
             sub(fi, comx, CX_NMOD), &np, sub(fi, comx, CX_PARTS), &mtype,
             sub(fi, comx, CX_XNMOD), loc_int + 2 * static_cast<std::int64_t>(cap),
             loc_int, loc_int + cap, &total, &ntop, &error);
-    COMI(28) = total;
-    COMI(72) = ntop;
-    COMI(6) = sub(fi, comx, CX_XNMOD)[ns];
+    COMI(CI_LIST_END) = total;
+    COMI(CI_NTOP) = ntop;
+    COMI(CI_INLIST_END) = sub(fi, comx, CX_XNMOD)[ns];
     telmira_clock(&t1);
     comr[3] = t1 - t0;
     timer_flags[3] = 1;
     if (error != 0) {
-      COMI(50) = -1;
+      COMI(CI_STATUS) = -1;
       stage_clock_end(comr);
       return;
     }
   }
 
   // The operation count of the factorization.
-  if (COMI(11) > 0 || CTRL(19) < 0 || OOCL(1) == 2) {
+  if (COMI(CI_MSGLVL) > 0 || CTRL(IP_MFLOP) < 0 || OOCL(OL_MODE) == 2) {
     double mflop = 0.0;
-    const int mtype = COMI(12);
+    const int mtype = COMI(CI_MTYPE);
     flops_estimate(&ns, sub(fi, comx, CX_XSUP), sub(fi, comx, CX_SNODE),
                    sub(fi, comx, CX_XLINDX), sub(fi, comx, CX_LINDX), work,
                    work + ns, &sym, &mtype, &mflop);
     comr[14] = mflop;
-    if (CTRL(19) < 0) CTRL(19) = mflop < 2147483647.0 ? static_cast<int>(mflop) : 2147483647;
+    if (CTRL(IP_MFLOP) < 0) CTRL(IP_MFLOP) = mflop < 2147483647.0 ? static_cast<int>(mflop) : 2147483647;
   }
   stage_clock_end(comr);
 }

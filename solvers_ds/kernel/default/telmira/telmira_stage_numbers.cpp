@@ -2,6 +2,7 @@
 // factorization into the factor block of a matrix_number, and the solve
 // with it, plain or through the refinement call.
 #include "telmira_stage.h"
+#include "telmira_slots.h"
 
 #include "service/vek_serv_clock.h"
 #include "telmira_numeric.h"
@@ -14,27 +15,27 @@ template <class R> void stage_factor(const stage_context &s) {
   int *comi = s.comi, *comx = s.comx, *iparam = s.iparam;
   double *comr = s.comr;
   std::intptr_t *entry = s.entry;
-  COMI(50) = 0;
+  COMI(CI_STATUS) = 0;
   stage_clock_start(comr, s.timer_flags);
-  const int w = words_per_value(COMI(12));
-  entry[3] = (static_cast<std::intptr_t>(COMI(34)) + COMI(35)) * w;
+  const int w = words_per_value(COMI(CI_MTYPE));
+  entry[3] = (static_cast<std::intptr_t>(COMI(CI_LNZ_LEN)) + COMI(CI_UNZ_LEN)) * w;
   entry[1] = entry[0];
   entry[4] = w;
   COMX(COMX_FACTORS) = 1;
-  COMX(COMX_U_PART) = COMI(34) * w + 1;
-  COMI(62) = COMI(63) = COMI(64) = 0;
-  CTRL(20) = 0;
+  COMX(COMX_U_PART) = COMI(CI_LNZ_LEN) * w + 1;
+  COMI(CI_NPERT) = COMI(CI_NPOS) = COMI(CI_NNEG) = 0;
+  CTRL(IP_CGS) = 0;
   telmira_factorize<R>(s.a, s.ia, s.ja, s.struc_fi, comx, s.factors, s.work_r0,
-                       COMI(15) > 1 ? s.up_uplen : nullptr, s.mc64uv, comi, comr, s.ooc_l);
+                       COMI(CI_THREADS) > 1 ? s.up_uplen : nullptr, s.mc64uv, comi, comr, s.ooc_l);
   // The scatter of A runs inside the kernel's sweep.
   comr[4] = 0.0;
   s.timer_flags[4] = 1;
   s.timer_flags[5] = 1;
   // A failed factorization leaves no factors to solve with: a later solve
   // of this matrix_number factorizes again (and fails again).
-  if (COMI(50) != 0) entry[1] = not_allocated_mark;
-  COMI(41) = 4;
-  COMI(43) = 0;
+  if (COMI(CI_STATUS) != 0) entry[1] = not_allocated_mark;
+  COMI(CI_MAXIT) = 4;
+  COMI(CI_FORCE) = 0;
   COMX(COMX_WORK) = 1;
   stage_clock_end(comr);
 }
@@ -42,11 +43,11 @@ template <class R> void stage_factor(const stage_context &s) {
 template <class R> void stage_solve(const stage_context &s, bool measured) {
   int *comi = s.comi, *comx = s.comx;
   double *comr = s.comr;
-  COMI(50) = 0;
+  COMI(CI_STATUS) = 0;
   stage_clock_start(comr, s.timer_flags);
-  const int w = words_per_value(COMI(12));
+  const int w = words_per_value(COMI(CI_MTYPE));
   COMX(COMX_FACTORS) = 1;
-  COMX(COMX_U_PART) = COMI(34) * w + 1;
+  COMX(COMX_U_PART) = COMI(CI_LNZ_LEN) * w + 1;
   if (measured) {
     telmira_refine<R>(s.a, s.ia, s.ja, s.nb, s.b, s.x, s.struc_fi, comx, s.factors,
                       s.work_r0, s.cgs, s.mc64uv, s.mc64perm, comi, s.iparam, comr,
@@ -59,7 +60,7 @@ template <class R> void stage_solve(const stage_context &s, bool measured) {
     telmira_clock(&t1);
     comr[6] = t1 - t0;
     s.timer_flags[6] = 1;
-    COMI(65) = 0;
+    COMI(CI_REFINE_STEPS) = 0;
   }
   stage_clock_end(comr);
 }

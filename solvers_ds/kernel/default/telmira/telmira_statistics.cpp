@@ -2,6 +2,7 @@
 // internal message numbers: banner, summary of the phases, time table with
 // the out-of-core lines, and the statistics of the analysis.
 #include "telmira_statistics.h"
+#include "telmira_slots.h"
 
 #include "telmira_phase.h"
 
@@ -65,20 +66,20 @@ void ooc_percentages(const double *comr, int *ooc_l, const void *ooc_r,
   const double read_solve = ooc_value(ooc_r, precision, 3);
   const double total = ooc_value(ooc_r, precision, 4);
   if (comr[5] > 0.0) {
-    OOCL(13) = static_cast<int>(100.0 * write / comr[5]);
-    OOCL(14) = static_cast<int>(100.0 * read_fact / comr[5]);
+    OOCL(OL_WRITE_PCT) = static_cast<int>(100.0 * write / comr[5]);
+    OOCL(OL_READ_PCT) = static_cast<int>(100.0 * read_fact / comr[5]);
   }
-  if (comr[6] > 0.0) OOCL(15) = static_cast<int>(100.0 * read_solve / comr[6]);
+  if (comr[6] > 0.0) OOCL(OL_READ_SOLVE_PCT) = static_cast<int>(100.0 * read_solve / comr[6]);
   if (total > 0.0)
-    OOCL(16) = static_cast<int>(100.0 * (write + read_fact + read_solve) / total);
+    OOCL(OL_IO_PCT) = static_cast<int>(100.0 * (write + read_fact + read_solve) / total);
 }
 
 }  // namespace
 
 void telmira_banner(const int *comi) {
-  if (COMI(11) <= 0) return;
+  if (COMI(CI_MSGLVL) <= 0) return;
   telmira_newline();
-  say(COMI(12));  // the banner's internal number is the matrix type
+  say(COMI(CI_MTYPE));  // the banner's internal number is the matrix type
 }
 
 void ooc_statistics(int which, int *ooc_l, const void *ooc_r, int precision) {
@@ -97,15 +98,15 @@ void ooc_statistics(int which, int *ooc_l, const void *ooc_r, int precision) {
       row(782);
       row(783);
       row(784);
-      row_int(785, OOCL(13));
-      row_int(786, OOCL(14));
-      row_int(787, 100 - OOCL(14) - OOCL(13));
+      row_int(785, OOCL(OL_WRITE_PCT));
+      row_int(786, OOCL(OL_READ_PCT));
+      row_int(787, 100 - OOCL(OL_READ_PCT) - OOCL(OL_WRITE_PCT));
       row(791);
-      row_int(786, OOCL(15));
-      row_int(792, 100 - OOCL(15));
+      row_int(786, OOCL(OL_READ_SOLVE_PCT));
+      row_int(792, 100 - OOCL(OL_READ_SOLVE_PCT));
       row(794);
-      row_int(786, OOCL(16));
-      row_int(795, 100 - OOCL(16));
+      row_int(786, OOCL(OL_IO_PCT));
+      row_int(795, 100 - OOCL(OL_IO_PCT));
       row(797);
       row(798);
       const double written = ooc_bytes(ooc_l, 8);
@@ -136,12 +137,12 @@ void telmira_statistics(const int *phase, const int *matrix_number,
   telmira_clock(&now);
   comr[8] += now - comr[15];
   comr[9] = now - comr[9];
-  const int precision = COMI(90);
-  const bool ooc = ooc_l != nullptr && ooc_r != nullptr && OOCL(1) == 2;
+  const int precision = COMI(CI_PRECISION);
+  const bool ooc = ooc_l != nullptr && ooc_r != nullptr && OOCL(OL_MODE) == 2;
   if (ooc) ooc_add(ooc_r, precision, 4, comr[9]);
   timer_flags[9] = 1;
 
-  if (COMI(11) <= 0) return;
+  if (COMI(CI_MSGLVL) <= 0) return;
   const tlm::phase_code pc = tlm::decode_phase(*phase);
   const int first = pc.first;
   const int last = pc.last;
@@ -169,7 +170,7 @@ void telmira_statistics(const int *phase, const int *matrix_number,
     const double seconds = comr[flag - 1];
     if (flag == 8) {
       const int number = 118;
-      telmira_message_timed(&number, &seconds, &CTRL(20));
+      telmira_message_timed(&number, &seconds, &CTRL(IP_CGS));
     } else if (flag == 10) {
       const double values[2] = {seconds, seconds - sum};
       const int number = 120, count = 2;
@@ -189,16 +190,16 @@ void telmira_statistics(const int *phase, const int *matrix_number,
   telmira_newline();
   say(103);  // "Statistics:"
   say(104);
-  say(105, 1, COMI(15));
-  if (COMI(18) > 0)
+  say(105, 1, COMI(CI_THREADS));
+  if (COMI(CI_ITERATION) > 0)
     say(106);
-  else if (COMI(20) == 0)
+  else if (COMI(CI_ONE_THREAD) == 0)
     say(107);
-  else if (COMI(20) == 1)
+  else if (COMI(CI_ONE_THREAD) == 1)
     say(108);
 
   telmira_newline();
-  say(COMI(68) == 0 ? 109 : 110);
+  say(COMI(CI_TRANSPOSED) == 0 ? 109 : 110);
   say(112, 1, *neqns);
   say(114, 1, *entries);
   // Density of A in percent; an empty system has none.
@@ -208,27 +209,27 @@ void telmira_statistics(const int *phase, const int *matrix_number,
 
   telmira_newline();
   say(118);  // " < Factors L and U > "
-  if (COMI(14) == 0) {
+  if (COMI(CI_METHOD) == 0) {
     say(119);
     say(120);
   }
-  say(122, 1, COMI(16));
-  say(124, 1, COMI(46));
-  if (COMI(21) > 0) {
+  say(122, 1, COMI(CI_PANEL));
+  say(124, 1, COMI(CI_SUBGRAPHS));
+  if (COMI(CI_PERM_MODE) > 0) {
     say(129);
-  } else if (COMI(14) == 1) {
+  } else if (COMI(CI_METHOD) == 1) {
     say(125);
-    if (COMI(17) == 1) say(126);
-    if (COMI(17) == 0) say(127);
-  } else if (COMI(14) == 2) {
+    if (COMI(CI_SEPFLAG) == 1) say(126);
+    if (COMI(CI_SEPFLAG) == 0) say(127);
+  } else if (COMI(CI_METHOD) == 2) {
     say(128);
   }
-  say(131, 1, COMI(31));
-  say(133, 1, COMI(32));
-  say(134, 1, COMI(34));
-  say(136, 1, COMI(35));
+  say(131, 1, COMI(CI_NSUPER));
+  say(133, 1, COMI(CI_WIDEST));
+  say(134, 1, COMI(CI_LNZ_LEN));
+  say(136, 1, COMI(CI_UNZ_LEN));
   const std::int64_t l_and_u =
-      static_cast<std::int64_t>(COMI(34)) + static_cast<std::int64_t>(COMI(35));
+      static_cast<std::int64_t>(COMI(CI_LNZ_LEN)) + static_cast<std::int64_t>(COMI(CI_UNZ_LEN));
   say(138, 1, static_cast<std::intptr_t>(l_and_u));
 
   if (*phase > 11) {

@@ -3,6 +3,7 @@
 // factor entries, fact_plan, the release order, and the allocators of the
 // toolkit that end the process on failure.
 #include "telmira_storage.h"
+#include "telmira_slots.h"
 
 #include "service/vek_serv_memory.h"
 #include "telmira_types.h"
@@ -90,9 +91,9 @@ int create_basic(std::intptr_t *handle, int max_fac_store, int precision,
   int *comi = s.comi;
   int *comx = s.comx;
   for (int k = 1; k <= COMX_WORDS; ++k) COMX(k) = mark;
-  COMI(49) = static_cast<int>(entries);
-  COMI(90) = precision;
-  for (int k = 1; k <= COMI(49); ++k)
+  COMI(CI_MAX_FAC_STORE) = static_cast<int>(entries);
+  COMI(CI_PRECISION) = precision;
+  for (int k = 1; k <= COMI(CI_MAX_FAC_STORE); ++k)
     reset_fact_entry(s.fact_adr + (k - 1) * LENG_FACT_ADR, mark);
   return 1;
 }
@@ -123,7 +124,7 @@ std::intptr_t *fact_entry(const std::intptr_t *handle, int matrix_number) {
   state_view s = state_of(handle);
   if (s.fact_adr == nullptr || s.comi == nullptr) return nullptr;
   const int *comi = s.comi;
-  if (matrix_number < 1 || matrix_number > COMI(49)) return nullptr;
+  if (matrix_number < 1 || matrix_number > COMI(CI_MAX_FAC_STORE)) return nullptr;
   return s.fact_adr + (matrix_number - 1) * LENG_FACT_ADR;
 }
 
@@ -142,11 +143,11 @@ void storage_release(std::intptr_t *handle, int mark, int everything) {
   state_view s = state_of(handle);
   int *comi = s.comi;
   int *comx = s.comx;
-  // The logical files of the out-of-core mode (kept when OOCL(3) is set) are
+  // The logical files of the out-of-core mode (kept when OOCL(OL_KEEP_FILES) is set) are
   // deleted by the out-of-core layer, which this release hands them to once
   // the mode exists; until then no file is ever made.
   if (s.fact_adr != nullptr && comi != nullptr) {
-    for (int k = 1; k <= COMI(49); ++k) {
+    for (int k = 1; k <= COMI(CI_MAX_FAC_STORE); ++k) {
       std::intptr_t *e = s.fact_adr + (k - 1) * LENG_FACT_ADR;
       void *factors = reinterpret_cast<void *>(e[0]);
       storage_free(&factors, mark);
@@ -177,13 +178,13 @@ void fact_plan(int *phase, const int *nb, std::intptr_t *handle,
   int *comi = s.comi;
   int *comx = s.comx;
   const std::intptr_t m = *mark;
-  const std::int64_t w = words_per_value(COMI(12));
-  const std::int64_t f = static_cast<std::int64_t>(COMI(34)) + COMI(35);
-  std::int64_t r = COMI(37);
-  if (static_cast<std::int64_t>(COMI(23)) * *nb > r)
-    r = static_cast<std::int64_t>(COMI(23)) * *nb;
-  if (COMI(1) > r) r = COMI(1);
-  r *= COMI(15);
+  const std::int64_t w = words_per_value(COMI(CI_MTYPE));
+  const std::int64_t f = static_cast<std::int64_t>(COMI(CI_LNZ_LEN)) + COMI(CI_UNZ_LEN);
+  std::int64_t r = COMI(CI_TMPSIZE);
+  if (static_cast<std::int64_t>(COMI(CI_LONGEST_COL)) * *nb > r)
+    r = static_cast<std::int64_t>(COMI(CI_LONGEST_COL)) * *nb;
+  if (COMI(CI_N) > r) r = COMI(CI_N);
+  r *= COMI(CI_THREADS);
 
   plan->force = 0;
   if (entry == nullptr || entry[1] == m) {
@@ -199,14 +200,14 @@ void fact_plan(int *phase, const int *nb, std::intptr_t *handle,
     plan->factor = -f;
     plan->force = 1;
   }
-  if ((*phase == 22 || *phase == 23) && COMI(18) == 0) plan->force = 1;
+  if ((*phase == 22 || *phase == 23) && COMI(CI_ITERATION) == 0) plan->force = 1;
 
   const std::int64_t work = r * w;
-  std::int64_t new_work = COMI(7);
+  std::int64_t new_work = COMI(CI_WORK_LEN);
   if (COMX(COMX_WORK) == *mark) {
     plan->work = work;
     new_work = work;
-  } else if (work > COMI(7)) {
+  } else if (work > COMI(CI_WORK_LEN)) {
     plan->work = -work;
     new_work = work;
   } else {
@@ -214,18 +215,18 @@ void fact_plan(int *phase, const int *nb, std::intptr_t *handle,
   }
 
   plan->iteration = 0;
-  const std::int64_t n = COMI(1);
+  const std::int64_t n = COMI(CI_N);
   const std::int64_t k = *nb;
-  if (COMI(18) != 0 && *phase % 10 >= 3)
-    plan->iteration = ((5 * n + 9) * k + 2 * k * COMI(15)) * w;
+  if (COMI(CI_ITERATION) != 0 && *phase % 10 >= 3)
+    plan->iteration = ((5 * n + 9) * k + 2 * k * COMI(CI_THREADS)) * w;
 
   if (*commit) {
-    COMI(5) = static_cast<int>(w);
-    COMI(7) = static_cast<int>(new_work);
-    COMI(43) = plan->force;
+    COMI(CI_WORDS) = static_cast<int>(w);
+    COMI(CI_WORK_LEN) = static_cast<int>(new_work);
+    COMI(CI_FORCE) = plan->force;
     if (plan->work < 0) COMX(COMX_WORK) = *mark;
-    COMI(47) = static_cast<int>(plan->iteration);
-    COMI(44) = static_cast<int>(r);
+    COMI(CI_ITERATION_LEN) = static_cast<int>(plan->iteration);
+    COMI(CI_BUFFER_LEN) = static_cast<int>(r);
   }
 }
 

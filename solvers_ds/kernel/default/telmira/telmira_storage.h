@@ -9,10 +9,12 @@
 #define TELMIRA_STORAGE_H
 
 #include <cstddef>
+#include "telmira_slots.h"
 #include <cstdint>
 
 // One-based views of the integer state, as the solver's traces number them:
-// COMI(50) is the fiftieth word of comi. comr is indexed from 0.
+// COMI(50) is the fiftieth word of comi (named in telmira_slots.h). comr is
+// indexed from 0.
 #define COMI(k) comi[(k) - 1]
 #define COMX(k) comx[(k) - 1]
 #define CTRL(k) iparam[(k) - 1]
@@ -98,7 +100,7 @@ struct state_view {
   int *comi;          // 100 ints, COMI(k)
   double *comr;       // 20 doubles, comr[k]
   int *comx;          // 100 ints, COMX(k)
-  std::intptr_t *fact_adr;  // COMI(49) entries of LENG_FACT_ADR words
+  std::intptr_t *fact_adr;  // COMI(CI_MAX_FAC_STORE) entries of LENG_FACT_ADR words
   void **ooc_adr;     // the four blocks below
   char *ooc_path;
   int *ooc_l;         // 128 ints, OOCL(k)
@@ -136,8 +138,8 @@ void storage_free(void **slot, int mark);
 void storage_free_slot(std::intptr_t *handle, int slot, int mark);
 
 // Creates the basic block and all_fact_adr in an empty handle, fills comx
-// with the mark, resets the factor entries and stores COMI(49) and
-// COMI(90). Returns 0 and sets *status on failure.
+// with the mark, resets the factor entries and stores COMI(CI_MAX_FAC_STORE) and
+// COMI(CI_PRECISION). Returns 0 and sets *status on failure.
 int create_basic(std::intptr_t *handle, int max_fac_store, int precision,
                  int mark, int *status, storage_sums *sums);
 // Creates all_ooc_adr and its four blocks; ooc_r has 128 words of
