@@ -55,8 +55,10 @@ void usage(FILE *f) {
       "                  values that make them symmetric positive definite\n"
       "  --gen KIND:N    generated matrix: lap2d:N (5-point, N x N grid),\n"
       "                  lap3d:N (7-point, N^3 grid), cd2d:N (convection-diffusion\n"
-      "                  on an N x N grid, type 11), cd3d:N (the same on N^3,\n"
-      "                  type 11), indef3d:N (lap3d shifted by 3, type -2),\n"
+      "                  on an N x N grid, type 11), cd3d:N (on N^3, first-order\n"
+      "                  upwind, type 11), indef3d:N (lap3d minus a shift near 1,\n"
+      "                  type -2), helm3d:N (the same plus 0.1 i, type 6),\n"
+      "                  herm3d:N (Hermitian indefinite, type -4),\n"
       "                  diag:N (diagonal 1..N)\n"
       "  --mtype T       matrix type 1, 2, -2, 3, 4, -4, 6, 11, 13 (default: from\n"
       "                  the file's header; 2 for generated matrices)\n"
@@ -150,6 +152,8 @@ int main(int argc, char **argv) {
     if (gen.compare(0, 5, "cd2d:") == 0 || gen.compare(0, 5, "cd3d:") == 0)
       suggested = 11;  // unsymmetric values
     if (gen.compare(0, 8, "indef3d:") == 0) suggested = -2;
+    if (gen.compare(0, 7, "helm3d:") == 0) suggested = 6;
+    if (gen.compare(0, 7, "herm3d:") == 0) suggested = -4;
   }
   if (!mtype_given) mtype = suggested;
   const bool cplx_type = !(std::abs(mtype) <= 2 || mtype == 11);

@@ -325,26 +325,86 @@ sparse convdiff2d(int N, double beta) {
   return from_triplets(n, false, t);
 }
 
-sparse convdiff3d(int N, double beta) {
-  // -Laplace u + beta (u_x + u_y + u_z) on an N^3 grid, 7-point central
-  // differences with mesh width h = 1 / (N + 1), scaled by h^2.
+sparse convdiff3d(int N, double px, double py, double pz) {
+  // -Laplace u + (bx, by, bz) . grad u on an N^3 grid, 7-point, first-order
+  // upwind for the convection, scaled by h^2 / epsilon: the upstream
+  // neighbour in direction d carries -1 - P_d, the downstream one -1, the
+  // diagonal 6 + P_x + P_y + P_z, with P_d the cell Peclet number b_d h /
+  // epsilon.
   const int n = N * N * N;
-  const double c = 0.5 * beta / (N + 1);
   std::vector<triplet> t;
   t.reserve(static_cast<std::size_t>(n) * 7);
   for (int z = 0; z < N; ++z)
     for (int y = 0; y < N; ++y)
       for (int x = 0; x < N; ++x) {
         const int i = (z * N + y) * N + x + 1;
-        if (z > 0) t.push_back({i, i - N * N, -1.0 - c, 0.0});
-        if (y > 0) t.push_back({i, i - N, -1.0 - c, 0.0});
-        if (x > 0) t.push_back({i, i - 1, -1.0 - c, 0.0});
-        t.push_back({i, i, 6.0, 0.0});
-        if (x < N - 1) t.push_back({i, i + 1, -1.0 + c, 0.0});
-        if (y < N - 1) t.push_back({i, i + N, -1.0 + c, 0.0});
-        if (z < N - 1) t.push_back({i, i + N * N, -1.0 + c, 0.0});
+        if (z > 0) t.push_back({i, i - N * N, -1.0 - pz, 0.0});
+        if (y > 0) t.push_back({i, i - N, -1.0 - py, 0.0});
+        if (x > 0) t.push_back({i, i - 1, -1.0 - px, 0.0});
+        t.push_back({i, i, 6.0 + px + py + pz, 0.0});
+        if (x < N - 1) t.push_back({i, i + 1, -1.0, 0.0});
+        if (y < N - 1) t.push_back({i, i + N, -1.0, 0.0});
+        if (z < N - 1) t.push_back({i, i + N * N, -1.0, 0.0});
       }
   return from_triplets(n, false, t);
+}
+
+double shift_near_one(int N) {
+  // The eigenvalues of the 7-point Laplacian (scaled by h^2) are the sums of
+  // three of mu_k = 4 sin^2(k pi / (2 (N + 1))), k = 1..N. Of the shifts
+  // 0.95, 0.951, ..., 1.05 take the one farthest from all of them.
+  std::vector<double> mu(N);
+  for (int k = 1; k <= N; ++k) {
+    const double sk = std::sin(k * 3.14159265358979323846 / (2.0 * (N + 1)));
+    mu[k - 1] = 4.0 * sk * sk;
+  }
+  std::vector<double> pair;
+  pair.reserve(static_cast<std::size_t>(N) * N);
+  for (double a : mu)
+    for (double b : mu) pair.push_back(a + b);
+  std::sort(pair.begin(), pair.end());
+  double best = 1.0, best_gap = -1.0;
+  for (int j = -50; j <= 50; ++j) {
+    const double sigma = 1.0 + 0.001 * j;
+    double gap = 1e300;
+    for (double c : mu) {
+      // nearest sum of two to sigma - c
+      const double want = sigma - c;
+      auto it = std::lower_bound(pair.begin(), pair.end(), want);
+      if (it != pair.end()) gap = std::min(gap, std::fabs(*it - want));
+      if (it != pair.begin()) gap = std::min(gap, std::fabs(*(it - 1) - want));
+    }
+    if (gap > best_gap) {
+      best_gap = gap;
+      best = sigma;
+    }
+  }
+  return best;
+}
+
+sparse shifted_laplacian3d(int N, std::complex<double> shift, double theta) {
+  // The 7-point Laplacian minus shift I. With theta not 0 the couplings in
+  // x carry the phase exp(i theta) in the upper and exp(-i theta) in the
+  // lower triangle (a Hermitian matrix); complex values whenever the shift
+  // or theta is.
+  const int n = N * N * N;
+  const bool cplx = shift.imag() != 0.0 || theta != 0.0;
+  const double c = std::cos(theta), s = std::sin(theta);
+  std::vector<triplet> t;
+  t.reserve(static_cast<std::size_t>(n) * 7);
+  for (int z = 0; z < N; ++z)
+    for (int y = 0; y < N; ++y)
+      for (int x = 0; x < N; ++x) {
+        const int i = (z * N + y) * N + x + 1;
+        if (z > 0) t.push_back({i, i - N * N, -1.0, 0.0});
+        if (y > 0) t.push_back({i, i - N, -1.0, 0.0});
+        if (x > 0) t.push_back({i, i - 1, -c, s});
+        t.push_back({i, i, 6.0 - shift.real(), -shift.imag()});
+        if (x < N - 1) t.push_back({i, i + 1, -c, -s});
+        if (y < N - 1) t.push_back({i, i + N, -1.0, 0.0});
+        if (z < N - 1) t.push_back({i, i + N * N, -1.0, 0.0});
+      }
+  return from_triplets(n, cplx, t);
 }
 
 bool generate(const std::string &what, sparse &full, std::string &err) {
@@ -358,25 +418,23 @@ bool generate(const std::string &what, sparse &full, std::string &err) {
   }
   if (N < 1) {
     err = "generated matrix '" + what +
-          "': want KIND:N with N >= 1 (lap2d:N, lap3d:N, cd2d:N, cd3d:N, indef3d:N, diag:N)";
+          "': want KIND:N with N >= 1 (lap2d:N, lap3d:N, cd2d:N, cd3d:N, indef3d:N, helm3d:N, herm3d:N, diag:N)";
     return false;
   }
   if (kind == "lap2d" && N <= 46340) { full = lap2d((int)N); return true; }
   if (kind == "lap3d" && N <= 1290) { full = lap3d((int)N); return true; }
   if (kind == "cd2d" && N <= 46340) { full = convdiff2d((int)N, 50.0 * (N + 1) / 10.0); return true; }
-  if (kind == "cd3d" && N <= 1290) { full = convdiff3d((int)N, 50.0 * (N + 1) / 10.0); return true; }
-  if (kind == "indef3d" && N <= 1290) {
-    // The 7-point Laplacian shifted by 3 into the middle of its spectrum
-    // [0, 12]: symmetric indefinite.
-    full = lap3d((int)N);
-    for (int i = 1; i <= full.n; ++i)
-      for (int k = full.ia[i - 1]; k < full.ia[i]; ++k)
-        if (full.ja[k - 1] == i) full.a[k - 1] -= 3.0;
+  if (kind == "cd3d" && N <= 1290) { full = convdiff3d((int)N, 1.0, 0.6, 0.3); return true; }
+  if ((kind == "indef3d" || kind == "helm3d" || kind == "herm3d") && N <= 1290) {
+    const double sigma = shift_near_one((int)N);
+    if (kind == "indef3d") full = shifted_laplacian3d((int)N, sigma, 0.0);
+    if (kind == "helm3d") full = shifted_laplacian3d((int)N, {sigma, -0.1}, 0.0);
+    if (kind == "herm3d") full = shifted_laplacian3d((int)N, sigma, 0.3);
     return true;
   }
   if (kind == "diag") { full = diagonal((int)N); return true; }
   err = "generated matrix '" + what +
-        "': unknown kind or size too large (lap2d:N, lap3d:N, cd2d:N, cd3d:N, indef3d:N, diag:N)";
+        "': unknown kind or size too large (lap2d:N, lap3d:N, cd2d:N, cd3d:N, indef3d:N, helm3d:N, herm3d:N, diag:N)";
   return false;
 }
 

@@ -8,6 +8,7 @@
 #ifndef VEKIO_H
 #define VEKIO_H
 
+#include <complex>
 #include <string>
 #include <vector>
 
@@ -65,11 +66,22 @@ sparse diagonal(int n, double first = 1.0, double step = 1.0); // d_i = first + 
 // Convection-diffusion -Laplace u + beta (u_x + u_y), 5-point central
 // differences scaled by h^2: structurally symmetric, unsymmetric values.
 sparse convdiff2d(int N, double beta);
-// The same in 3D, 7-point: -Laplace u + beta (u_x + u_y + u_z).
-sparse convdiff3d(int N, double beta);
-// Parses "lap2d:N", "lap3d:N", "cd2d:N", "cd3d:N" (convection-diffusion
-// with a cell Peclet number of 2.5), "indef3d:N" (lap3d shifted by 3,
-// symmetric indefinite), "diag:N"; false with err on a bad name.
+// Convection-diffusion in 3D on N^3: 7-point, first-order upwind, with the
+// cell Peclet numbers px, py, pz (unsymmetric values, M-matrix).
+sparse convdiff3d(int N, double px, double py, double pz);
+// The 7-point Laplacian on N^3 minus shift I; theta not 0 puts the phase
+// exp(+-i theta) on the couplings in x (Hermitian).
+sparse shifted_laplacian3d(int N, std::complex<double> shift, double theta);
+// A shift near 1 that keeps away from the eigenvalues of the 7-point
+// Laplacian on N^3 (the best of 0.95 to 1.05 in steps of 0.001).
+double shift_near_one(int N);
+// Parses "lap2d:N", "lap3d:N", "cd2d:N" (convection-diffusion with a cell
+// Peclet number of 2.5), "cd3d:N" (upwind convection-diffusion, cell Peclet
+// numbers 1, 0.6, 0.3), "indef3d:N" (lap3d minus sigma I, sigma near 1:
+// real symmetric indefinite), "helm3d:N" (lap3d minus sigma I plus 0.1 i I:
+// complex symmetric), "herm3d:N" (indef3d with the phase exp(0.3 i) on the
+// couplings in x: Hermitian indefinite), "diag:N"; false with err on a bad
+// name.
 bool generate(const std::string &what, sparse &full, std::string &err);
 
 // y = A x for A as given to the solver with the given type: symmetric
