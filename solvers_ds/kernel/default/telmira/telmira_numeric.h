@@ -84,6 +84,16 @@ void telmira_refine(const void *a, const int *ia, const int *ja, const int *nb, 
                     void *cgs, const void *s, const int *m, int *comi, int *iparam,
                     double *comr, int *timer_flags, int *ooc_l);
 
+// The accuracy check alone, on a solution that another path made: the
+// backward error of sol against the caller's matrix, further refinement
+// steps while they help, status -122 in comi(50) when it stays above the
+// square root of the rounding unit. cgs holds 3 n nb + 2 threads nb values.
+template <class R>
+void telmira_vouch(const void *a, const int *ia, const int *ja, const int *nb,
+                   const void *rhs, void *sol, void *cgs, void *fi, const int *comx,
+                   const void *factors, void *work, const void *s, const int *m, int *comi,
+                   double *comr, int *timer_flags, int *ooc_l);
+
 // x(i) := b(perm(i)) for each right-hand side, with the scaling rules of
 // comi(67) and the sub-step comi(55). T is the value type, s real.
 template <class T>

@@ -7,8 +7,12 @@
 
 #include <algorithm>
 #include <climits>
+#include <complex>
+#include <type_traits>
 
 #include "service/vek_serv_memory.h"
+#include "pre_cgs.h"
+#include "service/vek_serv_clock.h"
 #include "telmira_layout.h"
 #include "telmira_numeric.h"
 #include "telmira_types.h"
@@ -101,6 +105,140 @@ bool stage_ok(int *comi, int *iparam, int *ooc_l, call_record *rec) {
   return true;
 }
 
+// A solve vouches for its result: a solution with a NaN or an infinite
+// value is no success. One pass over the n nb values of the solution.
+template <class R>
+void finite_or_error(int *iparam, const call_args &c, call_record *rec, const int *comi) {
+  const void *solution = CTRL(IP_OVER_B) == 1 ? c.b : c.x;
+  const std::int64_t count =
+      static_cast<std::int64_t>(*c.nb) * COMI(CI_N) * words_per_value(COMI(CI_MTYPE));
+  if (!all_finite(static_cast<const R *>(solution), count)) {
+    rec->status = ST_NONFINITE_SOLUTION;
+    CTRL(IP_STATUS) = ST_NONFINITE_SOLUTION;
+    rec->error = -4;
+  }
+}
+
+// The factorization of the call, with the counters it reports.
+template <class R>
+bool factorize(std::intptr_t *handle, int *iparam, const call_args &c, call_record *rec,
+               std::intptr_t *entry) {
+  state_view s = state_of(handle);
+  int *comi = s.comi, *ooc_l = s.ooc_l;
+  stage_factor<R>(context_of(handle, iparam, c, rec, entry, nullptr));
+  CTRL(IP_NPERT) = COMI(CI_NPERT);
+  CTRL(IP_NPOS) = COMI(CI_NPOS);
+  CTRL(IP_NNEG) = COMI(CI_NNEG);
+  CTRL(IP_OOC_LEVEL) = OOCL(OL_ALGORITHM);
+  return stage_ok(comi, iparam, ooc_l, rec);
+}
+
+// The hybrid mode (comi(18) not 0): the stored factors of an earlier matrix
+// precondition a Krylov iteration on the current one, for as many passes
+// as the measured ratio of factorization to solve time makes worth it; a
+// failed iteration factorizes anew while that can still help. The
+// iteration's result goes to iparam(20).
+template <class R>
+void hybrid_phase(std::intptr_t *handle, int *iparam, const call_args &c, call_record *rec,
+                  std::intptr_t *entry, int code) {
+  state_view s = state_of(handle);
+  int *comi = s.comi, *comx = s.comx, *ooc_l = s.ooc_l;
+  double *comr = s.comr;
+  const int K = COMI(CI_ITERATION);
+  const int w = words_per_value(COMI(CI_MTYPE));
+  int fresh = 0;
+  int limit = K < 0 ? 150 : COMI(CI_MAXIT);
+  for (;;) {
+    // Factorize when the phase asks for it and the iteration cannot serve,
+    // or when an earlier pass failed.
+    if (code < 30 || COMI(CI_FORCE) == 1) {
+      if (limit < 5 || CTRL(IP_CGS) < 0 || COMI(CI_FORCE) == 1) {
+        if (!factorize<R>(handle, iparam, c, rec, entry)) return;
+        COMI(CI_FORCE) = 0;
+        limit = 4;
+        fresh = 1;
+      }
+      if (code % 10 < 3) return;
+    }
+    // x := M^-1 b, timed.
+    stage_context ctx = context_of(handle, iparam, c, rec, entry, nullptr);
+    stage_clock_start(comr, rec->timer_flags);
+    COMX(COMX_FACTORS) = 1;
+    COMX(COMX_U_PART) = COMI(CI_LNZ_LEN) * w + 1;
+    const int ctl6 = COMI(CI_OVER_B);
+    COMI(CI_OVER_B) = 0;
+    double t0 = 0.0, t1 = 0.0;
+    telmira_clock(&t0);
+    telmira_solve<R>(c.nb, c.x, c.b, ctx.struc_fi, comx, ctx.factors, ctx.work_r0, ctx.mc64uv,
+                     ctx.mc64perm, comi, ooc_l);
+    telmira_clock(&t1);
+    COMI(CI_OVER_B) = ctl6;
+    comr[6] = t1 - t0;
+    rec->timer_flags[6] = 1;
+    stage_clock_end(comr);
+    if (!stage_ok(comi, iparam, ooc_l, rec)) return;
+    // The pass limit grows with the ratio of factorization to solve time.
+    const double t = t1 - t0;
+    const int k = K < 0 ? -K : K;
+    if (!(t > static_cast<double>(1e-10f))) {
+      limit = K < 0 ? 150 : 0;
+    } else {
+      limit = static_cast<int>(1.0 + static_cast<double>(0.45f) * 3.0 * k * comr[5] / t);
+      if (OOCL(OL_MODE) == 2 && limit < 11) limit = 10;
+      if (limit > 100 && K > 0) limit = 100;
+      if (K < 0) limit = 150;
+    }
+    COMI(CI_MAXIT) = limit;
+    COMI(CI_CHECK_PASS) = static_cast<int>(1.0 + 0.5 * limit);
+    if (limit < 1) {
+      // Not worth an iteration: the next phase factorizes; the solve of the
+      // stored factors stands (and is measured below).
+      COMI(CI_FORCE) = 1;
+      if (fresh == 0) CTRL(IP_CGS) = -5;
+      break;
+    }
+    int st = 0, it = 0;
+    const int no_copy = 0;
+    t0 = t1;
+    auto run = [&](auto *value) {
+      typedef std::remove_pointer_t<decltype(value)> T;
+      cgs_operands<T> op{c.ia, c.ja, static_cast<const T *>(c.a), ctx.struc_fi, comx,
+                         ctx.factors, ctx.work_r0, ctx.mc64uv, ctx.mc64perm, ooc_l,
+                         static_cast<T *>(ctx.cgs), COMI(CI_ITERATION_LEN) / w};
+      pre_cgs<T>(c.neqns, c.nb, op, static_cast<T *>(c.b), static_cast<T *>(c.x), &st, comi,
+                 comr, &it, &no_copy);
+    };
+    if (w == 1)
+      run(static_cast<R *>(nullptr));
+    else
+      run(static_cast<std::complex<R> *>(nullptr));
+    telmira_clock(&t1);
+    comr[7] = t1 - t0;
+    rec->timer_flags[7] = 1;
+    CTRL(IP_CGS) = st == 0 ? it : st - 10 * it;
+    if (st == 0) break;
+    COMI(CI_FORCE) = 1;
+    if (fresh == 1 || K <= 0 || code >= 30) {
+      rec->status = -3;
+      CTRL(IP_STATUS) = -3;
+      rec->error = -4;
+      return;
+    }
+  }
+  // The solution vouches for itself against the current matrix, in the
+  // iteration's array; then it goes over b when the caller asked so.
+  const stage_context ctx = context_of(handle, iparam, c, rec, entry, nullptr);
+  telmira_vouch<R>(c.a, c.ia, c.ja, c.nb, c.b, c.x, ctx.cgs, ctx.struc_fi, comx, ctx.factors,
+                   ctx.work_r0, ctx.mc64uv, ctx.mc64perm, comi, comr, rec->timer_flags, ooc_l);
+  CTRL(IP_REFINE_STEPS) = COMI(CI_REFINE_STEPS);
+  if (!stage_ok(comi, iparam, ooc_l, rec)) return;
+  if (COMI(CI_OVER_B) == 1) {
+    const std::int64_t count = static_cast<std::int64_t>(*c.nb) * COMI(CI_N) * w;
+    std::copy(static_cast<const R *>(c.x), static_cast<const R *>(c.x) + count,
+              static_cast<R *>(c.b));
+  }
+}
+
 }  // namespace
 
 template <class R>
@@ -123,19 +261,19 @@ void numeric_phase(std::intptr_t *handle, int *iparam, const call_args &c,
   if (!allocate_numeric<R>(handle, iparam, entry, plan, rec, mark)) return;
   const phase_code phase = decode_phase(code);
 
+  if (COMI(CI_ITERATION) != 0) {
+    hybrid_phase<R>(handle, iparam, c, rec, entry, code);
+    COMX(COMX_CGS) = mark;
+    storage_free_slot(handle, CGS_ARR, mark);
+    if (rec->error == 0 && phase.solves()) finite_or_error<R>(iparam, c, rec, comi);
+    return;
+  }
+
   // The factorization.
-  if (code < 30 || COMI(CI_FORCE) == 1) {
-    const stage_context ctx = context_of(handle, iparam, c, rec, entry, nullptr);
-    stage_factor<R>(ctx);
-    CTRL(IP_NPERT) = COMI(CI_NPERT);
-    CTRL(IP_NPOS) = COMI(CI_NPOS);
-    CTRL(IP_NNEG) = COMI(CI_NNEG);
-    CTRL(IP_OOC_LEVEL) = OOCL(OL_ALGORITHM);
-    if (!stage_ok(comi, iparam, ooc_l, rec)) {
-      storage_free_slot(handle, CGS_ARR, mark);
-      COMX(COMX_CGS) = mark;
-      return;
-    }
+  if ((code < 30 || COMI(CI_FORCE) == 1) && !factorize<R>(handle, iparam, c, rec, entry)) {
+    storage_free_slot(handle, CGS_ARR, mark);
+    COMX(COMX_CGS) = mark;
+    return;
   }
   if (!phase.solves()) {
     storage_free_slot(handle, CGS_ARR, mark);
@@ -178,18 +316,7 @@ void numeric_phase(std::intptr_t *handle, int *iparam, const call_args &c,
   const bool ok = stage_ok(comi, iparam, ooc_l, rec);
   COMX(COMX_CGS) = mark;
   storage_free_slot(handle, CGS_ARR, mark);
-  // A solve vouches for its result: a solution with a NaN or an infinite
-  // value is no success. One pass over the n nb values of the solution.
-  if (ok) {
-    const void *solution = CTRL(IP_OVER_B) == 1 ? c.b : c.x;
-    const std::int64_t count =
-        static_cast<std::int64_t>(*c.nb) * COMI(CI_N) * words_per_value(COMI(CI_MTYPE));
-    if (!all_finite(static_cast<const R *>(solution), count)) {
-      rec->status = ST_NONFINITE_SOLUTION;
-      CTRL(IP_STATUS) = ST_NONFINITE_SOLUTION;
-      rec->error = -4;
-    }
-  }
+  if (ok) finite_or_error<R>(iparam, c, rec, comi);
 }
 
 template void numeric_phase<double>(std::intptr_t *, int *, const call_args &, call_record *,

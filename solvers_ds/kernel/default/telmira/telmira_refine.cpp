@@ -20,6 +20,7 @@
 #include <cmath>
 #include <complex>
 #include <cstring>
+#include <type_traits>
 
 #include "residual_product.h"
 #include "service/vek_serv_clock.h"
@@ -77,6 +78,74 @@ double backward_error(int n, int nb, double anorm, const T *r, const T *x, const
     if (!(w <= worst)) worst = w;
   }
   return worst;
+}
+
+// The areas and operands of the accuracy check.
+template <class T> struct guard_areas {
+  const T *a;
+  const int *ia, *ja;
+  int n, nb;
+  const T *rhs;  // the right-hand sides
+  T *sol;        // the solution, improved in place
+  T *ax;         // n nb values: A x, then r in its place, then d
+  T *wv;         // n nb values: the work vector of the correction's solve
+  T *dkeep;      // n nb values: the last correction
+  T *scratch;    // 2 threads nb values: the scratch of the product
+};
+
+// The solve vouches for its result. The backward error of the solution is
+// measured against the caller's matrix; above a few units of the
+// precision's rounding, further steps in working precision run for as long
+// as each at least halves it (at most guard_steps of them, none when
+// refinement is switched off), and a step that makes it worse is taken
+// back. A backward error that stays above the square root of the rounding
+// unit is no solution: status -122. The steps done before (steps_before)
+// and here go to comi(65); the backward error to comr[17].
+template <class T, class Solve>
+void accuracy_guard(const guard_areas<T> &g, int *comi, double *comr, int *ooc_l,
+                    int steps_before, Solve solve) {
+  typedef real_of<T> R;
+  const double unit = sizeof(R) == sizeof(float) ? 5.9604644775390625e-08
+                                                 : 1.1102230246251565e-16;
+  const double target = 64.0 * unit, limit = std::sqrt(unit);
+  const int guard_steps = 10;
+  int n = g.n, nb = g.nb;
+  int mtype = COMI(CI_MTYPE), threads = COMI(CI_THREADS) < 1 ? 1 : COMI(CI_THREADS);
+  const int trans = COMI(CI_TRANSPOSED) != 0 ? 1 : 0;
+  const std::size_t v = static_cast<std::size_t>(n) * nb;
+  const double anorm = matrix_norm_inf<T>(n, mtype, g.ia, g.ja, g.a, reinterpret_cast<R *>(g.ax));
+  auto measure = [&]() {
+    residual_product<T>(&trans, &n, &nb, &mtype, &threads, g.ia, g.ja, g.a, g.sol, g.ax,
+                        g.scratch);
+    for (std::size_t q = 0; q < v; ++q) g.ax[q] = g.rhs[q] - g.ax[q];
+    return backward_error<T>(n, nb, anorm, g.ax, g.sol, g.rhs);
+  };
+  double omega = measure();
+  int extra = 0;
+  while (omega > target && COMI(CI_NO_REFINEMENT) == 0 && extra < guard_steps) {
+    // d overwrites r.
+    const int kept8 = COMI(CI_OVER_B);
+    COMI(CI_OVER_B) = 1;
+    solve(g.wv, g.ax);
+    COMI(CI_OVER_B) = kept8;
+    if (COMI(CI_STATUS) != 0 || (ooc_l != nullptr && OOCL(OL_STATUS) != 0)) return;
+    for (std::size_t q = 0; q < v; ++q) {
+      g.dkeep[q] = g.ax[q];
+      g.sol[q] += g.ax[q];
+    }
+    ++extra;
+    const double before = omega;
+    omega = measure();
+    if (!(omega <= before)) {
+      for (std::size_t q = 0; q < v; ++q) g.sol[q] -= g.dkeep[q];
+      omega = before;
+      break;
+    }
+    if (!(omega <= 0.5 * before)) break;
+  }
+  COMI(CI_REFINE_STEPS) = steps_before + extra;
+  comr[17] = omega;
+  if (omega > limit) COMI(CI_STATUS) = ST_INACCURATE_SOLUTION;
 }
 
 template <class T>
@@ -203,62 +272,19 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
   }
 
 guard:
-  // The solve vouches for its result (the positive definite types come
-  // here only when asked to refine). The backward error of the solution
-  // is measured against the caller's matrix; above a few units of the
-  // precision's rounding, further steps in working precision run for as
-  // long as each at least halves it (at most guard_steps of them, none
-  // when refinement is switched off). A backward error that stays above the
-  // square root of the rounding unit is no solution: status -122.
   {
-    const double unit = sizeof(R) == sizeof(float) ? 5.9604644775390625e-08
-                                                   : 1.1102230246251565e-16;
-    const double target = 64.0 * unit, limit = std::sqrt(unit);
-    const int guard_steps = 10;
     if (scratch == nullptr)
       scratch = cgs + (extended ? (COMI(CI_TRIANGLE) == 1 || trans != 0 ? 5 : 3) * v : 2 * v);
-    // Areas of the guard: A x, then r in its place, then the correction d;
+    // Areas of the check: A x, then r in its place, then the correction d;
     // the work vector of the correction's solve (the caller's x when the
-    // solution overwrites b, as in the steps above).
-    T *ax = cgs + v;
-    T *wv = extended ? cgs + 2 * v : (over_b ? x : first);
-    // The last correction, behind the scratch of the product.
-    T *dkeep = cgs + (extended ? (COMI(CI_TRIANGLE) == 1 || trans != 0 ? 5 : 3) : 2) * v +
-               2 * static_cast<std::size_t>(threads) * K;
-    const double anorm =
-        matrix_norm_inf<T>(n, mtype, ia, ja, a, reinterpret_cast<R *>(ax));
-    auto measure = [&]() {
-      residual_product<T>(&trans, &n, nb, &mtype, &threads, ia, ja, a, sol, ax, scratch);
-      for (std::size_t q = 0; q < v; ++q) ax[q] = rhs[q] - ax[q];
-      return backward_error<T>(n, K, anorm, ax, sol, rhs);
-    };
-    double omega = measure();
-    int extra = 0;
-    while (omega > target && COMI(CI_NO_REFINEMENT) == 0 && extra < guard_steps) {
-      // d overwrites r.
-      const int kept8 = COMI(CI_OVER_B);
-      COMI(CI_OVER_B) = 1;
-      solve(wv, ax);
-      COMI(CI_OVER_B) = kept8;
-      if (COMI(CI_STATUS) != 0 || (ooc_l != nullptr && OOCL(OL_STATUS) != 0)) return;
-      for (std::size_t q = 0; q < v; ++q) {
-        dkeep[q] = ax[q];
-        sol[q] += ax[q];
-      }
-      ++extra;
-      const double before = omega;
-      omega = measure();
-      if (!(omega <= before)) {
-        // The step made it worse: take it back.
-        for (std::size_t q = 0; q < v; ++q) sol[q] -= dkeep[q];
-        omega = before;
-        break;
-      }
-      if (!(omega <= 0.5 * before)) break;
-    }
-    COMI(CI_REFINE_STEPS) = i + extra;
-    comr[17] = omega;
-    if (omega > limit) COMI(CI_STATUS) = ST_INACCURATE_SOLUTION;
+    // solution overwrites b, as in the steps above); the last correction,
+    // behind the scratch of the product.
+    guard_areas<T> g{a, ia, ja, n, K, rhs, sol, cgs + v,
+                     extended ? cgs + 2 * v : (over_b ? x : first),
+                     cgs + (extended ? (COMI(CI_TRIANGLE) == 1 || trans != 0 ? 5 : 3) : 2) * v +
+                         2 * static_cast<std::size_t>(threads) * K,
+                     scratch};
+    accuracy_guard<T>(g, comi, comr, ooc_l, i, solve);
   }
 }
 
@@ -282,12 +308,49 @@ void telmira_refine(const void *a, const int *ia, const int *ja, const int *nb, 
                                  comr, timer_flags, ooc_l);
 }
 
+template <class R>
+void telmira_vouch(const void *a, const int *ia, const int *ja, const int *nb,
+                   const void *rhs, void *sol, void *cgs, void *fi, const int *comx,
+                   const void *factors, void *work, const void *s, const int *m, int *comi,
+                   double *comr, int *timer_flags, int *ooc_l) {
+  auto run = [&](auto *value) {
+    typedef std::remove_pointer_t<decltype(value)> T;
+    const std::size_t v = static_cast<std::size_t>(COMI(CI_N)) * *nb;
+    T *area = static_cast<T *>(cgs);
+    guard_areas<T> g{static_cast<const T *>(a), ia, ja, COMI(CI_N), *nb,
+                     static_cast<const T *>(rhs), static_cast<T *>(sol), area, area + v,
+                     area + 2 * v, area + 3 * v};
+    auto solve = [&](T *xs, T *bs) {
+      double t0 = 0.0, t1 = 0.0;
+      telmira_clock(&t0);
+      telmira_solve<R>(nb, xs, bs, fi, comx, factors, work, s, m, comi, ooc_l);
+      telmira_clock(&t1);
+      comr[6] += t1 - t0;
+      timer_flags[6] = 1;
+    };
+    accuracy_guard<T>(g, comi, comr, ooc_l, 0, solve);
+  };
+  COMI(CI_STATUS) = 0;
+  if (COMI(CI_WORDS) == 1)
+    run(static_cast<R *>(nullptr));
+  else
+    run(static_cast<std::complex<R> *>(nullptr));
+}
+
 #define TELMIRA_REFINE_INSTANCE(R)                                                       \
   template void telmira_refine<R>(const void *, const int *, const int *, const int *,   \
                                   void *, void *, void *, const int *, const void *,     \
                                   void *, void *, const void *, const int *, int *,      \
                                   int *, double *, int *, int *);
 TELMIRA_REFINE_INSTANCE(double)
+template void telmira_vouch<double>(const void *, const int *, const int *, const int *,
+                                    const void *, void *, void *, void *, const int *,
+                                    const void *, void *, const void *, const int *, int *,
+                                    double *, int *, int *);
+template void telmira_vouch<float>(const void *, const int *, const int *, const int *,
+                                   const void *, void *, void *, void *, const int *,
+                                   const void *, void *, const void *, const int *, int *,
+                                   double *, int *, int *);
 TELMIRA_REFINE_INSTANCE(float)
 
 }  // namespace tlm

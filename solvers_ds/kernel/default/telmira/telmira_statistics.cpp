@@ -191,7 +191,8 @@ void telmira_statistics(const int *phase, const int *matrix_number,
   say(103);  // "Statistics:"
   say(104);
   say(105, 1, COMI(CI_THREADS));
-  if (COMI(CI_ITERATION) > 0)
+  // The hybrid line when the iteration ran in this call.
+  if (COMI(CI_ITERATION) != 0 && timer_flags[7] != 0)
     say(106);
   else if (COMI(CI_ONE_THREAD) == 0)
     say(107);
