@@ -156,3 +156,16 @@ TEST(DiagSolveComplex, ZeroTestUsesTheModulus) {
 }
 
 }  // namespace
+
+TEST(DiagSolveColumns, ColumnOutOfRangeOrTakenTwiceIsRefused) {
+  // n = 3: row 2's one entry names column 9, or column 1 again.
+  for (int bad : {9, 0, 1}) {
+    const int n = 3, nb = 1, threads = 1, solve = 1, ctl6 = 0;
+    std::vector<int> ia = {1, 2, 3, 4}, ja = {1, bad, 3};
+    std::vector<double> a = {2, 3, 4}, b = {1, 1, 1}, x(3, -7.0);
+    int err = 0, pos = 0, neg = 0;
+    diag_solve<double>(&n, &nb, ia.data(), ja.data(), a.data(), b.data(), x.data(), &err,
+                       &ctl6, &solve, &threads, &pos, &neg);
+    EXPECT_EQ(bad == 1 ? -2 : 2, err) << bad;
+  }
+}

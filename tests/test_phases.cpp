@@ -315,6 +315,26 @@ TEST(Phases, StructuresThatCannotBeAnalysedEndWithErrorThree) {
   // Type 11 with a column out of range, and with a row not in rising order.
   EXPECT_EQ(std::make_pair(-3, -32), analyse(11, 3, {1, 3, 4, 6}, {1, 9, 2, 1, 3}));
   EXPECT_EQ(std::make_pair(-3, -32), analyse(11, 3, {1, 3, 4, 6}, {2, 1, 2, 1, 3}));
+  // A caller's order that is not a permutation: out of range, repeated.
+  for (const std::vector<int> &bad : {std::vector<int>{1, 2, 9}, std::vector<int>{1, 3, 3},
+                                      std::vector<int>{0, 1, 2}}) {
+    std::vector<int> ia = {1, 3, 5, 6}, ja = {1, 2, 2, 3, 3};
+    std::vector<double> a = {4, -1, 4, -1, 4}, b(3, 1.0), x(3, 0.0);
+    std::vector<int> perm = bad;
+    intptr_t handle[64] = {0};
+    int iparam[64] = {0};
+    iparam[0] = 1;
+    iparam[1] = 2;
+    iparam[4] = 1;  // iparam(5): the caller's order
+    int mfs = 1, mnum = 1, mtype = 2, ido = 11, n = 3, nb = 1, msglvl = 0, error = 0;
+    telmira(handle, &mfs, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(), perm.data(),
+            &nb, iparam, &msglvl, b.data(), x.data(), &error);
+    EXPECT_EQ(-3, error);
+    EXPECT_EQ(-33, iparam[29]);
+    ido = -1;
+    telmira(handle, &mfs, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(), perm.data(),
+            &nb, iparam, &msglvl, b.data(), x.data(), &error);
+  }
 }
 
 TEST(Phases, MemoryFiguresAcrossCalls) {

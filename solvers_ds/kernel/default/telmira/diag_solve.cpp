@@ -53,6 +53,14 @@ void diag_solve(const int *neqns, const int *nb, const int *ia, const int *ja,
       *error = i;
       return;
     }
+    // The one entry of a row may stand in any column, but in one that
+    // exists.
+    const int c = ja[ia[i - 1] - 1];
+    if (c < 1 || c > n) {
+      if (pos) { *pos = npos; *neg = nneg; }
+      *error = i;
+      return;
+    }
     const T d = a[i - 1];
     if (is_zero(d)) {
       if (pos) { *pos = npos; *neg = nneg; }
@@ -66,6 +74,17 @@ void diag_solve(const int *neqns, const int *nb, const int *ia, const int *ja,
   if (pos) { *pos = npos; *neg = nneg; }
   *error = 0;
   if (*solve != 1) return;
+  // Two rows in one column make the matrix singular: x, which the solve
+  // overwrites, marks the columns taken.
+  for (int i = 0; i < n; ++i) x[i] = T(0);
+  for (int i = 1; i <= n; ++i) {
+    T &mark = x[ja[ia[i - 1] - 1] - 1];
+    if (mark != T(0)) {
+      *error = -i;
+      return;
+    }
+    mark = T(1);
+  }
   const int nrhs = *nb;
   solve_rows(n, nrhs, ia, ja, a, b, x, *threads > 0 ? *threads : 1);
   if (*ctl6 == 1) {

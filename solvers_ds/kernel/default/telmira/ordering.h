@@ -97,6 +97,10 @@ constexpr int ORDERING_PATTERN_NOT_SYMMETRIC = -31;
 // entry or holds one below it.
 constexpr int ORDERING_PATTERN_MALFORMED = -32;
 
+// Status for a caller's order (iparam(5) = 1) that is not a permutation of
+// 1..n.
+constexpr int ORDERING_PERM_INVALID = -33;
+
 // Whether a structure (one-based ia, ja) can be analysed at all; see the
 // status above. triangle: upper triangle with the diagonal first in each
 // row; sorted: the columns of each row must rise. O(nnz), no scratch. The

@@ -216,6 +216,15 @@ void sssord(int *n_, int *ia, int *ja, int *comi, int *user_perm,
       matching > 0 && (mtype == -4 || mtype == -2 || mtype == 6) &&
       match_perm != nullptr;
   if (permmode >= 1 && permmode != 2) {
+    // The caller's order must be a permutation of 1..n; invp marks.
+    for (int i = 0; i < n; ++i) {
+      const int p = user_perm[i];
+      if (p < 1 || p > n || invp[p - 1] != 0) {
+        comi_set(comi, CI_STATUS, ORDERING_PERM_INVALID);
+        return;
+      }
+      invp[p - 1] = i + 1;
+    }
     for (int i = 0; i < n; ++i) perm[i] = user_perm[i];
     nparts = 1;
     ordering_single_part(n, parts);

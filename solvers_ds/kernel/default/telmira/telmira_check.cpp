@@ -100,7 +100,7 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
   comr[9] = comr[15];
 
   // 2. Limited message level.
-  *level = *msglvl < 0 ? -*msglvl : *msglvl;
+  *level = tlm::magnitude_of(*msglvl);
   if (*level > 1) *level = 1;
 
   // 3. Iteration selection and transposed flag, as iparam(1) says.
@@ -109,7 +109,7 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
   int transposed = CTRL(IP_TRANSPOSED);
   if (CTRL(IP_DEFAULTS) == 1) {
     transposed = 0;
-    const int v = CTRL(IP_ITERATION) < 0 ? -CTRL(IP_ITERATION) : CTRL(IP_ITERATION);
+    const int v = tlm::magnitude_of(CTRL(IP_ITERATION));
     if (v != 0) {
       const int k = v / 10;
       const int m = v % 10;
@@ -129,7 +129,7 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
   if (CTRL(IP_THREADS) < 1) CTRL(IP_THREADS) = 1;
 
   const int mt = *matrix_type;
-  const int m = mt < 0 ? -mt : mt;
+  const int m = tlm::magnitude_of(mt);
   int raise_work_factor = 0;
   if (st == 0 && *max_fac_store > COMI(CI_MAX_FAC_STORE) && COMI(CI_MAX_FAC_STORE) > 0) st = 2;
   if (st == 0 && *matrix_number > *max_fac_store) st = 3;

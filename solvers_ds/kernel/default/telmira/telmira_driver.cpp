@@ -308,7 +308,7 @@ void telmira_driver(std::intptr_t *handle, const int *max_fac_store,
                     int *error, int mark, int precision) {
   call_record rec{};
   CTRL(IP_PHASE_STATUS) = 0;
-  rec.level = *msglvl < 0 ? -*msglvl : *msglvl;
+  rec.level = magnitude_of(*msglvl);
   if (rec.level > 1) rec.level = 1;
   rec.phase = decode_phase(*ido);
   if (handle[SLOT_COUNT] != 0) {

@@ -33,19 +33,23 @@ template <class T> using real_of = typename value_traits<T>::real;
 // The mark of a handle slot or factor entry that owns no memory.
 constexpr int not_allocated_mark = 777777;
 
+// The magnitude of an integer from the caller, without the overflow of
+// -INT_MIN.
+inline int magnitude_of(int v) { return v >= 0 ? v : (v == -2147483647 - 1 ? 2147483647 : -v); }
+
 // Derived rules of the matrix type codes.
 inline int words_per_value(int mtype) {
-  int a = mtype < 0 ? -mtype : mtype;
+  int a = magnitude_of(mtype);
   return (a < 3 || mtype == 11) ? 1 : 2;
 }
 inline int symmetric_storage(int mtype) {
-  int a = mtype < 0 ? -mtype : mtype;
+  int a = magnitude_of(mtype);
   return (a % 2 == 0) ? 1 : 0;
 }
 // Real variants serve the types whose absolute code, after taking 10 off
 // codes above 10, is at most 2.
 inline bool is_real_type(int mtype) {
-  int a = mtype < 0 ? -mtype : mtype;
+  int a = magnitude_of(mtype);
   if (a > 10) a -= 10;
   return a <= 2;
 }
