@@ -195,7 +195,8 @@ void inv_perm_mod_mod(const int *n_, const int *ia_, const int *ja_, const int *
   const int *xlnz = xlnz_ - 1, *xunz = xunz_ - 1;
   const int *xadj = xadj_ - 1, *adjncy = adjncy_ - 1;
   int *xjalf = xjalf_ - 1, *jalf = jalf_ - 1, *xjauf = xjauf_ - 1, *jauf = jauf_ - 1;
-  int *luperm = luperm_ - 1, *luperm_row = luperm_row_ - 1;
+  int *luperm = luperm_ - 1;
+  int *luperm_row = luperm_row_ != nullptr ? luperm_row_ - 1 : nullptr;
   const int nsuper = *nsuper_;
   const int e = ia[n + 1] - 1;
   const int nadj = xadj[n + 1] - 1;

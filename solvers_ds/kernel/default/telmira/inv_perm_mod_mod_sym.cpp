@@ -29,7 +29,8 @@ void inv_perm_mod_mod_sym(const int *n_, const int *ia_, const int *ja_,
   const int *xsup = xsup_ - 1, *xlindx = xlindx_ - 1, *lindx = lindx_ - 1;
   const int *xlnz = xlnz_ - 1;
   int *xjalf = xjalf_ - 1, *jalf = jalf_ - 1;
-  int *luperm = luperm_ - 1, *luperm_row = luperm_row_ - 1;
+  int *luperm = luperm_ - 1;
+  int *luperm_row = luperm_row_ != nullptr ? luperm_row_ - 1 : nullptr;
   const int nsuper = *nsuper_;
   const int e = ia[n + 1] - 1;
   const bool rf = *rowflag != 0;

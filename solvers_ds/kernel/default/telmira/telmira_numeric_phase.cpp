@@ -300,8 +300,9 @@ void numeric_phase(std::intptr_t *handle, int *iparam, const call_args &c,
   if (measured) {
     const std::int64_t k =
         (CTRL(IP_REFINE) >= 0 ? 2 : ((COMI(CI_TRIANGLE) == 1 || COMI(CI_TRANSPOSED) != 0) ? 5 : 3)) + 1;
-    const std::int64_t bytes = static_cast<std::int64_t>(sizeof(R)) * *c.nb * COMI(CI_WORDS) *
-                               (k * COMI(CI_N) + 2 * std::max(1, COMI(CI_THREADS)));
+    // (and one value of padding for the alignment of the extended area)
+    const std::int64_t bytes = static_cast<std::int64_t>(sizeof(R)) * COMI(CI_WORDS) *
+                               (*c.nb * (k * COMI(CI_N) + 2 * std::max(1, COMI(CI_THREADS))) + 1);
     storage_free_slot(handle, CGS_ARR, mark);
     if (!storage_alloc_slot(handle, CGS_ARR, bytes, ST_CGS_ARR, &rec->status, &rec->sums)) {
       rec->error = -2;

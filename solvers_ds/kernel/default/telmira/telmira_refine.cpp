@@ -161,6 +161,10 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
   const bool extended = ctl8 < 0;
   const int wanted = ctl8 < 0 ? -ctl8 : ctl8;
   const bool over_b = COMI(CI_OVER_B) == 1;
+  // The extended solution and accumulators start on a boundary of their
+  // own type: one value of padding behind the first area when needed.
+  const std::size_t pad =
+      extended && (reinterpret_cast<std::uintptr_t>(cgs + v) % alignof(ext_t<T>)) != 0 ? 1 : 0;
   const int trans = COMI(CI_TRANSPOSED) != 0 ? 1 : 0;
   int mtype = COMI(CI_MTYPE), threads = COMI(CI_THREADS) < 1 ? 1 : COMI(CI_THREADS);
   COMI(CI_REFINE_STEPS) = 0;
@@ -195,12 +199,12 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
   const double Xn = refine_sum_abs<T>(&count, sol);
   double prev = Bn;
   T *second = cgs + v;
-  ext_t<T> *xe = reinterpret_cast<ext_t<T> *>(cgs + v);
+  ext_t<T> *xe = reinterpret_cast<ext_t<T> *>(cgs + v + pad);
   // Accumulators of the extended residual: triangle storage and the
   // transposed product add into rows other than their own.
   const bool accumulate = COMI(CI_TRIANGLE) == 1 || trans != 0;
-  ext_t<T> *xacc = accumulate ? reinterpret_cast<ext_t<T> *>(cgs + 3 * v) : nullptr;
-  scratch = cgs + (extended ? (accumulate ? 5 : 3) * v : 2 * v);
+  ext_t<T> *xacc = accumulate ? reinterpret_cast<ext_t<T> *>(cgs + 3 * v + pad) : nullptr;
+  scratch = cgs + (extended ? (accumulate ? 5 : 3) * v + pad : 2 * v);
   for (;;) {
     ++i;
     // Residual.
@@ -274,14 +278,14 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
 guard:
   {
     if (scratch == nullptr)
-      scratch = cgs + (extended ? (COMI(CI_TRIANGLE) == 1 || trans != 0 ? 5 : 3) * v : 2 * v);
+      scratch = cgs + (extended ? (COMI(CI_TRIANGLE) == 1 || trans != 0 ? 5 : 3) * v + pad : 2 * v);
     // Areas of the check: A x, then r in its place, then the correction d;
     // the work vector of the correction's solve (the caller's x when the
     // solution overwrites b, as in the steps above); the last correction,
     // behind the scratch of the product.
     guard_areas<T> g{a, ia, ja, n, K, rhs, sol, cgs + v,
                      extended ? cgs + 2 * v : (over_b ? x : first),
-                     cgs + (extended ? (COMI(CI_TRIANGLE) == 1 || trans != 0 ? 5 : 3) : 2) * v +
+                     cgs + (extended ? (COMI(CI_TRIANGLE) == 1 || trans != 0 ? 5 : 3) : 2) * v + pad +
                          2 * static_cast<std::size_t>(threads) * K,
                      scratch};
     accuracy_guard<T>(g, comi, comr, ooc_l, i, solve);
