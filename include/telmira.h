@@ -75,10 +75,9 @@ TELMIRA_API const char *telmira_error_words(int error);
    Empty text for a pair that has no words of its own. Static text. */
 TELMIRA_API const char *telmira_status_words(int error, int status);
 
-/* The memory service's cache of scratch buffers. The solver keeps dense
-   scratch buffers per thread (up to five a thread) after a call, to be
-   reused by the next one; they stay until the process ends unless released
-   here. vek_serv_free_buffers releases the idle buffers of all threads,
+/* The cache of scratch buffers of the library's memory service: buffers
+   given back stay with their thread (up to five a thread), to be reused,
+   until the process ends unless released here. vek_serv_free_buffers releases the idle buffers of all threads,
    vek_serv_thread_free_buffers those of the calling thread; call either
    between solver calls, never during one. vek_serv_mem_stat returns the
    bytes held by the cache and stores the number of blocks in *block_count
