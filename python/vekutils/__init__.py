@@ -16,10 +16,28 @@ positive_definite=True; complex symmetric 6; otherwise 11 (real) or 13
 carries the error number, its words and the status of iparam(30).
 """
 
+import os
+import sys
+
 import numpy as np
 import scipy.sparse as sp
 
-from . import _core
+
+def _load_core():
+    # The library finds the thread control of the installed BLAS by name
+    # among the process's global symbols, as in a C program. Python loads
+    # extensions with local symbols, which would hide it: the extension and
+    # the libraries it brings in are loaded with global symbols instead.
+    flags = sys.getdlopenflags()
+    try:
+        sys.setdlopenflags(flags | getattr(os, "RTLD_GLOBAL", 0))
+        from . import _core as core
+    finally:
+        sys.setdlopenflags(flags)
+    return core
+
+
+_core = _load_core()
 
 __all__ = [
     "solve", "Solver", "SolverError", "matrix_type", "backward_error",
