@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
 # Installs what is missing (Debian packages), builds libvekutils, and then
 #   ./setup.sh demo [vek-solve arguments]   runs the command-line solver
-#   ./setup.sh test                         runs the whole test suite
+#   ./setup.sh test                         runs the whole test suite (C++,
+#                                           install and Python tests)
 set -euo pipefail
 cd "$(dirname "$0")"
 
-PKGS="cmake g++ make libmetis-dev libopenblas-dev liblapack-dev libgtest-dev"
+PKGS="cmake g++ make libmetis-dev libopenblas-dev liblapack-dev libgtest-dev pkg-config"
+# The Python module and its tests (Debian's interpreter, /usr/bin/python3).
+PKGS="$PKGS python3 python3-dev python3-numpy python3-scipy python3-pytest pybind11-dev"
 missing=""
 for p in $PKGS; do
   dpkg -s "$p" >/dev/null 2>&1 || missing="$missing $p"

@@ -38,9 +38,18 @@ void  vek_serv_free_list(void **first, ...);
 // the cache off: buffers then come straight from the heap.
 void   *vek_serv_allocate(std::int64_t size, int alignment);
 void    vek_serv_deallocate(void *pointer);
-void    vek_serv_thread_free_buffers();
-void    vek_serv_free_buffers();
-std::int64_t vek_serv_mem_stat(int *block_count);
+// These three are part of the library's public interface (telmira.h
+// declares them for C callers): C linkage, visible from the shared library.
+#if defined(_WIN32)
+#  define VEK_SERV_PUBLIC __declspec(dllexport)
+#else
+#  define VEK_SERV_PUBLIC __attribute__((visibility("default")))
+#endif
+extern "C" {
+VEK_SERV_PUBLIC void vek_serv_thread_free_buffers();
+VEK_SERV_PUBLIC void vek_serv_free_buffers();
+VEK_SERV_PUBLIC std::int64_t vek_serv_mem_stat(int *block_count);
+}
 
 // The global spin lock.
 void vek_serv_lock();

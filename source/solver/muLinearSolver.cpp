@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include "mlMatrix.h"
+#include "service/vek_serv_blas.h"
 #include "service/vek_serv_threads.h"
 #include "telmira.h"
 #include "utAssert.h"
@@ -212,6 +213,8 @@ void muLinearSolver::solve_equations(muMatrixSym sym, int num_rows,
                                      doublecoDynArr &rhs,
                                      doublecoDynArr &solution,
                                      muSolveError &solve_error) {
+  // The host's BLAS thread setting comes back as it was when the call ends.
+  vek_serv_blas_guard blas_guard;
   check_arguments(num_rows, num_rhs, row_start, col_index, coeffs, rhs);
 
   if (mu_dump_coeffs != 0)

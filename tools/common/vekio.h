@@ -97,6 +97,26 @@ double norm_inf(const sparse &A, int mtype);
 double relative_residual(const sparse &A, int mtype, const double *x,
                          const double *b, int nrhs);
 
+// Dense blocks of vectors (right-hand sides, solutions): n rows and k
+// columns, stored column after column, complex values as (re, im) pairs.
+struct dense_block {
+  int n = 0;
+  int k = 0;
+  bool cplx = false;
+  std::vector<double> v;  // n * k values, or 2 * n * k for complex
+};
+
+// Reads a Matrix Market file of a dense block: the array format (real,
+// integer or complex; general), values column after column, or the
+// coordinate format (general), whose entries not given are zero. On failure
+// returns false and sets err to "FILE:LINE: what is wrong".
+bool read_matrix_market_dense(const std::string &path, dense_block &block, std::string &err);
+
+// Writes a dense block in the Matrix Market array format, real or complex
+// general, with 17 significant digits. On failure returns false with err.
+bool write_matrix_market_dense(const std::string &path, const dense_block &block,
+                               std::string &err);
+
 }  // namespace vekio
 
 #endif

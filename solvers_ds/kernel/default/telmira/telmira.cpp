@@ -10,6 +10,7 @@
 #include "telmira_driver.h"
 #include "telmira_entry.h"
 
+#include "service/vek_serv_blas.h"
 #include "service/vek_serv_threads.h"
 
 int telmira_not_allocated_double = tlm::not_allocated_mark;
@@ -60,6 +61,9 @@ extern "C" TELMIRA_API void telmira(intptr_t *handle, const int *max_fac_store,
     *error = 300000;
     return;
   }
+
+  // The host's BLAS thread setting comes back as it was when the call ends.
+  vek_serv_blas_guard blas_guard;
 
   // 2. Error word and threads.
   *error = 0;

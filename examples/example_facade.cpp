@@ -4,7 +4,8 @@
 //   |-1  4 -1 | x  =  | 2 |     solution x = (1, 1, 1)
 //   | 0 -1  4 |       | 3 |
 //
-// Build:  g++ example_facade.cpp -lvekutils -lmaths -lcontainer -lutils
+// Build against the installed library:
+//   g++ -std=c++17 example_facade.cpp $(pkg-config --cflags --libs vekutils-facade)
 #include <cstdio>
 
 #include "muLinearSolver.h"

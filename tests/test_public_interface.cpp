@@ -1,0 +1,148 @@
+// The public interface beside the entry: the version, the words of error
+// numbers and statuses, the buffer cache's C calls, and the host's BLAS
+// thread setting, which every public call leaves as it found it.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <set>
+#include <string>
+
+#include "service/vek_serv_blas.h"
+#include "service/vek_serv_memory.h"
+#include "telmira.h"
+#include "test_system.h"
+#include "vekio.h"
+
+extern "C" {
+int openblas_get_num_threads(void);
+void openblas_set_num_threads(int);
+}
+
+namespace {
+
+TEST(Version, LibraryAndHeaderAgree) {
+  EXPECT_STREQ(vekutils_version(), VEKUTILS_VERSION_STRING);
+  const std::string expect = std::to_string(VEKUTILS_VERSION_MAJOR) + "." +
+                             std::to_string(VEKUTILS_VERSION_MINOR) + "." +
+                             std::to_string(VEKUTILS_VERSION_PATCH);
+  EXPECT_EQ(expect, vekutils_version());
+  EXPECT_EQ(VEKUTILS_VERSION, VEKUTILS_VERSION_MAJOR * 10000 + VEKUTILS_VERSION_MINOR * 100 +
+                                  VEKUTILS_VERSION_PATCH);
+}
+
+TEST(ErrorWords, EveryErrorNumberHasWordsOfItsOwn) {
+  std::set<std::string> seen;
+  for (int e = 0; e >= -11; --e) {
+    const std::string w = telmira_error_words(e);
+    EXPECT_FALSE(w.empty()) << e;
+    EXPECT_NE(w, "unknown error number") << e;
+    EXPECT_TRUE(seen.insert(w).second) << "error " << e << " shares its words: " << w;
+  }
+  EXPECT_STREQ(telmira_error_words(-12), "unknown error number");
+  EXPECT_STREQ(telmira_error_words(1), "unknown error number");
+  EXPECT_STREQ(telmira_error_words(-2), "not enough memory");
+}
+
+TEST(ErrorWords, StatusesOfAnalysisAndNumericsHaveWords) {
+  for (int s : {-31, -32})
+    EXPECT_STRNE(telmira_status_words(-3, s), "") << s;
+  for (int s : {1, 17, -2, -3, -112, -120, -121, -122})
+    EXPECT_STRNE(telmira_status_words(-4, s), "") << s;
+  // A positive status of -4 is a column: all columns share the words.
+  EXPECT_STREQ(telmira_status_words(-4, 1), telmira_status_words(-4, 500));
+  EXPECT_STREQ(telmira_status_words(-3, -120), "");
+  EXPECT_STREQ(telmira_status_words(-2, -31), "");
+  EXPECT_STREQ(telmira_status_words(0, 0), "");
+}
+
+// A real failure gets the words of its number and status.
+TEST(ErrorWords, NameTheFailureOfANonPositiveDefiniteMatrix) {
+  vekio::sparse full = vekio::lap2d(6);
+  // Shift the diagonal so that the matrix is symmetric indefinite.
+  for (int i = 0; i < full.n; ++i)
+    for (int k = full.ia[i] - 1; k < full.ia[i + 1] - 1; ++k)
+      if (full.ja[k] == i + 1) full.a[k] -= 3.0;
+  vektest::system s(full, 2);
+  EXPECT_EQ(s.call(13), -4);
+  EXPECT_GT(s.iparam[29], 0);
+  EXPECT_LE(s.iparam[29], full.n);
+  EXPECT_NE(std::string(telmira_status_words(-4, s.iparam[29])).find("not positive definite"),
+            std::string::npos);
+}
+
+TEST(BufferCache, TheCCallsReportAndReleaseIdleBuffers) {
+  // Two scratch buffers taken and given back stay in the calling thread's
+  // cache, idle, until released.
+  void *p = vek_serv_allocate(1 << 20, 64);
+  void *q = vek_serv_allocate(3 << 10, 64);
+  ASSERT_NE(p, nullptr);
+  ASSERT_NE(q, nullptr);
+  vek_serv_deallocate(p);
+  vek_serv_deallocate(q);
+  int blocks = -2;
+  const int64_t bytes = vek_serv_mem_stat(&blocks);
+  if (blocks == -1) GTEST_SKIP() << "the buffer cache is switched off in this environment";
+  EXPECT_EQ(blocks, 2);
+  EXPECT_GE(bytes, (1 << 20) + (3 << 10));
+  vek_serv_thread_free_buffers();
+  EXPECT_EQ(vek_serv_mem_stat(&blocks), 0);
+  vek_serv_free_buffers();
+  EXPECT_EQ(vek_serv_mem_stat(&blocks), 0);
+  EXPECT_EQ(blocks, 0);
+  EXPECT_EQ(vek_serv_mem_stat(nullptr), 0);
+}
+
+TEST(BlasThreads, GuardRestoresTheHostsSettingAndKeepsTheLibrarysForItsNextCall) {
+  if (vek_serv_blas_get_threads() == 0) GTEST_SKIP() << "the BLAS has no thread control";
+  openblas_set_num_threads(3);
+  {
+    vek_serv_blas_guard outer;
+    openblas_set_num_threads(1);  // the library's own work sets 1
+    {
+      vek_serv_blas_guard inner;  // nested: does nothing
+      EXPECT_EQ(openblas_get_num_threads(), 1);
+    }
+    EXPECT_EQ(openblas_get_num_threads(), 1);
+  }
+  EXPECT_EQ(openblas_get_num_threads(), 3);
+  openblas_set_num_threads(2);  // the host changes its mind
+  {
+    vek_serv_blas_guard g;
+    // The library finds the setting its own work left, which its dense
+    // layer remembers.
+    EXPECT_EQ(openblas_get_num_threads(), 1);
+  }
+  EXPECT_EQ(openblas_get_num_threads(), 2);
+}
+
+// One thread for the solver: its dense layer holds the BLAS to one thread
+// during the call; the host's three come back after it.
+TEST(BlasThreads, TelmiraLeavesTheHostsSettingWithOneThread) {
+  setenv("VEK_NUM_THREADS", "1", 1);
+  if (vek_serv_blas_get_threads() == 0) GTEST_SKIP() << "the BLAS has no thread control";
+  openblas_set_num_threads(3);
+  for (int type : {2, -2, 11}) {
+    vektest::system s(vekio::lap3d(12), type, 2);
+    for (int ido : {11, 22, 33}) {
+      ASSERT_EQ(s.call(ido), 0) << "type " << type << " ido " << ido;
+      EXPECT_EQ(openblas_get_num_threads(), 3) << "type " << type << " ido " << ido;
+    }
+    s.release();
+    EXPECT_EQ(openblas_get_num_threads(), 3);
+  }
+}
+
+TEST(BlasThreads, TelmiraLeavesTheHostsSettingWithTwoThreads) {
+  setenv("VEK_NUM_THREADS", "2", 1);
+  setenv("VEK_DYNAMIC", "FALSE", 1);
+  if (vek_serv_blas_get_threads() == 0) GTEST_SKIP() << "the BLAS has no thread control";
+  openblas_set_num_threads(1);
+  vektest::system s(vekio::lap3d(14), -2, 3);
+  ASSERT_EQ(s.call(13), 0);
+  EXPECT_EQ(s.iparam[2], 2);
+  EXPECT_EQ(openblas_get_num_threads(), 1);
+  EXPECT_LT(s.residual(s.x), 1e-12);
+}
+
+}  // namespace
