@@ -13,8 +13,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "c_blkl.h"
-#include "c_blkslvs.h"
+#include "blkldl.h"
+#include "blkldlslvs.h"
 #include "test_analysis.h"
 #include "vekio.h"
 

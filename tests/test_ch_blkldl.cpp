@@ -12,8 +12,8 @@
 #include <random>
 #include <vector>
 
-#include "ch_blkldl.h"
-#include "ch_blkldlslvs.h"
+#include "blkldl.h"
+#include "blkldlslvs.h"
 #include "test_analysis.h"
 #include "test_matrices.h"
 #include "vekio.h"
@@ -261,9 +261,9 @@ void solve_permuted(const solved &sv, zvec &y, int nrhs, int threads, int sub) {
     ch_blkldlslvs1(&s.ns, s.xsup.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
                    sv.f.lnz.data(), sv.f.pivot.data(), &sv.diagp, y.data(), w.data(), &sub);
   else
-    ch_blkldlslvs(&s.ns, &nrhs, &threads, &n, s.xsup.data(), s.xlindx.data(), s.lindx.data(),
-                  s.xlnz.data(), sv.f.lnz.data(), sv.f.pivot.data(), &sv.diagp, y.data(),
-                  w.data(), &ldw, &sub);
+    ch_blkldlslvs<zc>(&s.ns, &nrhs, &threads, &n, s.xsup.data(), s.xlindx.data(),
+                      s.lindx.data(), s.xlnz.data(), sv.f.lnz.data(), sv.f.pivot.data(),
+                      &sv.diagp, y.data(), w.data(), &ldw, &sub);
   if (sub == 1) {  // the forward sweep leaves w clear where it wrote
     for (const zc &v : w) ASSERT_TRUE(std::isnan(v.real()) || v == zc(0));
   }
