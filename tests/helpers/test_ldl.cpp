@@ -53,8 +53,9 @@ void rebuild(const analysis &s, const zvec &lnz, const ivec &pivot, int diagp, b
 
 }  // namespace
 
-double ldl_misfit(const analysis &s, const vekio::sparse &full, const std::vector<double> &scale,
-                  const zvec &lnz, const ivec &pivot, int diagp, bool hermitian, double u) {
+double ldl_misfit(const analysis &s, const vekio::sparse &full,
+                  const std::vector<double> &scale, const zvec &lnz, const ivec &pivot,
+                  int diagp, bool hermitian, double u) {
   const size_t n = s.n;
   zvec G(n * n), D(n * n), A(n * n);
   rebuild(s, lnz, pivot, diagp, hermitian, G, D);

@@ -25,8 +25,9 @@ template <class T> zvec widen(const std::vector<T> &v) { return zvec(v.begin(), 
 // (diagp 1) M = P1 ... P(nc-1) L11, with Bunch-Kaufman M = P1 L1 P2 L2 ...,
 // Lk the unit matrix with the block's column (or pair of columns) of step k
 // below the step.
-double ldl_misfit(const analysis &s, const vekio::sparse &full, const std::vector<double> &scale,
-                  const zvec &lnz, const ivec &pivot, int diagp, bool hermitian, double u);
+double ldl_misfit(const analysis &s, const vekio::sparse &full,
+                  const std::vector<double> &scale, const zvec &lnz, const ivec &pivot,
+                  int diagp, bool hermitian, double u);
 
 }  // namespace vektest
 

@@ -39,7 +39,8 @@ template <class K> inline typename K::real diagonal_measure(const typename K::va
 
 // The place (from k+1) and the measure of the largest entry in rows k+1..n
 // of column c, the first on ties; k and 0 for an empty range.
-template <class T> int column_max(const T *a, int ld, int c, int k, int n, tlm::real_of<T> *big) {
+template <class T>
+int column_max(const T *a, int ld, int c, int k, int n, tlm::real_of<T> *big) {
   int imax = k;
   *big = 0;
   for (int i = k + 1; i <= n; ++i)

@@ -138,11 +138,13 @@ template <class T, bool Hermitian> struct ldl_step {
       }
       for (int j = 0; j < ncols; ++j)
         for (int i = 0; i < below; ++i)
-          tmp[j + static_cast<long>(i) * ncols] = kind::conj(l21[i + static_cast<long>(j) * nrows]);
+          tmp[j + static_cast<long>(i) * ncols] =
+              kind::conj(l21[i + static_cast<long>(j) * nrows]);
       blkldl_apply<T, Hermitian>("L", &ncols, &below, diag, &nrows, piv, tmp, &ncols, &info);
       for (int j = 0; j < ncols; ++j)
         for (int i = 0; i < below; ++i)
-          l21[i + static_cast<long>(j) * nrows] = kind::conj(tmp[j + static_cast<long>(i) * ncols]);
+          l21[i + static_cast<long>(j) * nrows] =
+              kind::conj(tmp[j + static_cast<long>(i) * ncols]);
       clear(tmp, count);
       if (info != 0) *error = -1;
     }

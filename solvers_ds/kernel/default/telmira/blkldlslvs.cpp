@@ -118,7 +118,8 @@ void forward_cols(const ldl_view<T> &f, int n, T *xs, int cnt, T *ws, int ldw, b
     const int *piv = f.pivot + (v.fst - 1);
     T *x1 = xs + (v.fst - 1);
     if (f.diagp) {
-      for (int k = 0; k < cnt; ++k) apply_exchanges(v.ncols, piv, x1 + static_cast<long>(k) * n);
+      for (int k = 0; k < cnt; ++k)
+        apply_exchanges(v.ncols, piv, x1 + static_cast<long>(k) * n);
       if (v.ncols > 1)
         vekd::trsm<T>("L", "L", "N", "U", &v.ncols, &cnt, &one, blk, &v.nrows, x1, &n);
     } else {
@@ -183,8 +184,10 @@ void blkldlslvs1(const int *nsuper, const int *xsup, const int *xlindx, const in
       T *x1 = x + (v.fst - 1);
       if (f.diagp) {
         apply_exchanges(v.ncols, piv, x1);
-        for (int i = 0; i < v.ncols; ++i)
-          tlm::eliminate(blk + static_cast<long>(i) * v.nrows, v.rows, i + 1, v.nrows, x1[i], x);
+        for (int i = 0; i < v.ncols; ++i) {
+          const T *col = blk + static_cast<long>(i) * v.nrows;
+          tlm::eliminate(col, v.rows, i + 1, v.nrows, x1[i], x);
+        }
         continue;
       }
       for (int i = 0; i < v.ncols;) {
@@ -214,8 +217,10 @@ void blkldlslvs1(const int *nsuper, const int *xsup, const int *xlindx, const in
       const int *piv = pivot + (v.fst - 1);
       T *x1 = x + (v.fst - 1);
       if (f.diagp) {
-        for (int i = v.ncols - 1; i >= 0; --i)
-          x1[i] -= tlm::dot_below(blk + static_cast<long>(i) * v.nrows, v.rows, i + 1, v.nrows, x);
+        for (int i = v.ncols - 1; i >= 0; --i) {
+          const T *col = blk + static_cast<long>(i) * v.nrows;
+          x1[i] -= tlm::dot_below(col, v.rows, i + 1, v.nrows, x);
+        }
         undo_exchanges(v.ncols, piv, x1);
         continue;
       }
@@ -265,8 +270,8 @@ void blkldlslvs(const int *nsuper, const int *nrhs, const int *nthreads, const i
     if (forward_part ? sub != 0 && sub != 1 : sub == 1) continue;
     if (!inside) substep_exchanges(f, forward_part, true, sub, *nrhs, N, x);
     tlm::for_each_rhs_share(*nrhs, *nthreads, [&](int first, int cnt) {
-      solve_part<T, Hermitian>(f, forward_part, inside, sub, N, x + static_cast<long>(first) * N,
-                               cnt, w + static_cast<long>(first) * LW, LW);
+      T *xs = x + static_cast<long>(first) * N, *ws = w + static_cast<long>(first) * LW;
+      solve_part<T, Hermitian>(f, forward_part, inside, sub, N, xs, cnt, ws, LW);
     });
     if (!inside) substep_exchanges(f, forward_part, false, sub, *nrhs, N, x);
   }

@@ -2,6 +2,7 @@
 // and replacement of small pivots, unblocked, for real and complex blocks.
 #include <cmath>
 #include <complex>
+#include <utility>
 
 #include "blklu.h"
 #include "dense/vek_dense.h"
@@ -60,9 +61,11 @@ void blklu_blockfact(const int *n, T *a, const int *lda, int *ipiv, int *jpiv, i
           q = k;
         }
       }
-    if (p != j) tlm::swap_rows(a, ld, N, p, j);
+    if (p != j)
+      for (int k = 1; k <= N; ++k) std::swap(at(a, ld, p, k), at(a, ld, j, k));
     ipiv[j - 1] = p;
-    if (q != j) tlm::swap_columns(a, ld, N, q, j);
+    if (q != j)
+      for (int i = 1; i <= N; ++i) std::swap(at(a, ld, i, q), at(a, ld, i, j));
     jpiv[j - 1] = q;
 
     T &d = at(a, ld, j, j);

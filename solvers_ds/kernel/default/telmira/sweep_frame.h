@@ -25,6 +25,7 @@
 
 #include "dense/vek_dense.h"
 #include "factor_progress.h"
+#include "scalar_kind.h"
 #include "sweep_lists.h"
 
 namespace tlm {
@@ -49,7 +50,8 @@ template <class T> struct sweep_space {
   long size;
 };
 
-template <class T> inline sweep_space<T> sweep_space_of(const sweep_shape &sh, T *temp, int thread) {
+template <class T>
+inline sweep_space<T> sweep_space_of(const sweep_shape &sh, T *temp, int thread) {
   const long t = thread - 1;
   return sweep_space<T>{sh.indmap + t * sh.n, sh.relind + t * sh.n, temp + t * sh.tmpsize,
                         sh.tmpsize};
