@@ -28,6 +28,12 @@ void trsm(const char *side, const char *uplo, const char *transa,
 template <class T>
 void potrf(const char *uplo, const int *n, T *a, const int *lda, int *info);
 
+// The same, column by column (no blocking). For complex values A is
+// Hermitian: the imaginary parts of its diagonal are not read, and the
+// factor's diagonal is real.
+template <class T>
+void potf2(const char *uplo, const int *n, T *a, const int *lda, int *info);
+
 // LU factorization with row exchanges; info as published.
 template <class T>
 void getrf(const int *m, const int *n, T *a, const int *lda, int *ipiv,

@@ -23,6 +23,9 @@ VEK_TRSM(d, double) VEK_TRSM(s, float) VEK_TRSM(z, zc) VEK_TRSM(c, cc)
 #define VEK_POTRF(P, T) \
   void P##potrf_(const char *, const int *, T *, const int *, int *, std::size_t);
 VEK_POTRF(d, double) VEK_POTRF(s, float) VEK_POTRF(z, zc) VEK_POTRF(c, cc)
+#define VEK_POTF2(P, T) \
+  void P##potf2_(const char *, const int *, T *, const int *, int *, std::size_t);
+VEK_POTF2(d, double) VEK_POTF2(s, float) VEK_POTF2(z, zc) VEK_POTF2(c, cc)
 #define VEK_GETRF(P, T) \
   void P##getrf_(const int *, const int *, T *, const int *, int *, int *);
 VEK_GETRF(d, double) VEK_GETRF(s, float) VEK_GETRF(z, zc) VEK_GETRF(c, cc)
@@ -65,6 +68,10 @@ namespace vekd {
   template <>                                                                          \
   void potrf<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
     P##potrf_(uplo, n, a, lda, info, 1);                                               \
+  }                                                                                    \
+  template <>                                                                          \
+  void potf2<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
+    P##potf2_(uplo, n, a, lda, info, 1);                                               \
   }                                                                                    \
   template <>                                                                          \
   void getrf<T>(const int *m, const int *n, T *a, const int *lda, int *ipiv,          \

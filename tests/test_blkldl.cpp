@@ -14,6 +14,7 @@
 
 #include "blkldl.h"
 #include "test_analysis.h"
+#include "test_ldl.h"
 #include "test_matrices.h"
 #include "vekio.h"
 
@@ -103,74 +104,12 @@ template <class T> factor<T> run(const problem &p, int diagp, double eps = 0.0, 
   return f;
 }
 
-// G D G^T - A, entry by entry, in units of n u (|A| + |G||D||G^T|); A the
-// permuted (scaled) input. Supernode J contributes to G its block factor M
-// over L21, in its columns: with diagonal pivoting M = P1 ... P(nc-1) L11,
-// with Bunch-Kaufman M = P1 L1 P2 L2 ..., Lk the unit matrix with the
-// block's column (or pair of columns) of step k below the step.
+// G D G^T - A in units of the rounding (test_ldl.h), A the permuted (scaled)
+// input.
 template <class T> double factor_misfit(const problem &p, const factor<T> &f, int diagp) {
-  const vektest::analysis &s = p.s;
-  const size_t n = s.n;
-  dvec G(n * n, 0.0), D(n * n, 0.0), A(n * n, 0.0);
-  auto g = [&](int i, int j) -> double & { return G[i + j * n]; };
-  for (int J = 1; J <= s.ns; ++J) {
-    const int f0 = s.xsup[J - 1] - 1, f1 = s.xsup[J] - 1, nr = s.xlnz[f0 + 1] - s.xlnz[f0];
-    const int *rows = s.lindx.data() + (s.xlindx[J - 1] - 1), *piv = f.pivot.data();
-    auto B = [&](int i, int j) { return double(f.lnz[s.xlnz[f0] - 1 + (i - f0) + size_t(j - f0) * nr]); };
-    auto swap_rows = [&](int i, int j) {
-      for (int c = f0; c < f1; ++c) std::swap(g(i, c), g(j, c));
-    };
-    std::vector<int> steps;  // first column of each step, -1 - k for a 2 by 2 step
-    for (int k = f0; k < f1; ++k) {
-      const bool pair = diagp == 0 && piv[k] < 0;
-      D[k + k * n] = B(k, k);
-      if (pair) D[k + 1 + k * n] = D[k + (k + 1) * n] = B(k + 1, k), D[k + 1 + (k + 1) * n] = B(k + 1, k + 1);
-      steps.push_back(pair ? -1 - k : k);
-      k += pair;
-    }
-    for (int j = f0; j < f1; ++j) {
-      g(j, j) = 1.0;
-      for (int i = f1 - f0; i < nr; ++i) g(rows[i] - 1, j) = B(f0 + i, j);
-      for (int i = j + 1; i < f1 && diagp != 0; ++i) g(i, j) = B(i, j);
-    }
-    if (diagp != 0)
-      for (int i = f1 - 2; i >= f0; --i) swap_rows(i, f0 + piv[i] - 1);
-    for (auto st = steps.rbegin(); diagp == 0 && st != steps.rend(); ++st) {
-      const int k = *st < 0 ? -1 - *st : *st, w = *st < 0 ? 2 : 1;
-      for (int c = f0; c < f1; ++c)  // M := Lk M
-        for (int i = k + w; i < f1; ++i)
-          for (int q = k; q < k + w; ++q) g(i, c) += B(i, q) * g(q, c);
-      swap_rows(k + w - 1, f0 + std::abs(piv[k]) - 1);
-    }
-  }
-  ivec newidx(n + 1);
-  for (size_t i = 1; i <= n; ++i) newidx[s.perm[i - 1]] = int(i);
-  for (size_t i = 1; i <= n; ++i)
-    for (int k = p.full.ia[i - 1]; k < p.full.ia[i]; ++k) {
-      const int j = p.full.ja[k - 1];
-      const double sc = p.scale.empty() ? 1.0 : p.scale[i - 1] * p.scale[j - 1];
-      A[newidx[i] - 1 + (newidx[j] - 1) * n] = p.full.a[k - 1] * sc;
-    }
-  dvec GD(n * n, 0.0), GDa(n * n, 0.0);
-  for (size_t j = 0; j < n; ++j)
-    for (size_t q = (j > 0 ? j - 1 : 0); q < std::min(n, j + 2); ++q)
-      for (size_t i = 0; i < n; ++i) {
-        GD[i + j * n] += G[i + q * n] * D[q + j * n];
-        GDa[i + j * n] += std::fabs(G[i + q * n] * D[q + j * n]);
-      }
-  const double u = std::numeric_limits<T>::epsilon() / 2;
-  double worst = 0;
-  for (size_t j = 0; j < n; ++j)
-    for (size_t i = 0; i < n; ++i) {
-      double v = 0, va = 0;
-      for (size_t k = 0; k < n; ++k) {
-        v += GD[i + k * n] * G[j + k * n];
-        va += GDa[i + k * n] * std::fabs(G[j + k * n]);
-      }
-      const double a = A[i + j * n];
-      worst = std::max(worst, std::fabs(v - a) / (n * u * (std::fabs(a) + va) + 1e-300));
-    }
-  return worst;
+  const double u = std::numeric_limits<tlm::real_of<T>>::epsilon() / 2;
+  return vektest::ldl_misfit(p.s, p.full, p.scale, vektest::widen(f.lnz), f.pivot, diagp,
+                             false, u);
 }
 
 // How each update reaches its target, from the structure alone, in the

@@ -124,8 +124,9 @@ template <class T> double rel_diff(const std::vector<T> &x, const dvec &ref) {
 void solve1(const factor<double> &f, dvec &x, int sub) {
   const analysis &s = *f.s;
   if (f.cpivot.empty())
-    blkslv1_d(&s.ns, s.xsup.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
-              f.lnz.data(), s.xunz.data(), f.unz.data(), f.pivot.data(), x.data(), &sub);
+    blkslv1<double>(&s.ns, s.xsup.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
+                    f.lnz.data(), s.xunz.data(), f.unz.data(), f.pivot.data(), nullptr,
+                    x.data(), &sub);
   else
     blkslv1_unsym(&s.ns, s.xsup.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
                   f.lnz.data(), s.xunz.data(), f.unz.data(), f.pivot.data(), f.cpivot.data(),
@@ -136,9 +137,9 @@ void solve(const factor<double> &f, dvec &x, dvec &w, int ldw, int nrhs, int thr
            int sub) {
   const analysis &s = *f.s;
   if (f.cpivot.empty())
-    blkslv_d(&s.ns, &nrhs, &threads, &s.n, s.xsup.data(), s.xlindx.data(), s.lindx.data(),
-             s.xlnz.data(), f.lnz.data(), s.xunz.data(), f.unz.data(), f.pivot.data(),
-             x.data(), w.data(), &ldw, &sub);
+    blkslv<double>(&s.ns, &nrhs, &threads, &s.n, s.xsup.data(), s.xlindx.data(),
+                   s.lindx.data(), s.xlnz.data(), f.lnz.data(), s.xunz.data(), f.unz.data(),
+                   f.pivot.data(), nullptr, x.data(), w.data(), &ldw, &sub);
   else
     blkslv_unsym(&s.ns, &nrhs, &threads, &s.n, s.xsup.data(), s.xlindx.data(), s.lindx.data(),
                  s.xlnz.data(), f.lnz.data(), s.xunz.data(), f.unz.data(), f.pivot.data(),
@@ -231,10 +232,11 @@ TEST(Blkslv, SinglePrecisionTwins) {
                       f.pivot.data(), f.cpivot.data(), x3.data(), w.data(), &ldw, &sub);
     } else {
       sp_blkslv1(&s.ns, s.xsup.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
-                 f.lnz.data(), s.xunz.data(), f.unz.data(), f.pivot.data(), x1.data(), &sub);
+                 f.lnz.data(), s.xunz.data(), f.unz.data(), f.pivot.data(), nullptr, x1.data(),
+                 &sub);
       sp_blkslv(&s.ns, &nrhs, &threads, &s.n, s.xsup.data(), s.xlindx.data(), s.lindx.data(),
                 s.xlnz.data(), f.lnz.data(), s.xunz.data(), f.unz.data(), f.pivot.data(),
-                x3.data(), w.data(), &ldw, &sub);
+                nullptr, x3.data(), w.data(), &ldw, &sub);
     }
     EXPECT_LT(rel_diff(x1, dvec(z.begin(), z.begin() + s.n)), 1e-5) << colpiv;
     EXPECT_LT(rel_diff(x3, z), 1e-5) << colpiv;

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "c_blklu.h"
-#include "c_blkslv.h"
+#include "blklu.h"
+#include "blkslv.h"
 #include "test_analysis.h"
 #include "test_matrices.h"
 #include "vekio.h"
@@ -207,7 +207,8 @@ void check_solves(const problem &p, const factor<zc> &f) {
   zvec x(b.begin(), b.begin() + n);
   if (p.mtype == 3)
     c_blkslv1(&s.ns, s.xsup.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
-              f.lnz.data(), s.xunz.data(), f.unz.data(), f.pivot.data(), x.data(), &sub);
+              f.lnz.data(), s.xunz.data(), f.unz.data(), f.pivot.data(), nullptr, x.data(),
+              &sub);
   else
     c_blkslv1_unsym(&s.ns, s.xsup.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
                     f.lnz.data(), s.xunz.data(), f.unz.data(), f.pivot.data(),
@@ -218,7 +219,7 @@ void check_solves(const problem &p, const factor<zc> &f) {
     if (p.mtype == 3)
       c_blkslv(&s.ns, &nrhs, &threads, &n, s.xsup.data(), s.xlindx.data(), s.lindx.data(),
                s.xlnz.data(), f.lnz.data(), s.xunz.data(), f.unz.data(), f.pivot.data(),
-               xs.data(), w.data(), &ldw, &sub);
+               nullptr, xs.data(), w.data(), &ldw, &sub);
     else
       c_blkslv_unsym(&s.ns, &nrhs, &threads, &n, s.xsup.data(), s.xlindx.data(),
                      s.lindx.data(), s.xlnz.data(), f.lnz.data(), s.xunz.data(), f.unz.data(),

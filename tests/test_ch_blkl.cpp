@@ -10,8 +10,8 @@
 #include <random>
 #include <vector>
 
-#include "ch_blkl.h"
-#include "ch_blkslvs.h"
+#include "blkl.h"
+#include "blkslvs.h"
 #include "test_analysis.h"
 #include "test_matrices.h"
 #include "vekio.h"

@@ -12,9 +12,10 @@
 #include <random>
 #include <vector>
 
-#include "ch_blkldl.h"
-#include "ch_blkldlslvs.h"
+#include "blkldl.h"
+#include "blkldlslvs.h"
 #include "test_analysis.h"
+#include "test_ldl.h"
 #include "test_matrices.h"
 #include "vekio.h"
 
@@ -94,83 +95,12 @@ template <class T> factor<T> run(const problem &p, int diagp) {
   return f;
 }
 
-// G D G^H - A entry by entry, in units of n u (|A| + |G||D||G^H|), A the
-// permuted (scaled) input. With diagonal pivoting M = P1 ... P(nc-1) L11,
-// with Bunch-Kaufman M = P1 L1 P2 L2 ..., Lk the unit matrix with the
-// block's column (or pair) of step k below the step.
+// G D G^H - A in units of the rounding (test_ldl.h), A the permuted (scaled)
+// input.
 template <class T> double factor_misfit(const problem &p, const factor<T> &f, int diagp) {
-  const vektest::analysis &s = p.s;
-  const size_t n = s.n;
-  zvec G(n * n), D(n * n), A(n * n);
-  auto g = [&](int i, int j) -> zc & { return G[i + j * n]; };
-  for (int J = 1; J <= s.ns; ++J) {
-    const int f0 = s.xsup[J - 1] - 1, f1 = s.xsup[J] - 1, nr = s.xlnz[f0 + 1] - s.xlnz[f0];
-    const int *rows = s.lindx.data() + (s.xlindx[J - 1] - 1), *piv = f.pivot.data();
-    auto B = [&](int i, int j) {
-      return zc(f.lnz[s.xlnz[f0] - 1 + (i - f0) + size_t(j - f0) * nr]);
-    };
-    auto swap_rows = [&](int i, int j) {
-      for (int c = f0; c < f1; ++c) std::swap(g(i, c), g(j, c));
-    };
-    std::vector<int> steps;  // first column of each step, -1 - k for a 2 by 2 step
-    for (int k = f0; k < f1; ++k) {
-      const bool pair = diagp == 0 && piv[k] < 0;
-      D[k + k * n] = B(k, k);
-      if (pair) {
-        D[k + 1 + k * n] = B(k + 1, k);
-        D[k + (k + 1) * n] = std::conj(B(k + 1, k));
-        D[k + 1 + (k + 1) * n] = B(k + 1, k + 1);
-      }
-      steps.push_back(pair ? -1 - k : k);
-      k += pair;
-    }
-    for (int j = f0; j < f1; ++j) {
-      g(j, j) = 1.0;
-      for (int i = f1 - f0; i < nr; ++i) g(rows[i] - 1, j) = B(f0 + i, j);
-      for (int i = j + 1; i < f1 && diagp != 0; ++i) g(i, j) = B(i, j);
-    }
-    if (diagp != 0)
-      for (int i = f1 - 2; i >= f0; --i) swap_rows(i, f0 + piv[i] - 1);
-    for (auto st = steps.rbegin(); diagp == 0 && st != steps.rend(); ++st) {
-      const int k = *st < 0 ? -1 - *st : *st, w = *st < 0 ? 2 : 1;
-      for (int c = f0; c < f1; ++c)  // M := Lk M
-        for (int i = k + w; i < f1; ++i)
-          for (int q = k; q < k + w; ++q) g(i, c) += B(i, q) * g(q, c);
-      swap_rows(k + w - 1, f0 + std::abs(piv[k]) - 1);
-    }
-  }
-  ivec newidx(n + 1);
-  for (size_t i = 1; i <= n; ++i) newidx[s.perm[i - 1]] = int(i);
-  for (size_t i = 1; i <= n; ++i)
-    for (int k = p.full.ia[i - 1]; k < p.full.ia[i]; ++k) {
-      const int j = p.full.ja[k - 1];
-      const double sc = p.scale.empty() ? 1.0 : p.scale[i - 1] * p.scale[j - 1];
-      zc v = entry(p.full, k) * sc;
-      if (size_t(j) == i) v = v.real();  // the type reads the real part of the diagonal
-      A[newidx[i] - 1 + (newidx[j] - 1) * n] = v;
-    }
-  zvec GD(n * n);
-  std::vector<double> GDa(n * n, 0.0);
-  for (size_t j = 0; j < n; ++j)
-    for (size_t q = (j > 0 ? j - 1 : 0); q < std::min(n, j + 2); ++q)
-      for (size_t i = 0; i < n; ++i) {
-        GD[i + j * n] += G[i + q * n] * D[q + j * n];
-        GDa[i + j * n] += std::abs(G[i + q * n]) * std::abs(D[q + j * n]);
-      }
   const double u = std::numeric_limits<tlm::real_of<T>>::epsilon() / 2;
-  double worst = 0;
-  for (size_t j = 0; j < n; ++j)
-    for (size_t i = 0; i < n; ++i) {
-      zc v = 0;
-      double va = 0;
-      for (size_t k = 0; k < n; ++k) {
-        v += GD[i + k * n] * std::conj(G[j + k * n]);
-        va += GDa[i + k * n] * std::abs(G[j + k * n]);
-      }
-      const zc a = A[i + j * n];
-      worst = std::max(worst, std::abs(v - a) / (n * u * (std::abs(a) + va) + 1e-300));
-    }
-  return worst;
+  return vektest::ldl_misfit(p.s, p.full, p.scale, vektest::widen(f.lnz), f.pivot, diagp,
+                             true, u);
 }
 
 TEST(ChBlkldl, FactorsHermitianIndefiniteMatricesWithBothPivotings) {
@@ -261,9 +191,9 @@ void solve_permuted(const solved &sv, zvec &y, int nrhs, int threads, int sub) {
     ch_blkldlslvs1(&s.ns, s.xsup.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
                    sv.f.lnz.data(), sv.f.pivot.data(), &sv.diagp, y.data(), w.data(), &sub);
   else
-    ch_blkldlslvs(&s.ns, &nrhs, &threads, &n, s.xsup.data(), s.xlindx.data(), s.lindx.data(),
-                  s.xlnz.data(), sv.f.lnz.data(), sv.f.pivot.data(), &sv.diagp, y.data(),
-                  w.data(), &ldw, &sub);
+    ch_blkldlslvs<zc>(&s.ns, &nrhs, &threads, &n, s.xsup.data(), s.xlindx.data(),
+                      s.lindx.data(), s.xlnz.data(), sv.f.lnz.data(), sv.f.pivot.data(),
+                      &sv.diagp, y.data(), w.data(), &ldw, &sub);
   if (sub == 1) {  // the forward sweep leaves w clear where it wrote
     for (const zc &v : w) ASSERT_TRUE(std::isnan(v.real()) || v == zc(0));
   }

@@ -1,24 +1,19 @@
-// blkl.h - supernodal Cholesky factorization L L^T, one left-looking sweep.
+// blkl.h - supernodal Cholesky factorization in one left-looking sweep:
+// L L^T for real values (blkl, matrix type 2), L L^H for complex values
+// (ch_blkl, type 4; the stored triangle's mirrored entries arrive
+// conjugated, the diagonal blocks are factorized column by column).
 //
 // All arrays are one-based in their contents and passed by their first
 // element. The error cell ends as 0, -1 (dense routine failure or stop asked
 // by the progress hook), -2 (update larger than tmpsize) or the input-matrix
-// column of a non-positive pivot.
+// column of a pivot that is not positive.
 #ifndef TELMIRA_BLKL_H
 #define TELMIRA_BLKL_H
 
-// The update of target J by the remaining rows of source K. Returns in
-// ndone the number of K's remaining rows that lie within J's columns.
-template <class T>
-void blkl_update(const int *nrows, const int *ncols, const int *fstcol,
-                 const int *lstcol, const int *jlnz, const int *jlindx,
-                 const int *rem, const int *kncols, const int *klnz,
-                 const int *klindx, const int *klda, const int *thread,
-                 const int *n, T *lnz, const int *lindx, const int *xlnz,
-                 int *indmap, int *relind, const int *tmpsize, T *temp,
-                 int *ndone, int *error);
+#include "telmira_types.h"
 
-// The sequential sweep. nnzl is comi(34), the length of lnz, for progress.
+// The sequential sweep. nnzl is comi(34), the length of lnz, for progress;
+// nthreads is not used.
 template <class T>
 void blkl(const T *a, const int *nsuper, const int *nthreads, const int *n,
           const int *nnzl, const int *xlindx, const int *lindx, const int *xlnz,
@@ -44,18 +39,7 @@ void blkl_omp(const T *a, const int *nsuper, const int *nthreads, const int *n,
               const int *slindx, const int *slength, int *up, int *uplen,
               const int *msglvl, int *error);
 
-// Named twins.
-void blkl_d(const double *a, const int *nsuper, const int *nthreads, const int *n,
-            const int *nnzl, const int *xlindx, const int *lindx, const int *xlnz,
-            double *lnz, int *indmap, int *relind, const int *tmpsize, double *temp,
-            const int *nmod, int *link, const int *snode, const int *xsup,
-            int *length, const int *xjalf, const int *jalf, const int *luperm,
-            const int *perm, const int *msglvl, int *error);
-void sp_blkl(const float *a, const int *nsuper, const int *nthreads, const int *n,
-             const int *nnzl, const int *xlindx, const int *lindx, const int *xlnz,
-             float *lnz, int *indmap, int *relind, const int *tmpsize, float *temp,
-             const int *nmod, int *link, const int *snode, const int *xsup,
-             int *length, const int *xjalf, const int *jalf, const int *luperm,
-             const int *perm, const int *msglvl, int *error);
+// The Hermitian name of the complex sweep.
+template <class T> inline constexpr auto &ch_blkl = blkl<T>;
 
 #endif

@@ -1,5 +1,7 @@
 // blklu.h - supernodal LU factorization with pivoting inside the supernode,
-// one left-looking sweep.
+// one left-looking sweep, for real (matrix types 1 and 11) and complex
+// values (c_blklu, type 3, and c_blklu_unsym, type 13). Products transpose
+// without conjugating.
 //
 // Supernode J holds in lnz its block of nrows by ncols, column-major: L11
 // (unit lower) and U11 (upper, with the diagonal) in the top square, L21
@@ -24,29 +26,21 @@
 #include "telmira_types.h"
 
 // Dense factorization of an n by n block with complete pivoting: ipiv and
-// jpiv the row and column exchanges of each step, a pivot not above eps
-// replaced by +-|eps| (1e-13 when eps is 0) and counted in npert. A NaN
-// pivot stays. info is always 0.
+// jpiv the row and column exchanges of each step. The search takes the
+// largest magnitude of the trailing square row by row, a later entry
+// winning a tie; a pivot not above eps is replaced by +-|eps| (1e-13 when
+// eps is 0), the sign of its real part kept, and counted in npert; a NaN
+// pivot stays. Complex blocks differ: magnitudes are sqrt(re^2 + im^2), the
+// multipliers are formed through the pivot's reciprocal, and the last
+// column is taken as it stands (ipiv(n) = jpiv(n) = n), its pivot replaced
+// only when strictly below eps. info is always 0.
 template <class T>
 void blklu_blockfact(const int *n, T *a, const int *lda, int *ipiv, int *jpiv, int *npert,
                      const tlm::real_of<T> *eps, int *info);
 
-// The update of target J by the remaining rows of source K, into both lnz
-// and unz. klnz/klindx: position of K's remaining rows in lnz and lindx,
-// klda the leading dimension of K's lnz block; kunz: their position in
-// unz, ku = klda - kncols its leading dimension. Returns in ndone the
-// number of remaining rows that lie within J's columns.
-template <class T>
-void blklu_update(const int *nrows, const int *ncols, const int *fstcol, const int *lstcol,
-                  const int *jlnz, const int *jlindx, const int *rem, const int *kncols,
-                  const int *klnz, const int *klindx, const int *klda, const int *kunz,
-                  const int *ku, const int *thread, const int *n, T *lnz, T *unz,
-                  const int *lindx, const int *xlnz, const int *xunz, int *indmap,
-                  int *relind, const int *tmpsize, T *temp, int *ndone, int *error);
-
-// Matrix type 1: partial pivoting in the diagonal block, no replacement; an
-// exact zero pivot ends the sweep with error cell -1. nnzl is the length of
-// lnz, for progress. nthreads is not used by the sequential sweep.
+// Matrix types 1 and 3: partial pivoting in the diagonal block, no
+// replacement; an exact zero pivot ends the sweep with error cell -1. nnzl
+// is the length of lnz, for progress; nthreads is not used.
 template <class T>
 void blklu(const T *a, const int *nsuper, const int *nthreads, const int *n, const int *nnzl,
            const int *xlindx, const int *lindx, const int *xlnz, T *lnz, const int *xunz,
@@ -55,10 +49,11 @@ void blklu(const T *a, const int *nsuper, const int *nthreads, const int *n, con
            const int *xjalf, const int *jalf, const int *xjauf, const int *jauf,
            const int *luperm, const int *perm, const int *msglvl, int *error);
 
-// Matrix type 11: complete pivoting in the diagonal block with replacement
-// of small pivots (blklu_blockfact). npert is cleared first. With rowflag
-// nonzero the values are scaled while scattered: s holds n column factors,
-// then n row factors, luperm_row the input row of each list entry.
+// Matrix types 11 and 13: complete pivoting in the diagonal block with
+// replacement of small pivots (blklu_blockfact). npert is cleared first.
+// With rowflag nonzero the values are scaled while scattered: s holds n
+// real column factors, then n row factors, luperm_row the input row of
+// each list entry.
 template <class T>
 void blklu_unsym(const T *a, const int *ja, const int *nsuper, const int *nthreads,
                  const int *n, const int *nnzl, const int *xlindx, const int *lindx,
@@ -71,41 +66,12 @@ void blklu_unsym(const T *a, const int *ja, const int *nsuper, const int *nthrea
                  const int *msglvl, int *error);
 
 // Named twins.
-void blklu_blockfact_d(const int *n, double *a, const int *lda, int *ipiv, int *jpiv,
-                       int *npert, const double *eps, int *info);
-void sp_blklu_blockfact(const int *n, float *a, const int *lda, int *ipiv, int *jpiv,
-                        int *npert, const float *eps, int *info);
-void blklu_d(const double *a, const int *nsuper, const int *nthreads, const int *n,
-             const int *nnzl, const int *xlindx, const int *lindx, const int *xlnz,
-             double *lnz, const int *xunz, double *unz, int *indmap, int *relind,
-             const int *tmpsize, double *temp, const int *nmod, int *link,
-             const int *snode, const int *xsup, int *length, int *pivot, const int *xjalf,
-             const int *jalf, const int *xjauf, const int *jauf, const int *luperm,
-             const int *perm, const int *msglvl, int *error);
-void sp_blklu(const float *a, const int *nsuper, const int *nthreads, const int *n,
-              const int *nnzl, const int *xlindx, const int *lindx, const int *xlnz,
-              float *lnz, const int *xunz, float *unz, int *indmap, int *relind,
-              const int *tmpsize, float *temp, const int *nmod, int *link,
-              const int *snode, const int *xsup, int *length, int *pivot, const int *xjalf,
-              const int *jalf, const int *xjauf, const int *jauf, const int *luperm,
-              const int *perm, const int *msglvl, int *error);
-void blklu_unsym_d(const double *a, const int *ja, const int *nsuper, const int *nthreads,
-                   const int *n, const int *nnzl, const int *xlindx, const int *lindx,
-                   const int *xlnz, double *lnz, const int *xunz, double *unz, int *indmap,
-                   int *relind, const int *tmpsize, double *temp, const int *nmod,
-                   int *link, const int *snode, const int *xsup, int *length, int *pivot,
-                   int *cpivot, const int *xjalf, const int *jalf, const int *xjauf,
-                   const int *jauf, const int *luperm, const int *perm, const double *eps,
-                   int *npert, const double *s, const int *rowflag, const int *luperm_row,
-                   const int *msglvl, int *error);
-void sp_blklu_unsym(const float *a, const int *ja, const int *nsuper, const int *nthreads,
-                    const int *n, const int *nnzl, const int *xlindx, const int *lindx,
-                    const int *xlnz, float *lnz, const int *xunz, float *unz, int *indmap,
-                    int *relind, const int *tmpsize, float *temp, const int *nmod,
-                    int *link, const int *snode, const int *xsup, int *length, int *pivot,
-                    int *cpivot, const int *xjalf, const int *jalf, const int *xjauf,
-                    const int *jauf, const int *luperm, const int *perm, const float *eps,
-                    int *npert, const float *s, const int *rowflag, const int *luperm_row,
-                    const int *msglvl, int *error);
+inline constexpr auto &c_blklu = blklu<tlm::zcomplex>;
+inline constexpr auto &sp_c_blklu = blklu<tlm::ccomplex>;
+inline constexpr auto &c_blklu_unsym = blklu_unsym<tlm::zcomplex>;
+inline constexpr auto &sp_c_blklu_unsym = blklu_unsym<tlm::ccomplex>;
+inline constexpr auto &sp_blklu_blockfact = blklu_blockfact<float>;
+inline constexpr auto &c_blklu_blockfact = blklu_blockfact<tlm::zcomplex>;
+inline constexpr auto &sp_c_blklu_blockfact = blklu_blockfact<tlm::ccomplex>;
 
 #endif

@@ -1,14 +1,36 @@
 // blklu_blockfact.cpp - dense LU of a diagonal block with complete pivoting
-// and replacement of small pivots, unblocked.
+// and replacement of small pivots, unblocked, for real and complex blocks.
 #include <cmath>
+#include <complex>
+#include <utility>
 
 #include "blklu.h"
 #include "dense/vek_dense.h"
+#include "scalar_kind.h"
+
+using tlm::at;
 
 namespace {
 
-template <class T> inline T &at(T *a, int lda, int i, int j) {
-  return a[(i - 1) + static_cast<long>(j - 1) * lda];
+// The measure of the search: |x|, or sqrt(re^2 + im^2) from the parts.
+template <class R> inline R magnitude(R x) { return std::abs(x); }
+template <class R> inline R magnitude(const std::complex<R> &v) {
+  return std::sqrt(v.real() * v.real() + v.imag() * v.imag());
+}
+
+// The multipliers below pivot d: a division each for real values; complex
+// values are multiplied by conj(d) and scaled by 1/(re^2 + im^2).
+template <class R> inline void divide_column(R *x, int count, R d) {
+  for (int i = 0; i < count; ++i) x[i] /= d;
+}
+template <class R>
+inline void divide_column(std::complex<R> *x, int count, const std::complex<R> &d) {
+  const R dr = d.real(), di = d.imag();
+  const R s = R(1) / (dr * dr + di * di);
+  for (int i = 0; i < count; ++i) {
+    const R xr = x[i].real(), xi = x[i].imag();
+    x[i] = std::complex<R>((xr * dr + xi * di) * s, (xi * dr - xr * di) * s);
+  }
 }
 
 }  // namespace
@@ -17,19 +39,22 @@ template <class T>
 void blklu_blockfact(const int *n, T *a, const int *lda, int *ipiv, int *jpiv, int *npert,
                      const tlm::real_of<T> *eps, int *info) {
   typedef tlm::real_of<T> R;
+  constexpr bool complex = tlm::value_traits<T>::is_complex;
   const int N = *n, ld = *lda;
-  // A threshold of 0 still replaces an exact zero, by a tiny value.
-  const R thr = *eps;
-  const R rep = *eps == R(0) ? R(1.0e-13) : std::abs(*eps);
+  R thr, rep;
+  tlm::pivot_threshold(*eps, R(1.0e-13), &thr, &rep);
   *info = 0;
-  for (int j = 1; j <= N; ++j) {
+  if (N < 1) return;
+  // Complex blocks take the last column as it stands.
+  const int steps = complex ? N - 1 : N;
+  for (int j = 1; j <= steps; ++j) {
     // Largest magnitude of the trailing square, row by row; the later entry
     // wins a tie, so that a zero square yields its last entry.
     int p = j, q = j;
     R big = R(0);
     for (int i = j; i <= N; ++i)
       for (int k = j; k <= N; ++k) {
-        const R v = std::abs(at(a, ld, i, k));
+        const R v = magnitude(at(a, ld, i, k));
         if (v >= big) {
           big = v;
           p = i;
@@ -37,26 +62,18 @@ void blklu_blockfact(const int *n, T *a, const int *lda, int *ipiv, int *jpiv, i
         }
       }
     if (p != j)
-      for (int k = 1; k <= N; ++k) {
-        const T t = at(a, ld, p, k);
-        at(a, ld, p, k) = at(a, ld, j, k);
-        at(a, ld, j, k) = t;
-      }
+      for (int k = 1; k <= N; ++k) std::swap(at(a, ld, p, k), at(a, ld, j, k));
     ipiv[j - 1] = p;
     if (q != j)
-      for (int i = 1; i <= N; ++i) {
-        const T t = at(a, ld, i, q);
-        at(a, ld, i, q) = at(a, ld, i, j);
-        at(a, ld, i, j) = t;
-      }
+      for (int i = 1; i <= N; ++i) std::swap(at(a, ld, i, q), at(a, ld, i, j));
     jpiv[j - 1] = q;
 
     T &d = at(a, ld, j, j);
-    if (std::abs(d) <= thr) {  // false for a NaN, which stays as it is
+    if (magnitude(d) <= thr) {  // false for a NaN, which stays as it is
       ++*npert;
-      d = d >= T(0) ? T(rep) : T(-rep);
+      d = tlm::replaced_pivot(d, rep);
     }
-    for (int i = j + 1; i <= N; ++i) at(a, ld, i, j) /= d;
+    divide_column(&at(a, ld, j + 1, j), N - j, d);
     if (j < N) {
       const int m = N - j, one = 1;
       const T mone = T(-1);
@@ -64,18 +81,15 @@ void blklu_blockfact(const int *n, T *a, const int *lda, int *ipiv, int *jpiv, i
                    &at(a, ld, j + 1, j + 1), lda);
     }
   }
+  if constexpr (complex) {
+    ipiv[N - 1] = N;
+    jpiv[N - 1] = N;
+    T &d = at(a, ld, N, N);
+    if (magnitude(d) < thr) {
+      ++*npert;
+      d = tlm::replaced_pivot(d, rep);
+    }
+  }
 }
 
-template void blklu_blockfact<double>(const int *, double *, const int *, int *, int *,
-                                      int *, const double *, int *);
-template void blklu_blockfact<float>(const int *, float *, const int *, int *, int *, int *,
-                                     const float *, int *);
-
-void blklu_blockfact_d(const int *n, double *a, const int *lda, int *ipiv, int *jpiv,
-                       int *npert, const double *eps, int *info) {
-  blklu_blockfact<double>(n, a, lda, ipiv, jpiv, npert, eps, info);
-}
-void sp_blklu_blockfact(const int *n, float *a, const int *lda, int *ipiv, int *jpiv,
-                        int *npert, const float *eps, int *info) {
-  blklu_blockfact<float>(n, a, lda, ipiv, jpiv, npert, eps, info);
-}
+TLM_INSTANTIATE_EACH(blklu_blockfact)

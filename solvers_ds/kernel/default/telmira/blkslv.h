@@ -1,4 +1,6 @@
-// blkslv.h - triangular solves with a supernodal LU factor.
+// blkslv.h - triangular solves with a supernodal LU factor, real or
+// complex (the factors of blklu and blklu_unsym; the backward product
+// transposes the unz block without conjugating it).
 //
 // Supernode J, columns fstcol..lstcol (ncols), nrows rows listed in lindx
 // from xlindx(J), below = nrows - ncols:
@@ -19,6 +21,8 @@
 #ifndef TELMIRA_BLKSLV_H
 #define TELMIRA_BLKSLV_H
 
+#include "telmira_types.h"
+
 // One right-hand side: plain loops through lindx, no dense kernel.
 template <class T>
 void blkslv1(const int *nsuper, const int *xsup, const int *xlindx, const int *lindx,
@@ -35,38 +39,17 @@ void blkslv(const int *nsuper, const int *nrhs, const int *nthreads, const int *
             const T *lnz, const int *xunz, const T *unz, const int *pivot,
             const int *cpivot, T *x, T *w, const int *ldw, const int *substep);
 
-// Named twins. The _unsym forms (mtype 11) require cpivot; the others
-// (mtype 1) have none.
-void blkslv1_d(const int *nsuper, const int *xsup, const int *xlindx, const int *lindx,
-               const int *xlnz, const double *lnz, const int *xunz, const double *unz,
-               const int *pivot, double *x, const int *substep);
-void blkslv_d(const int *nsuper, const int *nrhs, const int *nthreads, const int *n,
-              const int *xsup, const int *xlindx, const int *lindx, const int *xlnz,
-              const double *lnz, const int *xunz, const double *unz, const int *pivot,
-              double *x, double *w, const int *ldw, const int *substep);
-void blkslv1_unsym(const int *nsuper, const int *xsup, const int *xlindx, const int *lindx,
-                   const int *xlnz, const double *lnz, const int *xunz, const double *unz,
-                   const int *pivot, const int *cpivot, double *x, const int *substep);
-void blkslv_unsym(const int *nsuper, const int *nrhs, const int *nthreads, const int *n,
-                  const int *xsup, const int *xlindx, const int *lindx, const int *xlnz,
-                  const double *lnz, const int *xunz, const double *unz, const int *pivot,
-                  const int *cpivot, double *x, double *w, const int *ldw,
-                  const int *substep);
-void sp_blkslv1(const int *nsuper, const int *xsup, const int *xlindx, const int *lindx,
-                const int *xlnz, const float *lnz, const int *xunz, const float *unz,
-                const int *pivot, float *x, const int *substep);
-void sp_blkslv(const int *nsuper, const int *nrhs, const int *nthreads, const int *n,
-               const int *xsup, const int *xlindx, const int *lindx, const int *xlnz,
-               const float *lnz, const int *xunz, const float *unz, const int *pivot,
-               float *x, float *w, const int *ldw, const int *substep);
-void sp_blkslv1_unsym(const int *nsuper, const int *xsup, const int *xlindx,
-                      const int *lindx, const int *xlnz, const float *lnz, const int *xunz,
-                      const float *unz, const int *pivot, const int *cpivot, float *x,
-                      const int *substep);
-void sp_blkslv_unsym(const int *nsuper, const int *nrhs, const int *nthreads, const int *n,
-                     const int *xsup, const int *xlindx, const int *lindx, const int *xlnz,
-                     const float *lnz, const int *xunz, const float *unz, const int *pivot,
-                     const int *cpivot, float *x, float *w, const int *ldw,
-                     const int *substep);
+// The names by matrix type: blkslv1 and blkslv (cpivot null) serve types
+// 1 and 3, the _unsym names types 11 and 13.
+inline constexpr auto &blkslv1_unsym = blkslv1<double>;
+inline constexpr auto &blkslv_unsym = blkslv<double>;
+inline constexpr auto &sp_blkslv1 = blkslv1<float>;
+inline constexpr auto &sp_blkslv = blkslv<float>;
+inline constexpr auto &sp_blkslv1_unsym = blkslv1<float>;
+inline constexpr auto &sp_blkslv_unsym = blkslv<float>;
+inline constexpr auto &c_blkslv1 = blkslv1<tlm::zcomplex>;
+inline constexpr auto &c_blkslv = blkslv<tlm::zcomplex>;
+inline constexpr auto &c_blkslv1_unsym = blkslv1<tlm::zcomplex>;
+inline constexpr auto &c_blkslv_unsym = blkslv<tlm::zcomplex>;
 
 #endif

@@ -1,17 +1,52 @@
-// blkslvs.cpp - forward and backward sweeps with a supernodal Cholesky factor.
+// blkslvs.cpp - forward and backward sweeps with a supernodal Cholesky
+// factor, L L^T or L L^H.
 #include "blkslvs.h"
 
-#include <omp.h>
+#include "scalar_kind.h"
 
-#include <algorithm>
-#include <cstdlib>
+using tlm::solve_block;
 
-#include "dense/vek_dense.h"
+namespace {
+
+// The sweeps over all supernodes on cnt columns of x (leading dimension n)
+// and the same columns of w. vec: one column, by matrix-vector products.
+template <class T>
+void chol_cols(int ns, const int *xsup, const int *xlindx, const int *lindx, const int *xlnz,
+               const T *lnz, T *xs, T *ws, int n, int ldw, int cnt, bool vec, int substep) {
+  typedef tlm::scalar_kind<T, true> K;
+  const T one = T(1);
+  if (substep == 0 || substep == 1) {
+    for (int J = 1; J <= ns; ++J) {
+      const solve_block v = tlm::solve_block_of(J, xsup, xlindx, lindx, xlnz);
+      const T *blk = lnz + v.blk;
+      T *x1 = xs + (v.fst - 1);
+      // X1 := L11^-1 X1
+      if (v.ncols == 1) {
+        const T r = one / blk[0];
+        for (int k = 0; k < cnt; ++k) x1[static_cast<long>(k) * n] *= r;
+      } else {
+        vekd::trsm<T>("L", "L", "N", "N", &v.ncols, &cnt, &one, blk, &v.nrows, x1, &n);
+      }
+      tlm::forward_below(v, blk, x1, xs, n, cnt, ws, ldw, vec);
+    }
+  }
+  if (substep == 0 || substep == 3) {
+    for (int J = ns; J >= 1; --J) {
+      const solve_block v = tlm::solve_block_of(J, xsup, xlindx, lindx, xlnz);
+      const T *blk = lnz + v.blk;
+      T *x1 = xs + (v.fst - 1);
+      tlm::backward_below(K::trans, v, blk + v.ncols, v.nrows, x1, xs, n, cnt, ws, ldw, vec);
+      // X1 := L11^-T X1 (L11^-H)
+      vekd::trsm<T>("L", "L", K::trans, "N", &v.ncols, &cnt, &one, blk, &v.nrows, x1, &n);
+    }
+  }
+}
+
+}  // namespace
 
 template <class T>
-void blkslvs1(const int *nsuper, const int *xsup, const int *xlindx,
-              const int *lindx, const int *xlnz, const T *lnz, T *x,
-              const int *substep) {
+void blkslvs1(const int *nsuper, const int *xsup, const int *xlindx, const int *lindx,
+              const int *xlnz, const T *lnz, T *x, const int *substep) {
   const int ns = *nsuper;
   if (*substep == 0 || *substep == 1) {
     for (int J = 1; J <= ns; ++J) {
@@ -23,7 +58,7 @@ void blkslvs1(const int *nsuper, const int *xsup, const int *xlindx,
         const int nrows = std::abs(xlnz[c]) - std::abs(xlnz[c - 1]);
         const T xc = x[c - 1] / col[top];
         x[c - 1] = xc;
-        for (int k = top + 1; k < nrows; ++k) x[rows[k] - 1] -= col[k] * xc;
+        tlm::eliminate(col, rows, top + 1, nrows, xc, x);
       }
     }
   }
@@ -35,12 +70,19 @@ void blkslvs1(const int *nsuper, const int *xsup, const int *xlindx,
         const T *col = lnz + (std::abs(xlnz[c - 1]) - 1);
         const int top = c - fst;
         const int nrows = std::abs(xlnz[c]) - std::abs(xlnz[c - 1]);
-        T t = x[c - 1];
-        for (int k = top + 1; k < nrows; ++k) t -= col[k] * x[rows[k] - 1];
-        x[c - 1] = t / col[top];
+        x[c - 1] = tlm::reduce_by(x[c - 1], col, rows, top + 1, nrows, x) / col[top];
       }
     }
   }
+}
+
+template <class T>
+void ch_blkslvs1(const int *nsuper, const int *xsup, const int *xlindx, const int *lindx,
+                 const int *xlnz, const T *lnz, T *x, T *w, const int *ldw,
+                 const int *substep) {
+  // The order, the leading dimension that the block solves are given.
+  const int n = std::max(1, xsup[*nsuper] - 1);
+  chol_cols<T>(*nsuper, xsup, xlindx, lindx, xlnz, lnz, x, w, n, *ldw, 1, true, *substep);
 }
 
 void blkslvs_share(int nrhs, int team, int t, int *first, int *count) {
@@ -50,82 +92,19 @@ void blkslvs_share(int nrhs, int team, int t, int *first, int *count) {
 }
 
 template <class T>
-void blkslvs(const int *nsuper, const int *nrhs, const int *nthreads,
-             const int *n, const int *xsup, const int *xlindx, const int *lindx,
-             const int *xlnz, const T *lnz, T *x, T *w, const int *ldw,
-             const int *substep) {
+void blkslvs(const int *nsuper, const int *nrhs, const int *nthreads, const int *n,
+             const int *xsup, const int *xlindx, const int *lindx, const int *xlnz,
+             const T *lnz, T *x, T *w, const int *ldw, const int *substep) {
   if (*nrhs < 1) return;
-  int team = std::max(1, std::min(*nthreads, *nrhs));
-  const int N = *n, ns = *nsuper;
-  const T one = T(1), mone = T(-1), zero = T(0);
-#pragma omp parallel num_threads(team)
-  {
-#pragma omp single
-    team = std::min(omp_get_num_threads(), *nrhs);
-    // the implicit barrier of single publishes team
-    const int t = omp_get_thread_num();
-    int first = 0, cnt = 0;
-    if (t < team) blkslvs_share(*nrhs, team, t, &first, &cnt);
-    if (cnt > 0) {
-      T *xs = x + static_cast<long>(first) * N;
-      T *ws = w + static_cast<long>(first) * *ldw;
-      if (*substep == 0 || *substep == 1) {
-        for (int J = 1; J <= ns; ++J) {
-          const int fst = xsup[J - 1], lst = xsup[J] - 1, ncols = lst - fst + 1;
-          const int nrows = std::abs(xlnz[fst]) - std::abs(xlnz[fst - 1]);
-          const T *blk = lnz + (std::abs(xlnz[fst - 1]) - 1);
-          const int *rows = lindx + (xlindx[J - 1] - 1);
-          T *x1 = xs + (fst - 1);
-          if (ncols == 1) {
-            const T r = T(1) / blk[0];
-            for (int k = 0; k < cnt; ++k) x1[static_cast<long>(k) * N] *= r;
-          } else {
-            vekd::trsm<T>("L", "L", "N", "N", &ncols, &cnt, &one, blk, &nrows, x1, n);
-          }
-          const int below = nrows - ncols;
-          if (below > 0) {
-            vekd::gemm<T>("N", "N", &below, &cnt, &ncols, &mone, blk + ncols, &nrows, x1, n,
-                          &zero, ws, ldw);
-            for (int k = 0; k < cnt; ++k) {
-              T *xk = xs + static_cast<long>(k) * N;
-              T *wk = ws + static_cast<long>(k) * *ldw;
-              for (int i = 0; i < below; ++i) {
-                xk[rows[ncols + i] - 1] += wk[i];
-                wk[i] = T(0);
-              }
-            }
-          }
-        }
-      }
-      if (*substep == 0 || *substep == 3) {
-        for (int J = ns; J >= 1; --J) {
-          const int fst = xsup[J - 1], lst = xsup[J] - 1, ncols = lst - fst + 1;
-          const int nrows = std::abs(xlnz[fst]) - std::abs(xlnz[fst - 1]);
-          const T *blk = lnz + (std::abs(xlnz[fst - 1]) - 1);
-          const int *rows = lindx + (xlindx[J - 1] - 1);
-          T *x1 = xs + (fst - 1);
-          const int below = nrows - ncols;
-          if (below > 0) {
-            for (int k = 0; k < cnt; ++k) {
-              const T *xk = xs + static_cast<long>(k) * N;
-              T *wk = ws + static_cast<long>(k) * *ldw;
-              for (int i = 0; i < below; ++i) wk[i] = xk[rows[ncols + i] - 1];
-            }
-            vekd::gemm<T>("T", "N", &ncols, &cnt, &below, &mone, blk + ncols, &nrows, ws, ldw,
-                          &one, x1, n);
-          }
-          vekd::trsm<T>("L", "L", "T", "N", &ncols, &cnt, &one, blk, &nrows, x1, n);
-        }
-      }
-    }
-  }
+  const int N = *n, LW = *ldw;
+  tlm::for_each_rhs_share(*nrhs, *nthreads, [&](int first, int cnt) {
+    chol_cols<T>(*nsuper, xsup, xlindx, lindx, xlnz, lnz, x + static_cast<long>(first) * N,
+                 w + static_cast<long>(first) * LW, N, LW, cnt, false, *substep);
+  });
 }
 
-#define BLKSLVS_INSTANCE(T)                                                             \
-  template void blkslvs1<T>(const int *, const int *, const int *, const int *,        \
-                            const int *, const T *, T *, const int *);                 \
-  template void blkslvs<T>(const int *, const int *, const int *, const int *,         \
-                           const int *, const int *, const int *, const int *,         \
-                           const T *, T *, T *, const int *, const int *);
-BLKSLVS_INSTANCE(double)
-BLKSLVS_INSTANCE(float)
+TLM_INSTANTIATE(blkslvs1<double>)
+TLM_INSTANTIATE(blkslvs1<float>)
+TLM_INSTANTIATE(ch_blkslvs1<tlm::zcomplex>)
+TLM_INSTANTIATE(ch_blkslvs1<tlm::ccomplex>)
+TLM_INSTANTIATE_EACH(blkslvs)

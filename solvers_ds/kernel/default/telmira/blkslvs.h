@@ -1,29 +1,39 @@
-// blkslvs.h - triangular solves with a supernodal Cholesky factor L L^T.
+// blkslvs.h - triangular solves with a supernodal Cholesky factor: L L^T
+// for real values, L L^H for complex values (ch_blkslvs, ch_blkslvs1, the
+// factor of ch_blkl): forward L y = b, then backward L^T x = y (L^H x = y).
 //
 // x holds the permuted right-hand sides, n rows each, and receives the
 // permuted solution. substep is comi(55): 0 full solve, 1 forward only,
-// 2 diagonal only (nothing for L L^T), 3 backward only.
+// 2 diagonal only (nothing for a Cholesky factor), 3 backward only.
 #ifndef TELMIRA_BLKSLVS_H
 #define TELMIRA_BLKSLVS_H
 
-// One right-hand side: plain loops through lindx, no dense kernel.
-template <class T>
-void blkslvs1(const int *nsuper, const int *xsup, const int *xlindx,
-              const int *lindx, const int *xlnz, const T *lnz, T *x,
-              const int *substep);
+#include "solve_frame.h"
+#include "telmira_types.h"
 
-// Several right-hand sides: threads across right-hand sides, level-3 blocks.
-// w holds nrhs columns of leading dimension ldw, at least the longest
-// column of L below its diagonal block (comi(23) serves), and needs no
-// initial value.
+// One right-hand side, real values: plain loops through lindx, no dense
+// kernel.
 template <class T>
-void blkslvs(const int *nsuper, const int *nrhs, const int *nthreads,
-             const int *n, const int *xsup, const int *xlindx, const int *lindx,
-             const int *xlnz, const T *lnz, T *x, T *w, const int *ldw,
-             const int *substep);
+void blkslvs1(const int *nsuper, const int *xsup, const int *xlindx, const int *lindx,
+              const int *xlnz, const T *lnz, T *x, const int *substep);
 
-// The first right-hand side of each thread: thread t of T takes
-// nrhs / T columns, one more while t < nrhs mod T.
-void blkslvs_share(int nrhs, int team, int t, int *first, int *count);
+// One right-hand side, complex values: the block steps of the form for
+// several, with matrix-vector products on the single column through w
+// (ldw at least the largest nrows - ncols); no threads.
+template <class T>
+void ch_blkslvs1(const int *nsuper, const int *xsup, const int *xlindx, const int *lindx,
+                 const int *xlnz, const T *lnz, T *x, T *w, const int *ldw,
+                 const int *substep);
+
+// Several right-hand sides: threads across right-hand sides (the split of
+// blkslvs_share), level-3 blocks. w holds nrhs columns of leading dimension
+// ldw, at least the longest column of L below its diagonal block (comi(23)
+// serves), and needs no initial value.
+template <class T>
+void blkslvs(const int *nsuper, const int *nrhs, const int *nthreads, const int *n,
+             const int *xsup, const int *xlindx, const int *lindx, const int *xlnz,
+             const T *lnz, T *x, T *w, const int *ldw, const int *substep);
+
+template <class T> inline constexpr auto &ch_blkslvs = blkslvs<T>;
 
 #endif

@@ -9,6 +9,25 @@
 
 #include <cstdlib>
 
+// A target: supernode J, its columns fstcol..lstcol, the nrows rows of its
+// block, which starts at lnz(jlnz) and lists its rows from lindx(jlindx).
+struct sweep_target {
+  int J, fstcol, lstcol, ncols, nrows, jlnz, jlindx;
+};
+
+inline sweep_target sweep_target_of(int J, const int *xsup, const int *xlnz,
+                                    const int *xlindx) {
+  sweep_target t;
+  t.J = J;
+  t.fstcol = xsup[J - 1];
+  t.lstcol = xsup[J] - 1;
+  t.ncols = t.lstcol - t.fstcol + 1;
+  t.jlnz = std::abs(xlnz[t.fstcol - 1]);
+  t.nrows = std::abs(xlnz[t.fstcol]) - t.jlnz;
+  t.jlindx = xlindx[J - 1];
+  return t;
+}
+
 // A source as its next update sees it: first column kc and supernode K, the
 // rem remaining rows, its column count and leading dimension, and where the
 // remaining rows start in lnz (klnz) and in lindx (klindx).
@@ -52,16 +71,23 @@ inline void sweep_requeue(const sweep_source &s, int ndone, int *link, int *leng
   if (s.rem > ndone) sweep_push(s.kc, lindx[xlindx[s.K] - s.rem + ndone - 1], link, xsup, snode);
 }
 
-// After supernode J (first column fstcol, rows from lindx(jlindx)) is
-// factorized: its rows below the diagonal block become a source.
-inline void sweep_release(int J, int fstcol, int ncols, int nrows, int jlindx, int *link,
-                          int *length, const int *xsup, const int *snode, const int *lindx) {
-  if (ncols < nrows) {
-    length[J - 1] = nrows - ncols;
-    sweep_push(fstcol, lindx[jlindx + ncols - 1], link, xsup, snode);
+// After target J is factorized: its rows below the diagonal block become a
+// source.
+inline void sweep_release(const sweep_target &t, int *link, int *length, const int *xsup,
+                          const int *snode, const int *lindx) {
+  if (t.ncols < t.nrows) {
+    length[t.J - 1] = t.nrows - t.ncols;
+    sweep_push(t.fstcol, lindx[t.jlindx + t.ncols - 1], link, xsup, snode);
   } else {
-    length[J - 1] = 0;
+    length[t.J - 1] = 0;
   }
+}
+
+// Position (zero-based) of row r of column c of the target, in a store
+// whose columns start at xstore (lnz or unz): the end of column c minus the
+// distance of r from the last row of the target.
+inline long entry_pos(const int *xstore, int c, const int *indmap, int r) {
+  return static_cast<long>(std::abs(xstore[c])) - 2 - indmap[r - 1];
 }
 
 #endif

@@ -6,13 +6,10 @@
 #include <cmath>
 #include <complex>
 #include <cstdlib>
+#include <type_traits>
 
 #include "blkl.h"
 #include "blkldl.h"
-#include "c_blkl.h"
-#include "ch_blkl.h"
-#include "ch_blkldl.h"
-#include "c_blklu.h"
 #include "blklu.h"
 #include "dense/vek_dense.h"
 #include "service/vek_serv_clock.h"
@@ -34,6 +31,15 @@ void missing_kernel(const int *comi, int *error) {
   if (COMI(11) > 0) {
     const std::intptr_t words[1] = {COMI(12)};
     vek_serv_print_message_words(row_missing_kernel, 1, words);
+  }
+}
+
+// The kernel's error cell into comi(50), and comi(48) -1 for a failure,
+// unless the out-of-core record reports a file error.
+void kernel_result(int error, int *comi, const int *ooc_l) {
+  if (ooc_l == nullptr || OOCL(11) == 0) {
+    if (error != 0) COMI(48) = -1;
+    COMI(50) = error;
   }
 }
 
@@ -157,88 +163,63 @@ void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
                     sub(fi, comx, CX_XNMOD), sub(up_uplen, comx, CX_XSLINDX),
                     sub(up_uplen, comx, CX_SLINDX), sub(up_uplen, comx, CX_SLENGTH), up,
                     up + COMI(6), &level, &error);
-      } else {
-        blkl<R>(static_cast<const R *>(a), &nsuper, &nthreads, &n, &nnzl, k.xlindx,
-                k.lindx, k.xlnz, static_cast<R *>(factors), k.indmap, k.relind,
-                &tmpsize, static_cast<R *>(work), k.nmod, k.link, k.snode, k.xsup,
-                k.length, k.xjalf, k.jalf, k.luperm, k.perm, &level, &error);
+        break;
       }
+      [[fallthrough]];
+    case 4: {
+      // The sequential sweep: L L^T, or L L^H (ch_blkl) for the Hermitian
+      // type 4, whose mirrored entries arrive conjugated from the scatter.
+      auto sweep = [&](auto *values) {
+        typedef std::remove_pointer_t<decltype(values)> V;
+        blkl<V>(static_cast<const V *>(a), &nsuper, &nthreads, &n, &nnzl, k.xlindx, k.lindx,
+                k.xlnz, values, k.indmap, k.relind, &tmpsize, static_cast<V *>(work), k.nmod,
+                k.link, k.snode, k.xsup, k.length, k.xjalf, k.jalf, k.luperm, k.perm, &level,
+                &error);
+      };
+      if (mtype == 2)
+        sweep(static_cast<R *>(factors));
+      else
+        sweep(static_cast<std::complex<R> *>(factors));
       break;
-    case -2: {
+    }
+    case -2:
+    case -4:
+    case 6: {
       // Pivoting inside the supernodes: Bunch-Kaufman, or the diagonal
-      // pivots when iparam(21) is 0. The parallel form is not part of this
+      // pivots when iparam(21) is 0. The parallel forms are not part of this
       // version: several threads run this sweep with the dense routines on
-      // all of them.
+      // all of them. Only the real sweep counts the inertia; the complex
+      // ones (Hermitian -4, complex symmetric 6, no conjugates) leave the
+      // counters at 0.
       const R e = static_cast<R>(eps);
       const int diagp = COMI(51) == 0 ? 1 : 0;
       int rowflag = COMI(69) != 0 && scaling != nullptr ? 1 : 0;
       int npert = 0, npos = 0, nneg = 0;
-      blkldl<R>(static_cast<const R *>(a), ja, &nsuper, &nthreads, &n, &nnzl, k.xlindx,
-                k.lindx, k.xlnz, static_cast<R *>(factors), k.indmap, k.relind, &tmpsize,
-                static_cast<R *>(work), k.nmod, k.link, k.snode, k.xsup, k.length, k.pivot,
-                k.xjalf, k.jalf, k.luperm, k.perm, &e, &diagp, &npert, &npos, &nneg,
-                static_cast<const R *>(scaling), &rowflag, k.luperm_row, &level, &error);
+      auto sweep = [&](auto &kernel, auto *values) {
+        typedef std::remove_pointer_t<decltype(values)> V;
+        kernel(static_cast<const V *>(a), ja, &nsuper, &nthreads, &n, &nnzl, k.xlindx, k.lindx,
+               k.xlnz, values, k.indmap, k.relind, &tmpsize, static_cast<V *>(work), k.nmod,
+               k.link, k.snode, k.xsup, k.length, k.pivot, k.xjalf, k.jalf, k.luperm, k.perm,
+               &e, &diagp, &npert, &npos, &nneg, static_cast<const R *>(scaling), &rowflag,
+               k.luperm_row, &level, &error);
+      };
+      typedef std::complex<R> C;
+      if (mtype == -2)
+        sweep(blkldl<R>, static_cast<R *>(factors));
+      else if (mtype == -4)
+        sweep(ch_blkldl<C>, static_cast<C *>(factors));
+      else
+        sweep(tlm::c_blkl<C>, static_cast<C *>(factors));
       COMI(62) = npert;
       COMI(63) = npos;
       COMI(64) = nneg;
-      break;
-    }
-    case 4: {
-      // Hermitian positive definite: L L^H; the conjugates of the mirrored
-      // triangle come with the scatter.
-      typedef std::complex<R> C;
-      ch_blkl<C>(static_cast<const C *>(a), &nsuper, &nthreads, &n, &nnzl, k.xlindx, k.lindx,
-                 k.xlnz, static_cast<C *>(factors), k.indmap, k.relind, &tmpsize,
-                 static_cast<C *>(work), k.nmod, k.link, k.snode, k.xsup, k.length, k.xjalf,
-                 k.jalf, k.luperm, k.perm, &level, &error);
-      break;
-    }
-    case -4: {
-      // Hermitian indefinite: L D L^H with pivoting inside the supernodes;
-      // no inertia is counted.
-      typedef std::complex<R> C;
-      const R e = static_cast<R>(eps);
-      const int diagp = COMI(51) == 0 ? 1 : 0;
-      int rowflag = COMI(69) != 0 && scaling != nullptr ? 1 : 0;
-      int npert = 0, npos = 0, nneg = 0;
-      ch_blkldl<C>(static_cast<const C *>(a), ja, &nsuper, &nthreads, &n, &nnzl, k.xlindx,
-                   k.lindx, k.xlnz, static_cast<C *>(factors), k.indmap, k.relind, &tmpsize,
-                   static_cast<C *>(work), k.nmod, k.link, k.snode, k.xsup, k.length,
-                   k.pivot, k.xjalf, k.jalf, k.luperm, k.perm, &e, &diagp, &npert, &npos,
-                   &nneg, static_cast<const R *>(scaling), &rowflag, k.luperm_row, &level,
-                   &error);
-      COMI(62) = npert;
-      COMI(63) = 0;
-      COMI(64) = 0;
-      break;
-    }
-    case 6: {
-      // Complex symmetric: L D L^T with complex D, no conjugates; no
-      // inertia is counted.
-      typedef std::complex<R> C;
-      const R e = static_cast<R>(eps);
-      const int diagp = COMI(51) == 0 ? 1 : 0;
-      int rowflag = COMI(69) != 0 && scaling != nullptr ? 1 : 0;
-      int npert = 0, npos = 0, nneg = 0;
-      tlm::c_blkl<C>(static_cast<const C *>(a), ja, &nsuper, &nthreads, &n, &nnzl, k.xlindx,
-                     k.lindx, k.xlnz, static_cast<C *>(factors), k.indmap, k.relind,
-                     &tmpsize, static_cast<C *>(work), k.nmod, k.link, k.snode, k.xsup,
-                     k.length, k.pivot, k.xjalf, k.jalf, k.luperm, k.perm, &e, &diagp,
-                     &npert, &npos, &nneg, static_cast<const R *>(scaling), &rowflag,
-                     k.luperm_row, &level, &error);
-      COMI(62) = npert;
-      COMI(63) = 0;
-      COMI(64) = 0;
       break;
     }
     default:
       missing_kernel(comi, &error);
       break;
   }
-  if (ooc_l == nullptr || OOCL(11) == 0) {
-    if (error != 0) COMI(48) = -1;
-    COMI(50) = error;
-  }
+  kernel_result(error, comi, ooc_l);
 }
 
 template <class R>
@@ -253,62 +234,43 @@ void telmira_factor_unsym(const void *a, const int *, const int *ja, void *fi,
   int error = 0;
   int n = COMI(1), nsuper = COMI(31), nthreads = COMI(15), nnzl = COMI(34);
   int tmpsize = COMI(37), level = COMI(11), rowflag = COMI(69) != 0 ? 1 : 0;
-  R *lnz = static_cast<R *>(factors);
-  R *unz = lnz + static_cast<std::int64_t>(COMI(34));
   // The parallel LU sweeps are not part of this version: with several
   // threads the sequential sweep runs, and the dense routines below it get
-  // the threads.
+  // the threads. Complex values take the same sweeps, no conjugates.
+  auto sweep = [&](auto *lnz) {
+    typedef std::remove_pointer_t<decltype(lnz)> V;
+    V *unz = lnz + static_cast<std::int64_t>(COMI(34));
+    const V *av = static_cast<const V *>(a);
+    V *temp = static_cast<V *>(work);
+    if (mtype == 1 || mtype == 3) {
+      blklu<V>(av, &nsuper, &nthreads, &n, &nnzl, k.xlindx, k.lindx, k.xlnz, lnz, k.xunz, unz,
+               k.indmap, k.relind, &tmpsize, temp, k.nmod, k.link, k.snode, k.xsup, k.length,
+               k.pivot, k.xjalf, k.jalf, k.xjauf, k.jauf, k.luperm, k.perm, &level, &error);
+      return;
+    }
+    const R e = static_cast<R>(eps);
+    int npert = 0;
+    blklu_unsym<V>(av, ja, &nsuper, &nthreads, &n, &nnzl, k.xlindx, k.lindx, k.xlnz, lnz,
+                   k.xunz, unz, k.indmap, k.relind, &tmpsize, temp, k.nmod, k.link, k.snode,
+                   k.xsup, k.length, k.pivot, k.cpivot, k.xjalf, k.jalf, k.xjauf, k.jauf,
+                   k.luperm, k.perm, &e, &npert, static_cast<const R *>(scaling), &rowflag,
+                   k.luperm_row, &level, &error);
+    COMI(62) = npert;
+  };
   switch (mtype) {
     case 1:
-      blklu<R>(static_cast<const R *>(a), &nsuper, &nthreads, &n, &nnzl, k.xlindx, k.lindx,
-               k.xlnz, lnz, k.xunz, unz, k.indmap, k.relind, &tmpsize,
-               static_cast<R *>(work), k.nmod, k.link, k.snode, k.xsup, k.length, k.pivot,
-               k.xjalf, k.jalf, k.xjauf, k.jauf, k.luperm, k.perm, &level, &error);
+    case 11:
+      sweep(static_cast<R *>(factors));
       break;
-    case 11: {
-      const R e = static_cast<R>(eps);
-      int npert = 0;
-      blklu_unsym<R>(static_cast<const R *>(a), ja, &nsuper, &nthreads, &n, &nnzl, k.xlindx,
-                     k.lindx, k.xlnz, lnz, k.xunz, unz, k.indmap, k.relind, &tmpsize,
-                     static_cast<R *>(work), k.nmod, k.link, k.snode, k.xsup, k.length,
-                     k.pivot, k.cpivot, k.xjalf, k.jalf, k.xjauf, k.jauf, k.luperm, k.perm,
-                     &e, &npert, static_cast<const R *>(scaling), &rowflag, k.luperm_row,
-                     &level, &error);
-      COMI(62) = npert;
-      break;
-    }
     case 3:
-    case 13: {
-      // Complex LU: the real sweeps with complex values, no conjugates.
-      typedef std::complex<R> C;
-      C *clnz = static_cast<C *>(factors);
-      C *cunz = clnz + static_cast<std::int64_t>(COMI(34));
-      if (mtype == 3) {
-        blklu<C>(static_cast<const C *>(a), &nsuper, &nthreads, &n, &nnzl, k.xlindx,
-                 k.lindx, k.xlnz, clnz, k.xunz, cunz, k.indmap, k.relind, &tmpsize,
-                 static_cast<C *>(work), k.nmod, k.link, k.snode, k.xsup, k.length, k.pivot,
-                 k.xjalf, k.jalf, k.xjauf, k.jauf, k.luperm, k.perm, &level, &error);
-      } else {
-        const R e = static_cast<R>(eps);
-        int npert = 0;
-        blklu_unsym<C>(static_cast<const C *>(a), ja, &nsuper, &nthreads, &n, &nnzl,
-                       k.xlindx, k.lindx, k.xlnz, clnz, k.xunz, cunz, k.indmap, k.relind,
-                       &tmpsize, static_cast<C *>(work), k.nmod, k.link, k.snode, k.xsup,
-                       k.length, k.pivot, k.cpivot, k.xjalf, k.jalf, k.xjauf, k.jauf,
-                       k.luperm, k.perm, &e, &npert, static_cast<const R *>(scaling),
-                       &rowflag, k.luperm_row, &level, &error);
-        COMI(62) = npert;
-      }
+    case 13:
+      sweep(static_cast<std::complex<R> *>(factors));
       break;
-    }
     default:
       missing_kernel(comi, &error);
       break;
   }
-  if (ooc_l == nullptr || OOCL(11) == 0) {
-    if (error != 0) COMI(48) = -1;
-    COMI(50) = error;
-  }
+  kernel_result(error, comi, ooc_l);
 }
 
 template <class R>

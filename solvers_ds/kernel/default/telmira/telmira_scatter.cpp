@@ -2,17 +2,16 @@
 // and scaled, for the full and the symmetric storage.
 #include "telmira_scatter.h"
 
-#include <complex>
 #include <cstdlib>
+
+#include "scalar_kind.h"
 
 namespace tlm {
 
 namespace {
 
-template <class T> inline T conj_of(const T &v) { return v; }
-template <class R> inline std::complex<R> conj_of(const std::complex<R> &v) {
-  return std::conj(v);
-}
+// The conjugate that a Hermitian kernel stores for a mirrored entry.
+template <class T> inline T conj_of(const T &v) { return scalar_kind<T, true>::conj(v); }
 
 // Clears the columns of supernode J in lnz (and in unz when given), fills
 // the relative index, and returns the first and last column.
@@ -112,25 +111,9 @@ void telmira_scatter_sym_scaled(const int *j, const T *a, const int *ja,
   }
 }
 
-#define TELMIRA_SCATTER_INSTANCE(T)                                                     \
-  template void telmira_scatter_lu<T>(const int *, const int *, const T *, const int *, \
-                                      const int *, const int *, const int *, T *,       \
-                                      const int *, T *, const int *, const int *,       \
-                                      const int *, const int *, const int *, int *);    \
-  template void telmira_scatter_lu_scaled<T>(                                          \
-      const int *, const int *, const T *, const int *, const real_of<T> *, const int *, \
-      const int *, const int *, const int *, T *, const int *, T *, const int *,        \
-      const int *, const int *, const int *, const int *, const int *, int *);          \
-  template void telmira_scatter_sym<T>(const int *, const T *, const int *, const int *, \
-                                       const int *, const int *, T *, const int *,      \
-                                       const int *, const int *, const int *, int *);   \
-  template void telmira_scatter_sym_scaled<T>(                                         \
-      const int *, const T *, const int *, const real_of<T> *, const int *, const int *, \
-      const int *, const int *, const int *, T *, const int *, const int *, const int *, \
-      const int *, const int *, int *);
-TELMIRA_SCATTER_INSTANCE(double)
-TELMIRA_SCATTER_INSTANCE(float)
-TELMIRA_SCATTER_INSTANCE(std::complex<double>)
-TELMIRA_SCATTER_INSTANCE(std::complex<float>)
+TLM_INSTANTIATE_EACH(telmira_scatter_lu)
+TLM_INSTANTIATE_EACH(telmira_scatter_lu_scaled)
+TLM_INSTANTIATE_EACH(telmira_scatter_sym)
+TLM_INSTANTIATE_EACH(telmira_scatter_sym_scaled)
 
 }  // namespace tlm

@@ -7,10 +7,6 @@
 #include <complex>
 
 #include "blkldlslvs.h"
-#include "c_blkl.h"
-#include "c_blkslvs.h"
-#include "ch_blkldlslvs.h"
-#include "ch_blkslvs.h"
 #include "blkslv.h"
 #include "blkslvs.h"
 #include "dense/vek_dense.h"
@@ -118,78 +114,51 @@ int sweep(int mtype, const int *nrhs, const sweep_arrays &q, const T *lnz, const
           int diagp, T *x, T *w) {
   int n = q.n, nsuper = q.nsuper, nthreads = q.nthreads, substep = q.substep, ldw = q.ldw;
   const bool one = *nrhs == 1;
-  if constexpr (!tlm::value_traits<T>::is_complex) {
-    switch (mtype) {
-      case 2:
-        if (one)
-          blkslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, x, &substep);
-        else
-          blkslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, x,
-                     w, &ldw, &substep);
-        return 1;
-      case -2:
-        if (one)
-          blkldlslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.pivot, &diagp, x,
-                         &substep);
-        else
-          blkldlslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz,
-                        q.pivot, &diagp, x, w, &ldw, &substep);
-        return 1;
-      case 1:
-      case 11: {
-        const int *cpivot = mtype == 11 ? q.cpivot : nullptr;
-        if (one)
-          blkslv1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.xunz, unz, q.pivot,
-                     cpivot, x, &substep);
-        else
-          blkslv<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz,
-                    q.xunz, unz, q.pivot, cpivot, x, w, &ldw, &substep);
-        return 1;
-      }
-      default:
-        return 0;
-    }
-  } else {
-    switch (mtype) {
-      case 6:
-        if (one)
-          tlm::c_blkslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.pivot, &diagp,
-                             x, &substep);
-        else
-          tlm::c_blkslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz,
-                            lnz, q.pivot, &diagp, x, w, &ldw, &substep);
-        return 1;
-      case 4:
-        if (one)
-          ch_blkslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, x, w, &ldw,
-                         &substep);
-        else
-          ch_blkslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz,
-                        x, w, &ldw, &substep);
-        return 1;
-      case -4:
-        if (one)
-          ch_blkldlslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.pivot, &diagp,
-                            x, w, &substep);
-        else
-          ch_blkldlslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz,
-                           lnz, q.pivot, &diagp, x, w, &ldw, &substep);
-        return 1;
-      case 3:
-      case 13: {
-        const int *cpivot = mtype == 13 ? q.cpivot : nullptr;
-        if (one)
-          blkslv1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.xunz, unz, q.pivot,
-                     cpivot, x, &substep);
-        else
-          blkslv<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz,
-                    q.xunz, unz, q.pivot, cpivot, x, w, &ldw, &substep);
-        return 1;
-      }
-      default:
-        return 0;
-    }
+  if (mtype == 1 || mtype == 11 || mtype == 3 || mtype == 13) {
+    // LU factors, real and complex: column exchanges for types 11 and 13.
+    const int *cpivot = mtype == 11 || mtype == 13 ? q.cpivot : nullptr;
+    if (one)
+      blkslv1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.xunz, unz, q.pivot, cpivot,
+                 x, &substep);
+    else
+      blkslv<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.xunz,
+                unz, q.pivot, cpivot, x, w, &ldw, &substep);
+    return 1;
   }
+  if (mtype == -2 || mtype == 6) {
+    // Real and complex symmetric (c_blkslvs) L D L^T factors.
+    if (one)
+      blkldlslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.pivot, &diagp, x,
+                     &substep);
+    else
+      blkldlslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz,
+                    q.pivot, &diagp, x, w, &ldw, &substep);
+    return 1;
+  }
+  if constexpr (!tlm::value_traits<T>::is_complex) {
+    if (mtype != 2) return 0;
+    if (one)
+      blkslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, x, &substep);
+    else
+      blkslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, x, w,
+                 &ldw, &substep);
+  } else if (mtype == 4) {
+    if (one)
+      ch_blkslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, x, w, &ldw, &substep);
+    else
+      ch_blkslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, x, w,
+                    &ldw, &substep);
+  } else if (mtype == -4) {
+    if (one)
+      ch_blkldlslvs1<T>(&nsuper, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz, q.pivot, &diagp, x, w,
+                        &substep);
+    else
+      ch_blkldlslvs<T>(&nsuper, nrhs, &nthreads, &n, q.xsup, q.xlindx, q.lindx, q.xlnz, lnz,
+                       q.pivot, &diagp, x, w, &ldw, &substep);
+  } else {
+    return 0;
+  }
+  return 1;
 }
 
 template <class T>

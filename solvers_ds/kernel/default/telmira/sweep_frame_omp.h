@@ -1,0 +1,186 @@
+// sweep_frame_omp.h - the supernodal sweep shared out among the threads of
+// one parallel region, for any step policy of sweep_frame.h.
+//
+// The supernodes of each range of `parts` go by a dynamic loop in ascending
+// order, with a barrier between ranges. A finished supernode publishes
+// itself into the incoming list of every target it updates (up, uplen, with
+// link as the cursor of each target's list); a target polls its list and
+// applies the sources in the order they arrived. Every descendant of a
+// supernode has a lower number, so that it is either in an earlier range or
+// taken earlier in the same loop: the polling cannot deadlock.
+#ifndef TELMIRA_SWEEP_FRAME_OMP_H
+#define TELMIRA_SWEEP_FRAME_OMP_H
+
+#include <omp.h>
+
+#include <cstdlib>
+
+#include "factor_progress.h"
+#include "sweep_frame.h"
+
+namespace tlm {
+
+// The incoming lists: places xnmod(J) on of up and uplen are J's list, the
+// first column and the remaining rows of each source as it arrived;
+// xslindx/slindx/slength list each source's targets (first columns) and its
+// rows from each. nparts pairs of parts and the top are the ranges.
+struct sweep_incoming {
+  int nparts;
+  const int *parts, *xnmod, *xslindx, *slindx, *slength;
+  int *up, *uplen;
+};
+
+namespace omp_sweep {
+
+// The error cell as the threads see it: read and written under lock_update,
+// so that a poll never works on a stale copy.
+inline int error_seen(const int *error) {
+  int e;
+#pragma omp critical(lock_update)
+  e = *error;
+  return e;
+}
+
+inline void error_set(int *error, int value) {
+#pragma omp critical(lock_update)
+  *error = value;
+}
+
+// Scatter, the updates as the sources arrive, the factor step, and the
+// publication of J to its targets.
+template <class Step>
+void factor_one(int J, int thread, const sweep_shape &sh, const sweep_incoming &in,
+                const Step &step, sweep_counts *c, int *error) {
+  if (error_seen(error) != 0) return;
+  const sweep_target t = sweep_target_of(J, sh.xsup, sh.xlnz, sh.xlindx);
+  int *link = sh.link;
+  step.scatter(t, thread);
+
+  int pending = sh.nmod[J - 1];
+  int pos = in.xnmod[J - 1];
+  while (pending > 0) {
+    int end = pos;
+    // The test reads link(J) only when the list may have moved on.
+    if (__atomic_load_n(&link[J - 1], __ATOMIC_ACQUIRE) == pos) {
+      if (__atomic_load_n(error, __ATOMIC_RELAXED) != 0) return;
+      continue;
+    }
+#pragma omp critical(lock_update)
+    end = link[J - 1];
+    if (error_seen(error) != 0) return;
+    for (int i = pos; i < end; ++i) {
+      const int kc = in.up[i - 1];
+      sweep_source s;
+      s.kc = kc;
+      s.K = sh.snode[kc - 1];
+      s.rem = in.uplen[i - 1];
+      s.kfst = sh.xsup[s.K - 1];
+      s.kncols = sh.xsup[s.K] - s.kfst;
+      s.klda = std::abs(sh.xlnz[s.kfst]) - std::abs(sh.xlnz[s.kfst - 1]);
+      s.klnz = std::abs(sh.xlnz[s.kfst]) - s.rem;
+      s.klindx = sh.xlindx[s.K] - s.rem;
+      int ndone = 0, err = 0;
+      step.update(t, s, thread, &ndone, &err);
+      if (err != 0) {
+        error_set(error, err);
+        return;
+      }
+    }
+    pending -= end - pos;
+    pos = end;
+  }
+
+  int err = 0;
+  step.factor(t, thread, c, &err);
+  if (err != 0) {
+    error_set(error, err);
+    return;
+  }
+#pragma omp critical(lock_update)
+  for (int i = in.xslindx[J - 1]; i < in.xslindx[J]; ++i) {
+    const int target = sh.snode[in.slindx[i - 1] - 1];
+    const int q = link[target - 1];
+    in.up[q - 1] = t.fstcol;
+    in.uplen[q - 1] = in.slength[i - 1];
+    link[target - 1] = q + 1;
+  }
+}
+
+}  // namespace omp_sweep
+
+// The sweep on nthreads threads. Thread t (numbered from 1 as the threads
+// arrive) uses block t of indmap and relind and slice t of temp; thread 1
+// reports the progress. Each thread sums its counters, and adds them to c
+// under lock_count at the end.
+template <class T, class Step>
+void sweep_run_omp(const sweep_shape &sh, const sweep_incoming &in, int nthreads, T *temp,
+                   const Step &step, sweep_counts *c, int *error) {
+  *error = 0;
+  const int ns = sh.nsuper;
+  for (int s = 0; s < ns; ++s) sh.link[s] = in.xnmod[s];
+  // The hook's answer stops only the report before the region.
+  factor_progress progress;
+  if (factor_progress_start(&progress, sh.msglvl) != 0) {
+    *error = -1;
+    return;
+  }
+  const int np = in.nparts > 0 ? in.nparts : 1;
+  int arrivals = 0;  // thread numbers handed out, under lock_thread
+  const int team = nthreads > 0 ? nthreads : 1;
+
+#pragma omp parallel num_threads(team)
+  {
+    int thread = 0;
+#pragma omp critical(lock_thread)
+    thread = ++arrivals;
+    clear(temp + static_cast<long>(thread - 1) * sh.tmpsize, sh.tmpsize);
+    sweep_counts mine;
+    long done_entries = 0;
+    const int workers = omp_get_num_threads();
+
+    int end = 0;  // last supernode of the ranges so far
+    for (int k = 0; k <= np; ++k) {
+      int lo, hi;
+      if (k < np && in.nparts > 0) {
+        lo = in.parts[2 * k];
+        hi = in.parts[2 * k + 1];
+        if (hi < lo) continue;
+        if (lo > end + 1) {
+          // Supernodes between two pairs form a range of their own.
+          const int glo = end + 1, ghi = lo - 1;
+#pragma omp for schedule(dynamic, 1)
+          for (int J = glo; J <= ghi; ++J)
+            omp_sweep::factor_one(J, thread, sh, in, step, &mine, error);
+        }
+      } else {
+        lo = end + 1;
+        hi = ns;
+      }
+#pragma omp for schedule(dynamic, 1)
+      for (int J = lo; J <= hi; ++J) {
+        omp_sweep::factor_one(J, thread, sh, in, step, &mine, error);
+        if (thread == 1) {
+          done_entries += static_cast<long>(std::abs(sh.xlnz[sh.xsup[J] - 1]) -
+                                            std::abs(sh.xlnz[sh.xsup[J - 1] - 1]));
+          long p = static_cast<long>(100.0 * workers * done_entries /
+                                     (sh.nnzl > 0 ? sh.nnzl : 1));
+          if (p > 99) p = 99;
+          factor_progress_step(&progress, static_cast<int>(p));
+        }
+      }
+      if (hi > end) end = hi;
+      if (end >= ns) break;
+    }
+#pragma omp critical(lock_count)
+    {
+      c->npert += mine.npert;
+      c->npos += mine.npos;
+      c->nneg += mine.nneg;
+    }
+    if (thread == 1) factor_progress_end(&progress);
+  }
+}
+
+}  // namespace tlm
+
+#endif
