@@ -1,7 +1,8 @@
 // telmira_solve.cpp - the solve driver: gather of the right-hand sides into
 // the permuted work vector, the triangular sweeps of the matrix type, and
 // the scatter of the solution back to the input order.
-#include "telmira_numeric.h"
+#include "telmira_factorize.h"
+#include "telmira_solve.h"
 
 #include <algorithm>
 #include <complex>

@@ -5,7 +5,9 @@
 #include "telmira_slots.h"
 
 #include "service/vek_serv_clock.h"
-#include "telmira_numeric.h"
+#include "telmira_factorize.h"
+#include "telmira_refine.h"
+#include "telmira_solve.h"
 #include "telmira_storage.h"
 #include "telmira_types.h"
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "residual_product.h"
-#include "telmira_numeric.h"
+#include "telmira_solve.h"
 #include "telmira_storage.h"
 #include "telmira_types.h"
 

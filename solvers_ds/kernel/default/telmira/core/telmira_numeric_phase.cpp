@@ -14,7 +14,9 @@
 #include "pre_cgs.h"
 #include "service/vek_serv_clock.h"
 #include "telmira_layout.h"
-#include "telmira_numeric.h"
+#include "telmira_factorize.h"
+#include "telmira_refine.h"
+#include "telmira_solve.h"
 #include "telmira_types.h"
 
 namespace tlm {

@@ -1,7 +1,7 @@
 // telmira_factorize.cpp - the factorization driver: the timer, the kernel
 // choice by matrix type, thread count and storage mode, the pivot
 // perturbation, and the carve-up of the kernels' integer work area.
-#include "telmira_numeric.h"
+#include "telmira_factorize.h"
 
 #include <cmath>
 #include <complex>

@@ -13,7 +13,8 @@
 //                   2 v      - accumulators of the mirrored entries
 //                              (triangle storage, transposed product);
 //   then 2 comi(15) nb values of scratch for the product.
-#include "telmira_numeric.h"
+#include "telmira_refine.h"
+#include "telmira_solve.h"
 #include "telmira_slots.h"
 
 #include <algorithm>

@@ -1,0 +1,54 @@
+// telmira_factorize.h - the factorization driver: the kernel by matrix type,
+// thread count and storage mode, the pivot perturbation, and where each
+// factorization keeps its pivot records.
+#ifndef TELMIRA_FACTORIZE_H
+#define TELMIRA_FACTORIZE_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "telmira_storage.h"
+
+namespace tlm {
+
+// The pivot records of a factorization stand in its own factor block,
+// behind the values of L and U: pivot (n entries), then cpivot (n entries).
+// So each matrix_number of a handle keeps the exchanges of its own
+// factorization. value_bytes: bytes of one value (8 or 16 in double).
+constexpr int PIVOT_RECORD_WORDS = 2;  // ints per equation
+inline int *factor_pivots(const void *factors, const int *comi, std::size_t value_bytes) {
+  const std::size_t values = static_cast<std::size_t>(COMI(CI_LNZ_LEN)) + COMI(CI_UNZ_LEN);
+  return reinterpret_cast<int *>(const_cast<char *>(static_cast<const char *>(factors)) +
+                                 values * value_bytes);
+}
+
+// One numeric factorization: the kernel by matrix type, thread count and
+// storage mode; the time goes to comr[5], the kernel's error cell to
+// comi(50), the pivot counters to comi(62) to comi(64).
+// up_uplen: the lists of the parallel sweeps (handle[UP_UPLEN]), null with
+// one thread.
+template <class R>
+void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
+                       const int *comx, void *factors, void *work, void *up_uplen,
+                       const void *scaling, int *comi, double *comr,
+                       int *ooc_l);
+// The selectors: symmetric storage (types 2, -2, 4, -4, 6) and full
+// storage (types 1, 3, 11, 13).
+template <class R>
+void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
+                        const int *comx, void *factors, void *work, void *up_uplen,
+                        const void *scaling, int *comi, int *ooc_l);
+template <class R>
+void telmira_factor_unsym(const void *a, const int *ia, const int *ja,
+                          void *fi, const int *comx, void *factors, void *work,
+                          void *up_uplen, const void *scaling, int *comi, int *ooc_l);
+
+// The pivot perturbation of a factorization: 10^-|comi(66)|, for types -2,
+// -4 and 6 adjusted by the largest off-diagonal magnitude of a (each row's
+// first entry left out). 0 when comi(66) is 0.
+double pivot_perturbation(int k, int mtype, int n, const int *ia,
+                          const void *a, int single);
+
+}  // namespace tlm
+
+#endif
