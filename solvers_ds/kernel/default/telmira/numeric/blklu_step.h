@@ -39,7 +39,7 @@ template <class T> struct lu_operand {
   T single(int i) const { return uk[i]; }
 
   void upper_single(const int *map, const int *r, int nd, int m, const T *lk) const {
-    update_single(unz, xunz, map, r, nd, nd, m, uk, [lk](int i) { return lk[i]; });
+    for (int i = 0; i < nd; ++i) update_column(unz, xunz, map, r, r[i], nd, m, uk, lk[i]);
   }
   // Rows consecutive in the target: those below its diagonal block start
   // with its first row below it.

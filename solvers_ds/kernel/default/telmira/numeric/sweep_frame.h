@@ -57,16 +57,12 @@ inline sweep_space<T> sweep_space_of(const sweep_shape &sh, T *temp, int thread)
                         sh.tmpsize};
 }
 
-// For i < nd and j from `from` to m-1: the entry of row r(j) in column r(i)
-// of the store loses a(j) b(i).
-template <class T, class B>
-inline void update_single(T *store, const int *xstore, const int *map, const int *r, int nd,
-                          int from, int m, const T *a, const B &b) {
-  for (int i = 0; i < nd; ++i) {
-    const int c = r[i];
-    const T bi = b(i);
-    for (int j = from; j < m; ++j) store[entry_pos(xstore, c, map, r[j])] -= a[j] * bi;
-  }
+// Row r(j) of column c of the store loses a(j) b, for j from `from` to
+// m-1: one column of a source with one column.
+template <class T>
+inline void update_column(T *store, const int *xstore, const int *map, const int *r, int c,
+                          int from, int m, const T *a, T b) {
+  for (int j = from; j < m; ++j) store[entry_pos(xstore, c, map, r[j])] -= a[j] * b;
 }
 
 // Adds the rows by nd product in tmp (leading dimension rows) to the store:
@@ -113,8 +109,8 @@ void sweep_update(const sweep_target &t, const sweep_source &s, const sweep_shap
     while (nd < m && r[nd] <= t.lstcol) ++nd;
     if (kn == 1) {  // one column: no dense kernel
       *ndone = nd;
-      update_single(lnz, sh.xlnz, w.map, r, nd, 0, m, k,
-                    [&op](int i) { return Kind::conj(op.single(i)); });
+      for (int i = 0; i < nd; ++i)
+        update_column(lnz, sh.xlnz, w.map, r, r[i], 0, m, k, Kind::conj(op.single(i)));
       if constexpr (Op::upper) op.upper_single(w.map, r, nd, m, k);
       return;
     }
