@@ -1,8 +1,9 @@
 // sweep_frame_omp.h - the supernodal sweep shared out among the threads of
-// one parallel region, for any step policy of sweep_frame.h.
+// one parallel region, for any step policy of sweep_frame.h, by one of two
+// schedules: the ranges of `parts` (dynamic loops in ascending order, a
+// barrier between ranges) or the ready list `pnlsch` (one dynamic loop).
 //
-// The supernodes of each range of `parts` go by a dynamic loop in ascending
-// order, with a barrier between ranges. A finished supernode publishes
+// A finished supernode publishes
 // itself into the incoming list of every target it updates (up, uplen, with
 // link as the cursor of each target's list); a target polls its list and
 // applies the sources in the order they arrived. Every descendant of a
@@ -108,23 +109,24 @@ void factor_one(int J, int thread, const sweep_shape &sh, const sweep_incoming &
 
 }  // namespace omp_sweep
 
-// The sweep on nthreads threads. Thread t (numbered from 1 as the threads
-// arrive) uses block t of indmap and relind and slice t of temp; thread 1
-// reports the progress. Each thread sums its counters, and adds them to c
-// under lock_count at the end.
-template <class T, class Step>
-void sweep_run_omp(const sweep_shape &sh, const sweep_incoming &in, int nthreads, T *temp,
-                   const Step &step, sweep_counts *c, int *error) {
+namespace omp_sweep {
+
+// One parallel region of the sweep. Thread t (numbered from 1 as the
+// threads arrive) uses block t of indmap and relind and slice t of temp;
+// thread 1 reports the progress. order(run) hands the supernodes out: it
+// runs run(J) for each, inside the region, by its own worksharing loops.
+// Each thread sums its counters and adds them to c under lock_count.
+template <class T, class Step, class Order>
+void region(const sweep_shape &sh, const sweep_incoming &in, int nthreads, T *temp,
+            const Step &step, sweep_counts *c, int *error, const Order &order) {
   *error = 0;
-  const int ns = sh.nsuper;
-  for (int s = 0; s < ns; ++s) sh.link[s] = in.xnmod[s];
+  for (int s = 0; s < sh.nsuper; ++s) sh.link[s] = in.xnmod[s];
   // The hook's answer stops only the report before the region.
   factor_progress progress;
   if (factor_progress_start(&progress, sh.msglvl) != 0) {
     *error = -1;
     return;
   }
-  const int np = in.nparts > 0 ? in.nparts : 1;
   int arrivals = 0;  // thread numbers handed out, under lock_thread
   const int team = nthreads > 0 ? nthreads : 1;
 
@@ -137,40 +139,17 @@ void sweep_run_omp(const sweep_shape &sh, const sweep_incoming &in, int nthreads
     sweep_counts mine;
     long done_entries = 0;
     const int workers = omp_get_num_threads();
-
-    int end = 0;  // last supernode of the ranges so far
-    for (int k = 0; k <= np; ++k) {
-      int lo, hi;
-      if (k < np && in.nparts > 0) {
-        lo = in.parts[2 * k];
-        hi = in.parts[2 * k + 1];
-        if (hi < lo) continue;
-        if (lo > end + 1) {
-          // Supernodes between two pairs form a range of their own.
-          const int glo = end + 1, ghi = lo - 1;
-#pragma omp for schedule(dynamic, 1)
-          for (int J = glo; J <= ghi; ++J)
-            omp_sweep::factor_one(J, thread, sh, in, step, &mine, error);
-        }
-      } else {
-        lo = end + 1;
-        hi = ns;
+    order([&](int J) {
+      factor_one(J, thread, sh, in, step, &mine, error);
+      if (thread == 1) {
+        done_entries += static_cast<long>(std::abs(sh.xlnz[sh.xsup[J] - 1]) -
+                                          std::abs(sh.xlnz[sh.xsup[J - 1] - 1]));
+        long p = static_cast<long>(100.0 * workers * done_entries /
+                                   (sh.nnzl > 0 ? sh.nnzl : 1));
+        if (p > 99) p = 99;
+        factor_progress_step(&progress, static_cast<int>(p));
       }
-#pragma omp for schedule(dynamic, 1)
-      for (int J = lo; J <= hi; ++J) {
-        omp_sweep::factor_one(J, thread, sh, in, step, &mine, error);
-        if (thread == 1) {
-          done_entries += static_cast<long>(std::abs(sh.xlnz[sh.xsup[J] - 1]) -
-                                            std::abs(sh.xlnz[sh.xsup[J - 1] - 1]));
-          long p = static_cast<long>(100.0 * workers * done_entries /
-                                     (sh.nnzl > 0 ? sh.nnzl : 1));
-          if (p > 99) p = 99;
-          factor_progress_step(&progress, static_cast<int>(p));
-        }
-      }
-      if (hi > end) end = hi;
-      if (end >= ns) break;
-    }
+    });
 #pragma omp critical(lock_count)
     {
       c->npert += mine.npert;
@@ -179,6 +158,55 @@ void sweep_run_omp(const sweep_shape &sh, const sweep_incoming &in, int nthreads
     }
     if (thread == 1) factor_progress_end(&progress);
   }
+}
+
+}  // namespace omp_sweep
+
+// The ranges schedule: the supernodes of each pair of parts by a dynamic
+// loop in ascending order, a barrier between the pairs; supernodes between
+// two pairs, and the top after the last, form ranges of their own.
+template <class T, class Step>
+void sweep_run_omp(const sweep_shape &sh, const sweep_incoming &in, int nthreads, T *temp,
+                   const Step &step, sweep_counts *c, int *error) {
+  const int ns = sh.nsuper;
+  const int np = in.nparts > 0 ? in.nparts : 1;
+  omp_sweep::region(sh, in, nthreads, temp, step, c, error, [&](const auto &run) {
+    int end = 0;  // last supernode of the ranges so far
+    for (int k = 0; k <= np; ++k) {
+      int lo, hi;
+      if (k < np && in.nparts > 0) {
+        lo = in.parts[2 * k];
+        hi = in.parts[2 * k + 1];
+        if (hi < lo) continue;
+        if (lo > end + 1) {
+          const int glo = end + 1, ghi = lo - 1;
+#pragma omp for schedule(dynamic, 1)
+          for (int J = glo; J <= ghi; ++J) run(J);
+        }
+      } else {
+        lo = end + 1;
+        hi = ns;
+      }
+#pragma omp for schedule(dynamic, 1)
+      for (int J = lo; J <= hi; ++J) run(J);
+      if (hi > end) end = hi;
+      if (end >= ns) break;
+    }
+  });
+}
+
+// The ready-list schedule: one dynamic loop over pnlsch, leaves first and
+// every supernode after all its children, so that the supernodes a target
+// waits for have all been taken before it.
+template <class T, class Step>
+void sweep_run_omp_ready(const sweep_shape &sh, const sweep_incoming &in, const int *pnlsch,
+                         int nthreads, T *temp, const Step &step, sweep_counts *c,
+                         int *error) {
+  const int ns = sh.nsuper;
+  omp_sweep::region(sh, in, nthreads, temp, step, c, error, [&](const auto &run) {
+#pragma omp for schedule(dynamic, 1)
+    for (int i = 1; i <= ns; ++i) run(std::abs(pnlsch[i - 1]));
+  });
 }
 
 }  // namespace tlm

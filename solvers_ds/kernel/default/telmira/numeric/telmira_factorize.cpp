@@ -11,6 +11,7 @@
 #include "blkl.h"
 #include "blkldl.h"
 #include "blklu.h"
+#include "kernels_omp.h"
 #include "dense/vek_dense.h"
 #include "service/vek_serv_clock.h"
 #include "service/vek_serv_message.h"
@@ -81,6 +82,31 @@ kernel_arrays arrays_of(void *fi, const int *comx, const int *comi, void *factor
   k.link = iw + 2 * m;
   k.length = iw + 2 * m + COMI(1);
   return k;
+}
+
+// The lists of the parallel sweep, or null when the sequential sweep runs:
+// one thread (comi(20) 1) or no lists.
+bool parallel_sweep(const int *comi, const void *up_uplen) {
+  return COMI(CI_ONE_THREAD) == 0 && up_uplen != nullptr;
+}
+
+parallel_lists lists_of(void *fi, const int *comx, const int *comi, void *up_uplen,
+                        const kernel_arrays &k) {
+  int *up = sub(up_uplen, comx, CX_INLIST);
+  // Type 11 ordered into several parts has the special form of the lists
+  // and runs by parts and pool.
+  const bool pool = COMI(CI_MTYPE) == 11 && COMI(CI_NPARTS) > 1;
+  return parallel_lists{k.pnlsch,
+                        sub(fi, comx, CX_XNMOD),
+                        sub(up_uplen, comx, CX_XSLINDX),
+                        sub(up_uplen, comx, CX_SLINDX),
+                        sub(up_uplen, comx, CX_SLENGTH),
+                        up,
+                        up + COMI(CI_INLIST_END),
+                        pool,
+                        COMI(CI_NPARTS),
+                        k.parts,
+                        k.length};
 }
 
 template <class R>
@@ -169,6 +195,16 @@ void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
     case 4: {
       // The sequential sweep: L L^T, or L L^H (ch_blkl) for the Hermitian
       // type 4, whose mirrored entries arrive conjugated from the scatter.
+      if (mtype == 4 && parallel_sweep(comi, up_uplen)) {
+        typedef std::complex<R> C;
+        const parallel_lists lists = lists_of(fi, comx, comi, up_uplen, k);
+        vekd::blas_threads(1);
+        ch_blkl_omp<C>(static_cast<const C *>(a), &nsuper, &nthreads, &n, &nnzl, k.xlindx,
+                       k.lindx, k.xlnz, static_cast<C *>(factors), k.indmap, k.relind, &tmpsize,
+                       static_cast<C *>(work), k.nmod, k.link, k.snode, k.xsup, &lists, k.xjalf,
+                       k.jalf, k.luperm, k.perm, &level, &error);
+        break;
+      }
       auto sweep = [&](auto *values) {
         typedef std::remove_pointer_t<decltype(values)> V;
         blkl<V>(static_cast<const V *>(a), &nsuper, &nthreads, &n, &nnzl, k.xlindx, k.lindx,
@@ -186,11 +222,9 @@ void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
     case -4:
     case 6: {
       // Pivoting inside the supernodes: Bunch-Kaufman, or the diagonal
-      // pivots when iparam(21) is 0. The parallel forms are not part of this
-      // version: several threads run this sweep with the dense routines on
-      // all of them. Only the real sweep counts the inertia; the complex
-      // ones (Hermitian -4, complex symmetric 6, no conjugates) leave the
-      // counters at 0.
+      // pivots when iparam(21) is 0. Only the real sweep counts the
+      // inertia; the complex ones (Hermitian -4, complex symmetric 6, no
+      // conjugates) leave the counters at 0.
       const R e = static_cast<R>(eps);
       const int diagp = COMI(51) == 0 ? 1 : 0;
       int rowflag = COMI(69) != 0 && scaling != nullptr ? 1 : 0;
@@ -204,12 +238,32 @@ void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
                k.luperm_row, &level, &error);
       };
       typedef std::complex<R> C;
-      if (mtype == -2)
+      if (parallel_sweep(comi, up_uplen)) {
+        // Several threads share the sweep; each calls the dense routines
+        // on one thread.
+        const parallel_lists lists = lists_of(fi, comx, comi, up_uplen, k);
+        vekd::blas_threads(1);
+        auto parallel = [&](auto &kernel, auto *values) {
+          typedef std::remove_pointer_t<decltype(values)> V;
+          kernel(static_cast<const V *>(a), ja, &nsuper, &nthreads, &n, &nnzl, k.xlindx,
+                 k.lindx, k.xlnz, values, k.indmap, k.relind, &tmpsize, static_cast<V *>(work),
+                 k.nmod, k.link, k.snode, k.xsup, &lists, k.pivot, k.xjalf, k.jalf, k.luperm,
+                 k.perm, &e, &diagp, &npert, &npos, &nneg, static_cast<const R *>(scaling),
+                 &rowflag, k.luperm_row, &level, &error);
+        };
+        if (mtype == -2)
+          parallel(blkldl_omp<R>, static_cast<R *>(factors));
+        else if (mtype == -4)
+          parallel(ch_blkldl_omp<C>, static_cast<C *>(factors));
+        else
+          parallel(c_blkl_omp<C>, static_cast<C *>(factors));
+      } else if (mtype == -2) {
         sweep(blkldl<R>, static_cast<R *>(factors));
-      else if (mtype == -4)
+      } else if (mtype == -4) {
         sweep(ch_blkldl<C>, static_cast<C *>(factors));
-      else
+      } else {
         sweep(tlm::c_blkl<C>, static_cast<C *>(factors));
+      }
       COMI(62) = npert;
       COMI(63) = npos;
       COMI(64) = nneg;
@@ -224,7 +278,7 @@ void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
 
 template <class R>
 void telmira_factor_unsym(const void *a, const int *, const int *ja, void *fi,
-                          const int *comx, void *factors, void *work, void *,
+                          const int *comx, void *factors, void *work, void *up_uplen,
                           const void *scaling, int *comi, int *ooc_l) {
   const int mtype = COMI(12);
   // Types 11 and 13 take the perturbation unadjusted; 1 and 3 none.
@@ -234,14 +288,36 @@ void telmira_factor_unsym(const void *a, const int *, const int *ja, void *fi,
   int error = 0;
   int n = COMI(1), nsuper = COMI(31), nthreads = COMI(15), nnzl = COMI(34);
   int tmpsize = COMI(37), level = COMI(11), rowflag = COMI(69) != 0 ? 1 : 0;
-  // The parallel LU sweeps are not part of this version: with several
-  // threads the sequential sweep runs, and the dense routines below it get
-  // the threads. Complex values take the same sweeps, no conjugates.
+  // With several threads the parallel sweeps share the supernodes, each
+  // calling the dense routines on one thread; one thread runs the
+  // sequential sweep with the dense routines on the call's threads. Complex
+  // values take the same sweeps, no conjugates.
+  const bool parallel = parallel_sweep(comi, up_uplen);
+  const parallel_lists lists =
+      parallel ? lists_of(fi, comx, comi, up_uplen, k) : parallel_lists{};
+  if (parallel) vekd::blas_threads(1);
   auto sweep = [&](auto *lnz) {
     typedef std::remove_pointer_t<decltype(lnz)> V;
     V *unz = lnz + static_cast<std::int64_t>(COMI(34));
     const V *av = static_cast<const V *>(a);
     V *temp = static_cast<V *>(work);
+    if (parallel && (mtype == 1 || mtype == 3)) {
+      blklu_omp<V>(av, &nsuper, &nthreads, &n, &nnzl, k.xlindx, k.lindx, k.xlnz, lnz, k.xunz,
+                   unz, k.indmap, k.relind, &tmpsize, temp, k.nmod, k.link, k.snode, k.xsup,
+                   &lists, k.pivot, k.xjalf, k.jalf, k.xjauf, k.jauf, k.luperm, &level, &error);
+      return;
+    }
+    if (parallel) {
+      const R e = static_cast<R>(eps);
+      int npert = 0;
+      blklu_unsym_omp<V>(av, ja, &nsuper, &nthreads, &n, &nnzl, k.xlindx, k.lindx, k.xlnz, lnz,
+                         k.xunz, unz, k.indmap, k.relind, &tmpsize, temp, k.nmod, k.link,
+                         k.snode, k.xsup, &lists, k.pivot, k.cpivot, k.xjalf, k.jalf, k.xjauf,
+                         k.jauf, k.luperm, &e, &npert, static_cast<const R *>(scaling),
+                         &rowflag, k.luperm_row, &level, &error);
+      COMI(62) = npert;
+      return;
+    }
     if (mtype == 1 || mtype == 3) {
       blklu<V>(av, &nsuper, &nthreads, &n, &nnzl, k.xlindx, k.lindx, k.xlnz, lnz, k.xunz, unz,
                k.indmap, k.relind, &tmpsize, temp, k.nmod, k.link, k.snode, k.xsup, k.length,
