@@ -94,20 +94,33 @@ TEST(ParallelFactorization, RepeatedRunsOnTwoThreadsNeitherDifferNorHang) {
   // The schedules order the updates by their arrival; the results may
   // differ in rounding, the counts never. The unsymmetric matrix is
   // ordered into two parts and runs by parts and pool; the indefinite one
-  // by the ready list.
+  // by the ready list. One analysis, then 200 factorizations and solves
+  // on the same lists, stale entries of the former run included.
   const vekio::sparse cd = vekio::convdiff3d(7, 1.0, 0.6, 0.3);
   const vekio::sparse indef = vekio::shifted_laplacian3d(7, vekio::shift_near_one(7), 0.0);
   for (const typed_matrix &c : {typed_matrix{"cd3d (11)", cd, 11},
                                 typed_matrix{"indef3d (-2)", indef, -2}}) {
     SCOPED_TRACE(c.name);
-    const outcome first = solve_on(c.m, c.mtype, 2);
+    const outcome first = solve_on(c.m, c.mtype, 1);
     ASSERT_EQ(0, first.error);
-    for (int run = 0; run < 100; ++run) {
-      const outcome o = solve_on(c.m, c.mtype, 2);
-      ASSERT_EQ(0, o.error) << run;
-      ASSERT_EQ(first.npert, o.npert) << run;
-      ASSERT_EQ(first.npos, o.npos) << run;
-      ASSERT_LE(o.residual, 1e-14) << run;
+    vek_serv_set_num_threads(2);
+    system s(c.m, c.mtype, 2);
+    const bool matched = c.mtype == 11;
+    s.iparam[0] = 1;
+    s.iparam[1] = 2;
+    s.iparam[9] = matched ? 13 : 8;
+    s.iparam[10] = matched ? 1 : 0;
+    s.iparam[12] = matched ? 1 : 0;
+    s.iparam[20] = c.mtype == -2 ? 1 : 0;
+    ASSERT_EQ(0, s.call(11));
+    ASSERT_EQ(2, s.iparam[2]);
+    for (int run = 0; run < 200; ++run) {
+      ASSERT_EQ(0, s.call(22)) << run;
+      ASSERT_EQ(first.npert, s.iparam[13]) << run;
+      ASSERT_EQ(first.npos, s.iparam[21]) << run;
+      ASSERT_EQ(first.nneg, s.iparam[22]) << run;
+      ASSERT_EQ(0, s.call(33)) << run;
+      ASSERT_LE(s.residual(s.x), 1e-14) << run;
     }
   }
 }

@@ -193,6 +193,7 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
     COMI(CI_THREADS) = CTRL(IP_THREADS);
     COMI(CI_ONE_THREAD) = COMI(CI_THREADS) == 1 ? 1 : 0;
     COMI(CI_PERM_MODE) = CTRL(IP_PERM_MODE);
+    COMI(CI_POOL) = (mt == 11 && COMI(CI_THREADS) > 1 && (COMI(CI_METHOD) == 2 || COMI(CI_METHOD) == 3)) ? 1 : 0;
   }
   COMI(CI_TRANSPOSED) = (analysis && COMI(CI_TRIANGLE) == 1) ? 0 : transposed;
 

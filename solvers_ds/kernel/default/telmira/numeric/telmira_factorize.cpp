@@ -95,7 +95,7 @@ parallel_lists lists_of(void *fi, const int *comx, const int *comi, void *up_upl
   int *up = sub(up_uplen, comx, CX_INLIST);
   // Type 11 ordered into several parts has the special form of the lists
   // and runs by parts and pool.
-  const bool pool = COMI(CI_MTYPE) == 11 && COMI(CI_NPARTS) > 1;
+  const bool pool = COMI(CI_POOL) != 0 && COMI(CI_NPARTS) > 1;
   return parallel_lists{k.pnlsch,
                         sub(fi, comx, CX_XNMOD),
                         sub(up_uplen, comx, CX_XSLINDX),
