@@ -3,6 +3,7 @@
 #include <climits>
 
 #include "symbolic.h"
+#include "telmira_slots.h"
 
 namespace tlm {
 
@@ -87,7 +88,7 @@ void sfinit(const int *n, const int *xadj, const int *adjncy, const int *perm,
             const int *invp, int *parts, int *colcnt, int *snode, int *xsup,
             int *work, int *comi, int *error) {
   const int neqns = *n;
-  const int np = comi[60 - 1];
+  const int np = comi[CI_NPARTS - 1];
   *error = 0;
 
   int *parent = work;
@@ -104,14 +105,14 @@ void sfinit(const int *n, const int *xadj, const int *adjncy, const int *perm,
 
   int nsuper = 0, widest = 0;
   long long nofnz = 0;
-  sfinit_supernodes(n, parent, colcnt, &comi[16 - 1], snode, xsup, &nsuper,
+  sfinit_supernodes(n, parent, colcnt, &comi[CI_PANEL - 1], snode, xsup, &nsuper,
                     &widest, &nofnz);
   sfinit_parts(n, &np, snode, &nsuper, parts);
 
-  comi[30 - 1] = lcount > INT_MAX ? INT_MAX : static_cast<int>(lcount);
-  comi[31 - 1] = nsuper;
-  comi[32 - 1] = widest;
-  comi[36 - 1] = nofnz > INT_MAX ? INT_MAX : static_cast<int>(nofnz);
+  comi[CI_L_ENTRIES - 1] = lcount > INT_MAX ? INT_MAX : static_cast<int>(lcount);
+  comi[CI_NSUPER - 1] = nsuper;
+  comi[CI_WIDEST - 1] = widest;
+  comi[CI_LINDX_LEN - 1] = nofnz > INT_MAX ? INT_MAX : static_cast<int>(nofnz);
 }
 
 }  // namespace tlm

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "service/vek_serv_clock.h"
+#include "telmira_slots.h"
 #include "symbolic.h"
 
 namespace tlm {
@@ -255,9 +256,9 @@ void symbfct(const int *n, int *comi, double *seconds, const int *perm,
   double start = 0.0;
   telmira_clock(&start);
   const int neqns = *n;
-  const int ns = comi[31 - 1];
-  const int nlindx = comi[36 - 1];
-  const int np = comi[60 - 1];
+  const int ns = comi[CI_NSUPER - 1];
+  const int nlindx = comi[CI_LINDX_LEN - 1];
+  const int np = comi[CI_NPARTS - 1];
   *error = 0;
 
   int *parent = work;
@@ -282,19 +283,19 @@ void symbfct(const int *n, int *comi, double *seconds, const int *perm,
     symbfct_structure(n, xadj, adjncy, perm, invp, colcnt, &ns, xsup, snode,
                       xlindx, lindx, mrglnk, rchlnk, marker, &flag);
   if (flag != 0) {
-    comi[50 - 1] =
+    comi[CI_STATUS - 1] =
         flag == symbolic_overflow ? symbfct_status_overflow : symbfct_status_other;
-    *error = comi[50 - 1];
+    *error = comi[CI_STATUS - 1];
     return;
   }
-  comi[34 - 1] = xlnz[neqns] - 1;
-  comi[35 - 1] = xunz[neqns] - 1;
-  if (comi[19 - 1] == 1 || comi[35 - 1] < 1) comi[35 - 1] = 1;
+  comi[CI_LNZ_LEN - 1] = xlnz[neqns] - 1;
+  comi[CI_UNZ_LEN - 1] = xunz[neqns] - 1;
+  if (comi[CI_TRIANGLE - 1] == 1 || comi[CI_UNZ_LEN - 1] < 1) comi[CI_UNZ_LEN - 1] = 1;
 
   long long tmpsiz = 0;
   symbfct_tmpsiz(n, &ns, xsup, snode, xlindx, lindx, &tmpsiz);
-  comi[37 - 1] = clamp_int(4 * tmpsiz);
-  comi[38 - 1] = 4;
+  comi[CI_TMPSIZE - 1] = clamp_int(4 * tmpsiz);
+  comi[CI_WORK_FACTOR - 1] = 4;
 
   for (int s = 0; s < ns; ++s) {
     nmod[s] = 0;
@@ -316,7 +317,7 @@ void symbfct(const int *n, int *comi, double *seconds, const int *perm,
       }
     }
   }
-  comi[22 - 1] = 1;
+  comi[CI_SYMBOLIC_DONE - 1] = 1;
 
   // Rows in the top region, for supernodes that also have rows before it.
   int top = 1;
@@ -337,15 +338,15 @@ void symbfct(const int *n, int *comi, double *seconds, const int *perm,
     const int height = xlindx[s] - xlindx[s - 1];
     if (height > longest) longest = height;
   }
-  comi[23 - 1] = longest;
+  comi[CI_LONGEST_COL - 1] = longest;
 
-  if (comi[11 - 1] >= 2) {
+  if (comi[CI_MSGLVL - 1] >= 2) {
     trace_index_array("index pointer xlindx", xlindx, ns + 1);
     trace_index_array("index pointer xlnz", xlnz, neqns + 1);
     trace_index_array("index pointer xunz", xunz, neqns + 1);
     trace_index_array("index array lindx", lindx, xlindx[ns] - 1);
   }
-  comi[50 - 1] = 0;
+  comi[CI_STATUS - 1] = 0;
 
   double stop = 0.0;
   telmira_clock(&stop);

@@ -32,6 +32,7 @@ constexpr int CI_ITERATION = 18;      // iteration selection from iparam(4)
 constexpr int CI_TRIANGLE = 19;       // 1: one triangle of a symmetric matrix stored
 constexpr int CI_ONE_THREAD = 20;     // 1 exactly when one thread runs
 constexpr int CI_PERM_MODE = 21;      // iparam(5)
+constexpr int CI_SYMBOLIC_DONE = 22;  // 1 once the symbolic stage has run
 constexpr int CI_LONGEST_COL = 23;    // longest column of L
 constexpr int CI_SET24 = 24;          // 1 from an analysis on
 constexpr int CI_SET25 = 25;          // 1 from an analysis on

@@ -2,6 +2,7 @@
 // choice by matrix type, thread count and storage mode, the pivot
 // perturbation, and the carve-up of the kernels' integer work area.
 #include "telmira_factorize.h"
+#include "telmira_slots.h"
 
 #include <cmath>
 #include <complex>
@@ -29,8 +30,8 @@ constexpr int row_missing_kernel = 1001;
 
 void missing_kernel(const int *comi, int *error) {
   *error = -1;
-  if (COMI(11) > 0) {
-    const std::intptr_t words[1] = {COMI(12)};
+  if (COMI(CI_MSGLVL) > 0) {
+    const std::intptr_t words[1] = {COMI(CI_MTYPE)};
     vek_serv_print_message_words(row_missing_kernel, 1, words);
   }
 }
@@ -38,9 +39,9 @@ void missing_kernel(const int *comi, int *error) {
 // The kernel's error cell into comi(50), and comi(48) -1 for a failure,
 // unless the out-of-core record reports a file error.
 void kernel_result(int error, int *comi, const int *ooc_l) {
-  if (ooc_l == nullptr || OOCL(11) == 0) {
-    if (error != 0) COMI(48) = -1;
-    COMI(50) = error;
+  if (ooc_l == nullptr || OOCL(OL_STATUS) == 0) {
+    if (error != 0) COMI(CI_FACTOR_FAILED) = -1;
+    COMI(CI_STATUS) = error;
   }
 }
 
@@ -68,19 +69,19 @@ kernel_arrays arrays_of(void *fi, const int *comx, const int *comi, void *factor
   k.jalf = sub(fi, comx, CX_JALF);
   k.luperm = sub(fi, comx, CX_LUPERM);
   k.pivot = factor_pivots(factors, comi, value_bytes);
-  if (COMI(19) != 1) {
+  if (COMI(CI_TRIANGLE) != 1) {
     k.xjauf = sub(fi, comx, CX_XJAUF);
     k.jauf = sub(fi, comx, CX_JAUF);
-    k.cpivot = k.pivot + COMI(1);
+    k.cpivot = k.pivot + COMI(CI_N);
   }
-  if (COMI(69) != 0) k.luperm_row = sub(fi, comx, CX_LUPERM_ROW);
+  if (COMI(CI_SCALING) != 0) k.luperm_row = sub(fi, comx, CX_LUPERM_ROW);
   // indmap and relind, one block of n per thread; link; length.
-  const std::int64_t m = static_cast<std::int64_t>(COMI(15) < 1 ? 1 : COMI(15)) * COMI(1);
+  const std::int64_t m = static_cast<std::int64_t>(COMI(CI_THREADS) < 1 ? 1 : COMI(CI_THREADS)) * COMI(CI_N);
   int *iw = sub(fi, comx, CX_IWORK);
   k.indmap = iw;
   k.relind = iw + m;
   k.link = iw + 2 * m;
-  k.length = iw + 2 * m + COMI(1);
+  k.length = iw + 2 * m + COMI(CI_N);
   return k;
 }
 
@@ -166,20 +167,20 @@ template <class R>
 void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
                         const int *comx, void *factors, void *work, void *up_uplen,
                         const void *scaling, int *comi, int *ooc_l) {
-  const int mtype = COMI(12);
-  const int n = COMI(1);
+  const int mtype = COMI(CI_MTYPE);
+  const int n = COMI(CI_N);
   const double eps =
-      pivot_perturbation(COMI(66), mtype, n, ia, a, sizeof(R) == sizeof(float));
+      pivot_perturbation(COMI(CI_PERTURBATION), mtype, n, ia, a, sizeof(R) == sizeof(float));
   kernel_arrays k = arrays_of(fi, comx, comi, factors, sizeof(R) * words_per_value(mtype));
   int error = 0;
-  int nsuper = COMI(31), nthreads = COMI(15), nnzl = COMI(34), tmpsize = COMI(37);
-  int level = COMI(11);
+  int nsuper = COMI(CI_NSUPER), nthreads = COMI(CI_THREADS), nnzl = COMI(CI_LNZ_LEN), tmpsize = COMI(CI_TMPSIZE);
+  int level = COMI(CI_MSGLVL);
   switch (mtype) {
     case 2:
-      if (COMI(20) == 0 && up_uplen != nullptr) {
+      if (COMI(CI_ONE_THREAD) == 0 && up_uplen != nullptr) {
         // Several threads share the sweep; each calls the dense routines
         // on one thread.
-        int nparts = COMI(60);
+        int nparts = COMI(CI_NPARTS);
         int *up = sub(up_uplen, comx, CX_INLIST);
         vekd::blas_threads(1);
         blkl_omp<R>(static_cast<const R *>(a), &nsuper, &nthreads, &n, &nnzl, k.xlindx,
@@ -188,7 +189,7 @@ void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
                     k.xjalf, k.jalf, k.luperm, k.perm, &nparts, k.parts,
                     sub(fi, comx, CX_XNMOD), sub(up_uplen, comx, CX_XSLINDX),
                     sub(up_uplen, comx, CX_SLINDX), sub(up_uplen, comx, CX_SLENGTH), up,
-                    up + COMI(6), &level, &error);
+                    up + COMI(CI_INLIST_END), &level, &error);
         break;
       }
       [[fallthrough]];
@@ -226,8 +227,8 @@ void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
       // inertia; the complex ones (Hermitian -4, complex symmetric 6, no
       // conjugates) leave the counters at 0.
       const R e = static_cast<R>(eps);
-      const int diagp = COMI(51) == 0 ? 1 : 0;
-      int rowflag = COMI(69) != 0 && scaling != nullptr ? 1 : 0;
+      const int diagp = COMI(CI_PIVOTING) == 0 ? 1 : 0;
+      int rowflag = COMI(CI_SCALING) != 0 && scaling != nullptr ? 1 : 0;
       int npert = 0, npos = 0, nneg = 0;
       auto sweep = [&](auto &kernel, auto *values) {
         typedef std::remove_pointer_t<decltype(values)> V;
@@ -264,9 +265,9 @@ void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
       } else {
         sweep(tlm::c_blkl<C>, static_cast<C *>(factors));
       }
-      COMI(62) = npert;
-      COMI(63) = npos;
-      COMI(64) = nneg;
+      COMI(CI_NPERT) = npert;
+      COMI(CI_NPOS) = npos;
+      COMI(CI_NNEG) = nneg;
       break;
     }
     default:
@@ -280,14 +281,14 @@ template <class R>
 void telmira_factor_unsym(const void *a, const int *, const int *ja, void *fi,
                           const int *comx, void *factors, void *work, void *up_uplen,
                           const void *scaling, int *comi, int *ooc_l) {
-  const int mtype = COMI(12);
+  const int mtype = COMI(CI_MTYPE);
   // Types 11 and 13 take the perturbation unadjusted; 1 and 3 none.
-  const double eps = pivot_perturbation(COMI(66), mtype, COMI(1), nullptr, a,
+  const double eps = pivot_perturbation(COMI(CI_PERTURBATION), mtype, COMI(CI_N), nullptr, a,
                                         sizeof(R) == sizeof(float));
   kernel_arrays k = arrays_of(fi, comx, comi, factors, sizeof(R) * words_per_value(mtype));
   int error = 0;
-  int n = COMI(1), nsuper = COMI(31), nthreads = COMI(15), nnzl = COMI(34);
-  int tmpsize = COMI(37), level = COMI(11), rowflag = COMI(69) != 0 ? 1 : 0;
+  int n = COMI(CI_N), nsuper = COMI(CI_NSUPER), nthreads = COMI(CI_THREADS), nnzl = COMI(CI_LNZ_LEN);
+  int tmpsize = COMI(CI_TMPSIZE), level = COMI(CI_MSGLVL), rowflag = COMI(CI_SCALING) != 0 ? 1 : 0;
   // With several threads the parallel sweeps share the supernodes, each
   // calling the dense routines on one thread; one thread runs the
   // sequential sweep with the dense routines on the call's threads. Complex
@@ -298,7 +299,7 @@ void telmira_factor_unsym(const void *a, const int *, const int *ja, void *fi,
   if (parallel) vekd::blas_threads(1);
   auto sweep = [&](auto *lnz) {
     typedef std::remove_pointer_t<decltype(lnz)> V;
-    V *unz = lnz + static_cast<std::int64_t>(COMI(34));
+    V *unz = lnz + static_cast<std::int64_t>(COMI(CI_LNZ_LEN));
     const V *av = static_cast<const V *>(a);
     V *temp = static_cast<V *>(work);
     if (parallel && (mtype == 1 || mtype == 3)) {
@@ -315,7 +316,7 @@ void telmira_factor_unsym(const void *a, const int *, const int *ja, void *fi,
                          k.snode, k.xsup, &lists, k.pivot, k.cpivot, k.xjalf, k.jalf, k.xjauf,
                          k.jauf, k.luperm, &e, &npert, static_cast<const R *>(scaling),
                          &rowflag, k.luperm_row, &level, &error);
-      COMI(62) = npert;
+      COMI(CI_NPERT) = npert;
       return;
     }
     if (mtype == 1 || mtype == 3) {
@@ -331,7 +332,7 @@ void telmira_factor_unsym(const void *a, const int *, const int *ja, void *fi,
                    k.xsup, k.length, k.pivot, k.cpivot, k.xjalf, k.jalf, k.xjauf, k.jauf,
                    k.luperm, k.perm, &e, &npert, static_cast<const R *>(scaling), &rowflag,
                    k.luperm_row, &level, &error);
-    COMI(62) = npert;
+    COMI(CI_NPERT) = npert;
   };
   switch (mtype) {
     case 1:
@@ -356,11 +357,11 @@ void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
                        int *ooc_l) {
   double t0 = 0.0, t1 = 0.0;
   telmira_clock(&t0);
-  COMI(62) = COMI(63) = COMI(64) = 0;
+  COMI(CI_NPERT) = COMI(CI_NPOS) = COMI(CI_NNEG) = 0;
   // A sequential sweep gives the dense routines below it the threads of
   // the call; the parallel sweeps set one thread for them.
-  vekd::blas_threads(COMI(15));
-  if (COMI(19) == 1)
+  vekd::blas_threads(COMI(CI_THREADS));
+  if (COMI(CI_TRIANGLE) == 1)
     telmira_factor_sym<R>(a, ia, ja, fi, comx, factors, work, up_uplen, scaling, comi,
                           ooc_l);
   else
@@ -368,19 +369,19 @@ void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
                             ooc_l);
   // A factor whose pivots are not all finite numbers (NaN or infinite
   // values in A, or an overflow) solves nothing: the factorization fails.
-  if (COMI(50) == 0 && (ooc_l == nullptr || OOCL(11) == 0) && factors != nullptr) {
+  if (COMI(CI_STATUS) == 0 && (ooc_l == nullptr || OOCL(OL_STATUS) == 0) && factors != nullptr) {
     const int *xsup = sub(fi, comx, CX_XSUP), *xlnz = sub(fi, comx, CX_XLNZ);
     const int col =
-        words_per_value(COMI(12)) == 2
-            ? nonfinite_pivot(COMI(31), xsup, xlnz, static_cast<const std::complex<R> *>(factors))
-            : nonfinite_pivot(COMI(31), xsup, xlnz, static_cast<const R *>(factors));
+        words_per_value(COMI(CI_MTYPE)) == 2
+            ? nonfinite_pivot(COMI(CI_NSUPER), xsup, xlnz, static_cast<const std::complex<R> *>(factors))
+            : nonfinite_pivot(COMI(CI_NSUPER), xsup, xlnz, static_cast<const R *>(factors));
     if (col != 0) {
-      COMI(48) = -1;
-      COMI(50) = ST_NONFINITE_PIVOT;
+      COMI(CI_FACTOR_FAILED) = -1;
+      COMI(CI_STATUS) = ST_NONFINITE_PIVOT;
     }
   }
   telmira_clock(&t1);
-  if (COMI(50) == 0) comr[5] = t1 - t0;
+  if (COMI(CI_STATUS) == 0) comr[5] = t1 - t0;
 }
 
 #define TELMIRA_FACTORIZE_INSTANCE(R)                                            \

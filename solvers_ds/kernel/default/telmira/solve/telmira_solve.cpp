@@ -2,6 +2,7 @@
 // the permuted work vector, the triangular sweeps of the matrix type, and
 // the scatter of the solution back to the input order.
 #include "telmira_factorize.h"
+#include "telmira_slots.h"
 #include "telmira_solve.h"
 
 #include <algorithm>
@@ -23,14 +24,14 @@ void psol_fwgath(const int *n, const int *nrhs, T *x, const T *b,
                  const int *comi) {
   typedef real_of<T> R;
   const R *s = static_cast<const R *>(s_);
-  const int N = *n, K = *nrhs, mtype = COMI(12);
-  int scl = COMI(67), back = 0;
-  if (COMI(55) == 3) {
+  const int N = *n, K = *nrhs, mtype = COMI(CI_MTYPE);
+  int scl = COMI(CI_MATCHING), back = 0;
+  if (COMI(CI_SUBSTEP) == 3) {
     back = 1;
     if (mtype != -2) scl = 0;
   }
   if (scl >= 1 && (s == nullptr || (mtype >= 11 && m == nullptr))) scl = 0;
-  const int team = std::max(1, std::min(COMI(15), K));
+  const int team = std::max(1, std::min(COMI(CI_THREADS), K));
 #pragma omp parallel for schedule(static) num_threads(team) if (team > 1)
   for (int k = 0; k < K; ++k) {
     T *xk = x + static_cast<std::int64_t>(k) * N;
@@ -61,9 +62,9 @@ void psol_bwscat(const int *n, const int *nrhs, T *x, T *b, const int *perm,
                  const void *s_, T *buf, const int *bufcols, const int *comi) {
   typedef real_of<T> R;
   const R *s = static_cast<const R *>(s_);
-  const int N = *n, K = *nrhs, mtype = COMI(12);
-  int scl = COMI(67), front = 0;
-  if (COMI(55) == 1) {
+  const int N = *n, K = *nrhs, mtype = COMI(CI_MTYPE);
+  int scl = COMI(CI_MATCHING), front = 0;
+  if (COMI(CI_SUBSTEP) == 1) {
     front = 1;
     if (mtype != -2) scl = 0;
   }
@@ -75,8 +76,8 @@ void psol_bwscat(const int *n, const int *nrhs, T *x, T *b, const int *perm,
     else
       for (int i = 0; i < N; ++i) v[i] *= s[i];
   };
-  const int team = std::max(1, std::min(COMI(15), K));
-  if (COMI(8) == 1) {
+  const int team = std::max(1, std::min(COMI(CI_THREADS), K));
+  if (COMI(CI_OVER_B) == 1) {
 #pragma omp parallel for schedule(static) num_threads(team) if (team > 1)
     for (int k = 0; k < K; ++k) {
       const T *xk = x + static_cast<std::int64_t>(k) * N;
@@ -166,31 +167,31 @@ template <class T>
 void solve_values(const int *nrhs, T *x, T *b, void *fi, const int *comx, const T *lnz,
                   T *w, const void *s, const int *m, int *comi) {
   sweep_arrays q{};
-  q.n = COMI(1);
-  q.nsuper = COMI(31);
-  q.nthreads = COMI(15);
-  q.substep = COMI(55);
-  q.ldw = COMI(23) > 0 ? COMI(23) : 1;
+  q.n = COMI(CI_N);
+  q.nsuper = COMI(CI_NSUPER);
+  q.nthreads = COMI(CI_THREADS);
+  q.substep = COMI(CI_SUBSTEP);
+  q.ldw = COMI(CI_LONGEST_COL) > 0 ? COMI(CI_LONGEST_COL) : 1;
   q.perm = sub(fi, comx, CX_PERM);
   q.xsup = sub(fi, comx, CX_XSUP);
   q.xlindx = sub(fi, comx, CX_XLINDX);
   q.lindx = sub(fi, comx, CX_LINDX);
   q.xlnz = sub(fi, comx, CX_XLNZ);
   q.pivot = factor_pivots(lnz, comi, sizeof(T));
-  if (COMI(19) != 1) {
+  if (COMI(CI_TRIANGLE) != 1) {
     q.xunz = sub(fi, comx, CX_XUNZ);
     q.cpivot = q.pivot + q.n;
   }
-  const int mtype = COMI(12), diagp = COMI(51) == 0 ? 1 : 0;
-  const T *unz = lnz + static_cast<std::int64_t>(COMI(34));
-  int n = q.n, bufcols = n > 0 ? COMI(44) / n : 1;
+  const int mtype = COMI(CI_MTYPE), diagp = COMI(CI_PIVOTING) == 0 ? 1 : 0;
+  const T *unz = lnz + static_cast<std::int64_t>(COMI(CI_LNZ_LEN));
+  int n = q.n, bufcols = n > 0 ? COMI(CI_BUFFER_LEN) / n : 1;
   psol_fwgath<T>(&n, nrhs, x, b, q.perm, s, m, comi);
   // Threads across the right-hand sides; each calls the dense routines on
   // one thread.
   if (*nrhs > 1 && q.nthreads > 1) vekd::blas_threads(1);
   if (*nrhs > 0 && !sweep<T>(mtype, nrhs, q, lnz, unz, diagp, x, w)) {
     // The solves of the other types come with their factorizations.
-    COMI(50) = -1;
+    COMI(CI_STATUS) = -1;
     return;
   }
   psol_bwscat<T>(&n, nrhs, x, b, q.perm, s, w, &bufcols, comi);
@@ -202,8 +203,8 @@ template <class R>
 void telmira_solve(const int *nrhs, void *x, void *b, void *fi, const int *comx,
                    const void *factors, void *work, const void *s, const int *m, int *comi,
                    int *) {
-  COMI(50) = 0;
-  if (COMI(5) == 1) {
+  COMI(CI_STATUS) = 0;
+  if (COMI(CI_WORDS) == 1) {
     solve_values<R>(nrhs, static_cast<R *>(x), static_cast<R *>(b), fi, comx,
                     static_cast<const R *>(factors), static_cast<R *>(work), s, m, comi);
   } else {
