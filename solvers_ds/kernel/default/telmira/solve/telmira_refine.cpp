@@ -18,12 +18,15 @@
 #include "telmira_slots.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <complex>
 #include <cstring>
 #include <type_traits>
 
+#include "gmres_refine.h"
 #include "residual_product.h"
+#include "service/vek_serv_memory.h"
 #include "service/vek_serv_clock.h"
 #include "telmira_storage.h"
 #include "telmira_types.h"
@@ -94,6 +97,62 @@ template <class T> struct guard_areas {
   T *scratch;    // 2 threads nb values: the scratch of the product
 };
 
+// Where plain steps stall (many perturbed pivots), GMRES with the factors
+// as preconditioner, each right-hand side on its own; its products count
+// as steps. The work area comes from the heap and is given back; without
+// it the solution stays as the steps left it. Returns the backward error.
+template <class T, class Solve>
+double krylov_guard(const guard_areas<T> &g, int *comi, double anorm, double target,
+                    int *steps, const Solve &solve) {
+  int n = g.n, one = 1;
+  int mtype = COMI(CI_MTYPE), threads = COMI(CI_THREADS) < 1 ? 1 : COMI(CI_THREADS);
+  const int trans = COMI(CI_TRANSPOSED) != 0 ? 1 : 0;
+  // A cycle of up to 100 vectors, fewer where n is small or the basis would
+  // pass 256 MB; at most 300 products a right-hand side.
+  int m = std::min(100, std::max(1, n));
+  while (m > 10 && gmres_work_values(n, m) * sizeof(T) > (std::size_t(256) << 20)) m /= 2;
+  const int max_iter = std::min(300, 3 * n);
+  const std::size_t values = gmres_work_values(n, m);
+  T *area = values * sizeof(T) <= static_cast<std::size_t>(INT_MAX)
+                ? static_cast<T *>(vek_serv_malloc(static_cast<int>(values * sizeof(T)), 64))
+                : nullptr;
+  double worst = 0.0;
+  const std::size_t N = static_cast<std::size_t>(n);
+  if (area == nullptr) {
+    // No room for the basis: the measure of the steps stands.
+    for (int k = 0; k < g.nb; ++k) {
+      residual_product<T>(&trans, &n, &one, &mtype, &threads, g.ia, g.ja, g.a, g.sol + N * k,
+                          g.ax, g.scratch);
+      for (int i = 0; i < n; ++i) g.ax[i] = g.rhs[N * k + i] - g.ax[i];
+      worst = std::max(worst, backward_error<T>(n, 1, anorm, g.ax, g.sol + N * k, g.rhs + N * k));
+    }
+    return worst;
+  }
+  const gmres_work<T> wk = gmres_work_in(area, n, m);
+  auto op = [&](const T *in, T *out) {
+    residual_product<T>(&trans, &n, &one, &mtype, &threads, g.ia, g.ja, g.a, in, out,
+                        g.scratch);
+  };
+  auto prec = [&](T *out, const T *in) {
+    // The solve reads its right-hand side and leaves it as it was.
+    const int kept8 = COMI(CI_OVER_B);
+    COMI(CI_OVER_B) = 0;
+    solve(out, const_cast<T *>(in), &one);
+    COMI(CI_OVER_B) = kept8;
+    return COMI(CI_STATUS);
+  };
+  for (int k = 0; k < g.nb; ++k) {
+    int iters = 0, failed = 0;
+    const double w = gmres_refine<T>(n, anorm, g.rhs + N * k, g.sol + N * k, target, max_iter,
+                                     wk, op, prec, &iters, &failed);
+    *steps += iters;
+    if (failed != 0) break;
+    if (!(w <= worst)) worst = w;
+  }
+  vek_serv_free(area);
+  return worst;
+}
+
 // The solve vouches for its result. The backward error of the solution is
 // measured against the caller's matrix; above a few units of the
 // precision's rounding, further steps in working precision run for as long
@@ -144,6 +203,8 @@ void accuracy_guard(const guard_areas<T> &g, int *comi, double *comr, int *ooc_l
     }
     if (!(omega <= 0.5 * before)) break;
   }
+  if (omega > target && COMI(CI_NO_REFINEMENT) == 0 && !std::isnan(omega))
+    omega = krylov_guard(g, comi, anorm, target, &extra, solve);
   COMI(CI_REFINE_STEPS) = steps_before + extra;
   comr[17] = omega;
   if (omega > limit) COMI(CI_STATUS) = ST_INACCURATE_SOLUTION;
@@ -179,9 +240,9 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
 
   // 2. The first solve.
   double t0 = 0.0, t1 = 0.0;
-  auto solve = [&](T *xs, T *bs) {
+  auto solve = [&](T *xs, T *bs, const int *count = nullptr) {
     telmira_clock(&t0);
-    telmira_solve<R>(nb, xs, bs, fi, comx, factors, work, s, m, comi, ooc_l);
+    telmira_solve<R>(count != nullptr ? count : nb, xs, bs, fi, comx, factors, work, s, m, comi, ooc_l);
     telmira_clock(&t1);
     comr[6] += t1 - t0;
     timer_flags[6] = 1;
@@ -325,10 +386,10 @@ void telmira_vouch(const void *a, const int *ia, const int *ja, const int *nb,
     guard_areas<T> g{static_cast<const T *>(a), ia, ja, COMI(CI_N), *nb,
                      static_cast<const T *>(rhs), static_cast<T *>(sol), area, area + v,
                      area + 2 * v, area + 3 * v};
-    auto solve = [&](T *xs, T *bs) {
+    auto solve = [&](T *xs, T *bs, const int *count = nullptr) {
       double t0 = 0.0, t1 = 0.0;
       telmira_clock(&t0);
-      telmira_solve<R>(nb, xs, bs, fi, comx, factors, work, s, m, comi, ooc_l);
+      telmira_solve<R>(count != nullptr ? count : nb, xs, bs, fi, comx, factors, work, s, m, comi, ooc_l);
       telmira_clock(&t1);
       comr[6] += t1 - t0;
       timer_flags[6] = 1;
