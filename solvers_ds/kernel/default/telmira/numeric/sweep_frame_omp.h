@@ -15,6 +15,7 @@
 #include <omp.h>
 
 #include <cstdlib>
+#include <thread>
 
 #include "factor_progress.h"
 #include "sweep_frame.h"
@@ -47,6 +48,41 @@ inline void error_set(int *error, int value) {
   *error = value;
 }
 
+// One round of a wait for another thread's work: a busy poll at first;
+// after many rounds the thread yields its processor, so that a machine
+// with more threads than cores does not starve the thread waited for.
+inline void spin_wait(int *rounds) {
+  if (++*rounds < 4096) {
+    __builtin_ia32_pause();
+  } else {
+    std::this_thread::yield();
+  }
+}
+
+// Region start of every schedule: the thread's number, by order of
+// arrival under lock_thread, and its slice of temp cleared.
+template <class T>
+int arrive(int *arrivals, T *temp, long tmpsize) {
+  int thread = 0;
+#pragma omp critical(lock_thread)
+  thread = ++*arrivals;
+  clear(temp + static_cast<long>(thread - 1) * tmpsize, tmpsize);
+  return thread;
+}
+
+// Region end: the thread's counters into the shared ones, and the last
+// progress report by thread 1.
+inline void depart(int thread, const sweep_counts &mine, sweep_counts *c,
+                   factor_progress *progress) {
+#pragma omp critical(lock_count)
+  {
+    c->npert += mine.npert;
+    c->npos += mine.npos;
+    c->nneg += mine.nneg;
+  }
+  if (thread == 1) factor_progress_end(progress);
+}
+
 // Scatter, the updates as the sources arrive, the factor step, and the
 // publication of J to its targets.
 template <class Step>
@@ -59,13 +95,16 @@ void factor_one(int J, int thread, const sweep_shape &sh, const sweep_incoming &
 
   int pending = sh.nmod[J - 1];
   int pos = in.xnmod[J - 1];
+  int idle = 0;
   while (pending > 0) {
     int end = pos;
     // The test reads link(J) only when the list may have moved on.
     if (__atomic_load_n(&link[J - 1], __ATOMIC_ACQUIRE) == pos) {
       if (__atomic_load_n(error, __ATOMIC_RELAXED) != 0) return;
+      spin_wait(&idle);
       continue;
     }
+    idle = 0;
 #pragma omp critical(lock_update)
     end = link[J - 1];
     if (error_seen(error) != 0) return;
@@ -103,7 +142,7 @@ void factor_one(int J, int thread, const sweep_shape &sh, const sweep_incoming &
     const int q = link[target - 1];
     in.up[q - 1] = t.fstcol;
     in.uplen[q - 1] = in.slength[i - 1];
-    link[target - 1] = q + 1;
+    __atomic_store_n(&link[target - 1], q + 1, __ATOMIC_RELEASE);
   }
 }
 
@@ -132,10 +171,7 @@ void region(const sweep_shape &sh, const sweep_incoming &in, int nthreads, T *te
 
 #pragma omp parallel num_threads(team)
   {
-    int thread = 0;
-#pragma omp critical(lock_thread)
-    thread = ++arrivals;
-    clear(temp + static_cast<long>(thread - 1) * sh.tmpsize, sh.tmpsize);
+    const int thread = arrive(&arrivals, temp, sh.tmpsize);
     sweep_counts mine;
     long done_entries = 0;
     const int workers = omp_get_num_threads();
@@ -150,13 +186,7 @@ void region(const sweep_shape &sh, const sweep_incoming &in, int nthreads, T *te
         factor_progress_step(&progress, static_cast<int>(p));
       }
     });
-#pragma omp critical(lock_count)
-    {
-      c->npert += mine.npert;
-      c->npos += mine.npos;
-      c->nneg += mine.nneg;
-    }
-    if (thread == 1) factor_progress_end(&progress);
+    depart(thread, mine, c, &progress);
   }
 }
 

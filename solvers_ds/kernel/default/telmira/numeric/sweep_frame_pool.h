@@ -127,10 +127,7 @@ void sweep_run_pool(const sweep_shape &sh, const sweep_pool_lists &pl, int nthre
 
 #pragma omp parallel num_threads(team)
   {
-    int thread = 0;
-#pragma omp critical(lock_thread)
-    thread = ++arrivals;
-    clear(temp + static_cast<long>(thread - 1) * sh.tmpsize, sh.tmpsize);
+    const int thread = omp_sweep::arrive(&arrivals, temp, sh.tmpsize);
     sweep_counts mine;
 
     // The top supernodes receive A first.
@@ -146,6 +143,7 @@ void sweep_run_pool(const sweep_shape &sh, const sweep_pool_lists &pl, int nthre
     if (thread == 1) factor_progress_step(&progress, 99);
 
     // The pool of the top supernodes.
+    int idle = 0;
     for (;;) {
       int J = 0;
       bool stop = false;
@@ -167,7 +165,10 @@ void sweep_run_pool(const sweep_shape &sh, const sweep_pool_lists &pl, int nthre
         }
       }
       if (stop) break;
-      if (J == 0) continue;
+      if (J == 0) {
+        omp_sweep::spin_wait(&idle);
+        continue;
+      }
       const sweep_target t = sweep_target_of(J, sh.xsup, sh.xlnz, sh.xlindx);
       pool_sweep::fill_indmap(t, sh, thread);
       bool complete = true;
@@ -199,8 +200,10 @@ void sweep_run_pool(const sweep_shape &sh, const sweep_pool_lists &pl, int nthre
       if (!complete) {
 #pragma omp critical(lock_pool)
         state[J] = 0;
+        omp_sweep::spin_wait(&idle);
         continue;
       }
+      idle = 0;
       int err = 0;
       step.factor(t, thread, &mine, &err);
       if (err != 0) omp_sweep::error_set(error, err);
@@ -211,13 +214,7 @@ void sweep_run_pool(const sweep_shape &sh, const sweep_pool_lists &pl, int nthre
         ++done;
       }
     }
-#pragma omp critical(lock_count)
-    {
-      c->npert += mine.npert;
-      c->npos += mine.npos;
-      c->nneg += mine.nneg;
-    }
-    if (thread == 1) factor_progress_end(&progress);
+    omp_sweep::depart(thread, mine, c, &progress);
   }
 }
 
