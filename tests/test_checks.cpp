@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -124,115 +125,66 @@ TEST(SequenceChecks, RefusedSequencesOfIdo) {
 }
 
 TEST(ParameterChecks, EachRefusedParameterWithItsSummary) {
-  {
+  // The set-up of a refused call, its ido, its status, the line of the
+  // check, and the summary's matrix_number, mtype, n, entries and nb.
+  struct item {
+    std::function<void(solver &)> setup;
+    int ido, status;
+    const char *line;
+    int mnum, mtype, n, entries, nb;
+  };
+  const item cases[] = {
+      {[](solver &) {}, 34, 1, "ido_new 34 (out of bounds)", 1, 11, 3, 7, 1},
+      {[](solver &s) { s.matrix_number = 2; }, 11, 3, "max_fac_store_in 1 matrix_number_in 2",
+       2, 11, 3, 7, 1},
+      {[](solver &s) { s.matrix_number = 0; }, 22, 4,
+       "matrix_number_new 0 ido 22 are incompatible", 0, 11, 3, 7, 1},
+      // -11, -5 or 5 would pass: only the range is tested here
+      {[](solver &s) { s.mtype = 7; }, 11, 15, "matrix_type_new 7 (out of bounds)", 1, 7, 3, 7,
+       1},
+      {[](solver &s) { s.n = 0, s.ia = {1}; }, 12, 7, "neqns_new 0 ", 1, 11, 0, 0, 1},
+      // fewer stored entries than equations
+      {[](solver &s) { s.ia = {1, 2, 2, 2}; }, 11, 8,
+       "ia(neqns+1)_new 1 _old 0 are incompatible", 1, 11, 3, 1, 1},
+      {[](solver &s) {
+         s.analyse();
+         s.nb = 0;
+         // nb is not looked at below phase 33.
+         EXPECT_EQ(s.printed(12).find("nb_new"), std::string::npos);
+       },
+       33, 9, "nb_new  0  ido 33 are incompatible", 1, 11, 3, 7, 0},
+      {[](solver &s) { s.iparam[0] = 1, s.iparam[1] = 2, s.iparam[5] = 2; }, 11, 10,
+       "iparam(6) 2 (out of bounds)", 1, 11, 3, 7, 1},
+      {[](solver &s) { s.iparam[0] = 1, s.iparam[1] = 4; }, 11, 11,
+       "preprocessing 4 (out of bounds)", 1, 11, 3, 7, 1},
+      // against the stored state
+      {[](solver &s) { s.analyse(), s.max_fac_store = 2; }, 22, 2,
+       "max_fac_store_new 2 _old 1 are incompatible", 1, 11, 3, 7, 1},
+      {[](solver &s) {  // 4 / 2 differs from 2 / 2
+         s.mtype = 2, s.upper_triangle(), s.analyse(), s.mtype = 4;
+       },
+       22, 5, "matrix_type_new 4 _old 2 are incompatible", 1, 4, 3, 5, 1},
+      {[](solver &s) {  // 3 pairs with 2: the type passes, so the size is the next test
+         s.mtype = 2, s.upper_triangle(), s.analyse(), s.mtype = 3, s.size4();
+       },
+       22, 6, "neqns_new 4 _old 3 are incompatible", 1, 3, 4, 10, 1},
+  };
+  for (const item &c : cases) {
+    SCOPED_TRACE(c.status);
     solver s;
-    EXPECT_TRUE(starts_with(s.printed(34), header(1) +
-                                               "*** Input check: ido_new 34 (out of bounds)\n" +
-                                               summary(1, 1, 1, 11, 34, 3, 7, 1)));
-  }
-  {
-    solver s;
-    s.matrix_number = 2;
-    EXPECT_TRUE(starts_with(s.printed(11),
-                            header(3) + "*** Input check: max_fac_store_in 1 matrix_number_in 2\n" +
-                                summary(3, 1, 2, 11, 11, 3, 7, 1)));
-  }
-  {
-    solver s;
-    s.matrix_number = 0;
-    EXPECT_TRUE(starts_with(
-        s.printed(22), header(4) + "*** Input check: matrix_number_new 0 ido 22 are incompatible\n" +
-                           summary(4, 1, 0, 11, 22, 3, 7, 1)));
-  }
-  {
-    solver s;
-    s.mtype = 7;  // -11, -5 or 5 would pass: only the range is tested here
-    EXPECT_TRUE(starts_with(s.printed(11),
-                            header(15) + "*** Input check: matrix_type_new 7 (out of bounds)\n" +
-                                summary(15, 1, 1, 7, 11, 3, 7, 1)));
-  }
-  {
-    solver s;
-    s.n = 0;
-    s.ia = {1};
-    EXPECT_TRUE(starts_with(s.printed(12), header(7) + "*** Input check: neqns_new 0 \n" +
-                                               summary(7, 1, 1, 11, 12, 0, 0, 1)));
-  }
-  {
-    solver s;  // fewer stored entries than equations
-    s.ia = {1, 2, 2, 2};
-    EXPECT_TRUE(starts_with(
-        s.printed(11), header(8) + "*** Input check: ia(neqns+1)_new 1 _old 0 are incompatible\n" +
-                           summary(8, 1, 1, 11, 11, 3, 1, 1)));
-  }
-  {
-    solver s;
-    s.analyse();
-    s.nb = 0;
-    // nb is not looked at below phase 33.
-    EXPECT_EQ(s.printed(12).find("nb_new"), std::string::npos);
-    EXPECT_TRUE(starts_with(s.printed(33),
-                            header(9) + "*** Input check: nb_new  0  ido 33 are incompatible\n" +
-                                summary(9, 1, 1, 11, 33, 3, 7, 0)));
-  }
-  {
-    solver s;
-    s.iparam[0] = 1;  // caller's values
-    s.iparam[1] = 2;
-    s.iparam[5] = 2;
-    EXPECT_TRUE(starts_with(s.printed(11), header(10) +
-                                               "*** Input check: iparam(6) 2 (out of bounds)\n" +
-                                               summary(10, 1, 1, 11, 11, 3, 7, 1)));
-  }
-  {
-    solver s;
-    s.iparam[0] = 1;
-    s.iparam[1] = 4;
-    EXPECT_TRUE(starts_with(s.printed(11), header(11) +
-                                               "*** Input check: preprocessing 4 (out of bounds)\n" +
-                                               summary(11, 1, 1, 11, 11, 3, 7, 1)));
+    c.setup(s);
+    const int mfs = s.max_fac_store;
+    EXPECT_TRUE(starts_with(s.printed(c.ido),
+                            header(c.status) + "*** Input check: " + c.line + "\n" +
+                                summary(c.status, mfs, c.mnum, c.mtype, c.ido, c.n, c.entries,
+                                        c.nb)));
     EXPECT_EQ(s.error, -1);
   }
-}
-
-TEST(ParameterChecks, ArgumentsAgainstTheStoredState) {
-  {
-    solver s;
-    s.analyse();
-    s.max_fac_store = 2;
-    EXPECT_TRUE(starts_with(
-        s.printed(22), header(2) +
-                           "*** Input check: max_fac_store_new 2 _old 1 are incompatible\n" +
-                           summary(2, 2, 1, 11, 22, 3, 7, 1)));
-  }
-  {
-    solver s;
-    s.mtype = 2;
-    s.upper_triangle();
-    s.analyse();
-    s.mtype = 4;  // 4 / 2 differs from 2 / 2
-    EXPECT_TRUE(starts_with(s.printed(22),
-                            header(5) + "*** Input check: matrix_type_new 4 _old 2 are incompatible\n" +
-                                summary(5, 1, 1, 4, 22, 3, 5, 1)));
-  }
-  {
-    solver s;
-    s.mtype = 2;
-    s.upper_triangle();
-    s.analyse();
-    s.mtype = 3;  // pairs with 2: the type passes, so the size is the next test
-    s.size4();
-    EXPECT_TRUE(starts_with(s.printed(22),
-                            header(6) + "*** Input check: neqns_new 4 _old 3 are incompatible\n" +
-                                summary(6, 1, 1, 3, 22, 4, 10, 1)));
-  }
-  {
-    solver s;  // a new analysis may change the size
-    s.analyse();
-    s.size4();
-    EXPECT_EQ(s.printed(11).find("Input check"), std::string::npos);
-    EXPECT_NE(s.error, -1);
-  }
+  solver s;  // a new analysis may change the size
+  s.analyse();
+  s.size4();
+  EXPECT_EQ(s.printed(11).find("Input check"), std::string::npos);
+  EXPECT_NE(s.error, -1);
 }
 
 TEST(ParameterChecks, LevelZeroIsSilentAndTurnsMinusOneIntoMinusSeven) {

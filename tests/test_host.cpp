@@ -89,155 +89,106 @@ TEST(HostUtils, CheckValidReportsNullDestroyedAndGarbage) {
 
 // ------------------------------------------------------------ libcontainer
 
-TEST(HostContainer, ResizeMakesRoomKeepsSizeAndContents) {
+TEST(HostContainer, GrowingArraysKeepContentsAndCopyDeeply) {
   doublecoDynArr a(3);
-  EXPECT_EQ(a.size(), 3);
   a.data()[0] = 1.5;
   a.data()[2] = -2.5;
-  ASSERT_EQ(a.resize(9), 1);
+  ASSERT_EQ(a.resize(9), 1);  // room for 9 more; the size stays
   EXPECT_EQ(a.size(), 3);
   EXPECT_GE(a.capacity(), 10);
   EXPECT_EQ(a.data()[0], 1.5);
   EXPECT_EQ(a.data()[2], -2.5);
   for (int k = 3; k < a.capacity(); ++k) EXPECT_EQ(a.data()[k], 0.0);
-  // Small steps grow geometrically, not one element at a time.
-  int cap = a.capacity();
+  int cap = a.capacity();  // small steps grow geometrically
   ASSERT_EQ(a.resize(cap), 1);
   EXPECT_GE(a.capacity(), 2 * cap);
-  // Room that exists already changes nothing.
-  const double *before = a.data();
+  const double *before = a.data();  // room that exists already changes nothing
   cap = a.capacity();
   ASSERT_EQ(a.resize(1), 1);
   EXPECT_EQ(a.data(), before);
   EXPECT_EQ(a.capacity(), cap);
   EXPECT_EQ(a.resize(-1), 0);
-}
-
-TEST(HostContainer, ExpandSetsSizeAndNeverShrinks) {
-  intcoDynArr a;
-  EXPECT_EQ(a.size(), 0);
-  EXPECT_EQ(a.data(), nullptr);
-  ASSERT_EQ(a.expand(4), 1);
-  EXPECT_EQ(a.size(), 4);
-  for (int k = 0; k < 4; ++k) EXPECT_EQ(a.data()[k], 0);
-  a.data()[3] = 7;
-  ASSERT_EQ(a.expand(2), 1);
-  EXPECT_EQ(a.size(), 4);
-  ASSERT_EQ(a.expand(6), 1);
-  EXPECT_EQ(a.size(), 6);
-  EXPECT_EQ(a.data()[3], 7);
-  EXPECT_EQ(a.data()[5], 0);
-}
-
-TEST(HostContainer, CopiesAreDeep) {
-  doublecoDynArr a(2);
-  a.data()[1] = 3.0;
-  doublecoDynArr b(a);
-  doublecoDynArr c;
+  doublecoDynArr b(a), c;
   c = a;
-  a.data()[1] = 4.0;
-  EXPECT_EQ(b.size(), 2);
-  EXPECT_EQ(b.data()[1], 3.0);
-  EXPECT_EQ(c.data()[1], 3.0);
+  a.data()[2] = 4.0;
   c = c;
-  EXPECT_EQ(c.data()[1], 3.0);
+  EXPECT_EQ(b.data()[2], -2.5);
+  EXPECT_EQ(c.data()[2], -2.5);
+
+  intcoDynArr e;  // expand sets the size, never shrinks, fills with zeros
+  EXPECT_EQ(e.data(), nullptr);
+  ASSERT_EQ(e.expand(4), 1);
+  e.data()[3] = 7;
+  ASSERT_EQ(e.expand(2), 1);
+  EXPECT_EQ(e.size(), 4);
+  ASSERT_EQ(e.expand(6), 1);
+  EXPECT_EQ(e.size(), 6);
+  EXPECT_EQ(e.data()[3], 7);
+  EXPECT_EQ(e.data()[5], 0);
 }
 
-TEST(HostMaths, MatrixIsZeroAndBecomeTakesColumnMajorBlock) {
+TEST(HostMaths, BecomeTakesAColumnMajorBlockAndOutOfRangeIsReportedAndHarmless) {
   mlMatrix a(mlMatrixZero, 3, 2);
-  EXPECT_EQ(a.rows(), 3);
-  EXPECT_EQ(a.cols(), 2);
-  for (int i = 0; i < 3; ++i)
-    for (int j = 0; j < 2; ++j) EXPECT_EQ(a(i, j), 0.0);
   const double block[] = {1, 2, 3, 4};  // 2 x 2, column by column
   ASSERT_EQ(a.become(utConvertCopy, block, 2, 2), 1);
-  EXPECT_EQ(a.rows(), 2);
-  EXPECT_EQ(a.cols(), 2);
-  EXPECT_EQ(a(0, 0), 1);
-  EXPECT_EQ(a(1, 0), 2);
-  EXPECT_EQ(a(0, 1), 3);
-  EXPECT_EQ(a(1, 1), 4);
-}
-
-TEST(HostMaths, ElementOutOfRangeIsReportedAndHarmless) {
-  mlMatrix a(mlMatrixZero, 2, 2);
+  expect_near(a, from_rows(2, 2, {1, 3, 2, 4}), 0.0);
   testing::internal::CaptureStderr();
   a(2, 0) = 5.0;
   a(0, -1) = 6.0;
   std::string err = testing::internal::GetCapturedStderr();
   EXPECT_NE(err.find("argument out of range | mlMatrix::operator()"), std::string::npos);
   EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 2);
-  for (int i = 0; i < 2; ++i)
-    for (int j = 0; j < 2; ++j) EXPECT_EQ(a(i, j), 0.0);
+  expect_near(a, from_rows(2, 2, {1, 3, 2, 4}), 0.0);
 }
 
-TEST(HostMaths, CholeskySolvesFromLowerTriangle) {
-  mlMatrix a = from_rows(3, 3, {4, 1, 0, 1, 5, 2, 0, 2, 6});
+TEST(HostMaths, CholeskyAndLUSolveAndTestSingularity) {
+  // Cholesky reads the lower triangle only; LU needs a row exchange.
+  mlMatrix spd = from_rows(3, 3, {4, 1, 0, 1, 5, 2, 0, 2, 6});
   mlMatrix want = from_rows(3, 2, {1, -1, 2, 0.5, -3, 4});
-  mlMatrix b = times(a, want);
-  // The upper triangle is not read.
-  a(0, 1) = 100;
-  a(1, 2) = -100;
-  mlCholeskyDecomposition chol(a);
+  mlMatrix b = times(spd, want), x;
+  spd(0, 1) = 100;
+  spd(1, 2) = -100;
+  mlCholeskyDecomposition chol(spd);
   ASSERT_EQ(chol.is_singular(), 0);
-  mlMatrix x;
   chol.solve(b, x);
   expect_near(x, want, 1e-13);
-}
+  mlMatrix a = from_rows(3, 3, {0, 2, 1, 1, 1, 0, 3, 0, 1});
+  mlLUDecomposition lu(a);
+  ASSERT_EQ(lu.is_singular(), 0);
+  lu.solve(times(a, want), x);
+  expect_near(x, want, 1e-13);
 
-TEST(HostMaths, CholeskySingularity) {
-  // Not positive definite: indefinite, and exactly singular.
+  // Singular: indefinite (Cholesky only), exactly singular, and a last
+  // pivot of 2^-52, below 2 * DBL_EPSILON of the first.
   EXPECT_NE(mlCholeskyDecomposition(from_rows(2, 2, {1, 2, 2, 1})).is_singular(), 0);
-  EXPECT_NE(mlCholeskyDecomposition(near_pair(0.0)).is_singular(), 0);
-  // Positive definite, but the last pivot (2^-52) is below 2 * DBL_EPSILON
-  // of the first: singular by the relative test.
-  EXPECT_NE(mlCholeskyDecomposition(near_pair(DBL_EPSILON)).is_singular(), 0);
+  EXPECT_NE(mlLUDecomposition(from_rows(3, 3, {1, 2, 3, 4, 5, 6, 0, 0, 0})).is_singular(), 0);
+  for (double d : {0.0, DBL_EPSILON}) {
+    EXPECT_NE(mlCholeskyDecomposition(near_pair(d)).is_singular(), 0) << d;
+    EXPECT_NE(mlLUDecomposition(near_pair(d)).is_singular(), 0) << d;
+  }
   // Nearly singular, still regular: solved to the accuracy the condition
   // (about 4e10) allows.
-  mlCholeskyDecomposition chol(near_pair(1e-10));
-  ASSERT_EQ(chol.is_singular(), 0);
-  mlMatrix x;
-  chol.solve(column({2, 2 + 1e-10}), x);
+  mlCholeskyDecomposition c10(near_pair(1e-10));
+  mlLUDecomposition l10(near_pair(1e-10));
+  ASSERT_EQ(c10.is_singular() | l10.is_singular(), 0);
+  c10.solve(column({2, 2 + 1e-10}), x);
   expect_near(x, column({1, 1}), 1e-5);
-}
+  l10.solve(column({2, 2 + 1e-10}), x);
+  expect_near(x, column({1, 1}), 1e-5);
 
-TEST(HostMaths, CholeskySolveOnSingularIsReportedAndLeavesX) {
-  mlCholeskyDecomposition chol(near_pair(0.0));
-  mlMatrix x = column({7, 8});
+  // A solve on a singular factor is reported and leaves x; non-square
+  // matrices are reported singular.
+  mlCholeskyDecomposition sing(near_pair(0.0));
+  x = column({7, 8});
   testing::internal::CaptureStderr();
-  chol.solve(column({1, 1}), x);
+  sing.solve(column({1, 1}), x);
   EXPECT_NE(testing::internal::GetCapturedStderr().find("object in incorrect state"),
             std::string::npos);
   expect_near(x, column({7, 8}), 0.0);
-}
-
-TEST(HostMaths, LUSolvesWithRowExchanges) {
-  // A zero in the corner forces a row exchange.
-  mlMatrix a = from_rows(3, 3, {0, 2, 1, 1, 1, 0, 3, 0, 1});
-  mlMatrix want = from_rows(3, 3, {1, 0, 2, 2, 1, -1, 3, 0, 0.25});
-  mlLUDecomposition lu(a);
-  ASSERT_EQ(lu.is_singular(), 0);
-  mlMatrix x;
-  lu.solve(times(a, want), x);
-  expect_near(x, want, 1e-13);
-}
-
-TEST(HostMaths, LUSingularity) {
-  EXPECT_NE(mlLUDecomposition(from_rows(2, 2, {1, 2, 2, 4})).is_singular(), 0);
-  EXPECT_NE(mlLUDecomposition(from_rows(3, 3, {1, 2, 3, 4, 5, 6, 0, 0, 0})).is_singular(), 0);
-  EXPECT_NE(mlLUDecomposition(near_pair(DBL_EPSILON)).is_singular(), 0);
-  mlLUDecomposition lu(near_pair(1e-10));
-  ASSERT_EQ(lu.is_singular(), 0);
-  mlMatrix x;
-  lu.solve(column({2, 2 + 1e-10}), x);
-  expect_near(x, column({1, 1}), 1e-5);
-}
-
-TEST(HostMaths, NonSquareFactorizationsAreReportedSingular) {
-  mlMatrix a(mlMatrixZero, 3, 2);
+  mlMatrix rect(mlMatrixZero, 3, 2);
   testing::internal::CaptureStderr();
-  EXPECT_NE(mlCholeskyDecomposition(a).is_singular(), 0);
-  EXPECT_NE(mlLUDecomposition(a).is_singular(), 0);
+  EXPECT_NE(mlCholeskyDecomposition(rect).is_singular(), 0);
+  EXPECT_NE(mlLUDecomposition(rect).is_singular(), 0);
   std::string err = testing::internal::GetCapturedStderr();
   EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 2);
 }

@@ -21,9 +21,6 @@
 
 namespace {
 
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
-
 using vektest::system;
 
 double worst_error(const std::vector<double> &x, const std::vector<double> &ref) {
@@ -44,15 +41,10 @@ TEST(Solve, RealAndGeneratedPositiveDefiniteMatrices) {
   std::vector<std::pair<std::string, vekio::sparse>> cases;
   for (const char *name : {"bcsstk01", "494_bus", "bcsstk13", "dwt_992", "jagmesh7", "bcspwr06"}) {
     vekio::sparse m;
-    if (vektest::load(name, m)) {
-      // Pattern files come with values that make them positive definite.
-      cases.emplace_back(name, m);
-    }
+    if (vektest::load(name, m)) cases.emplace_back(name, m);
   }
   cases.emplace_back("lap2d:2", vekio::lap2d(2));
-  cases.emplace_back("lap2d:37", vekio::lap2d(37));
   cases.emplace_back("lap2d:120", vekio::lap2d(120));
-  cases.emplace_back("lap3d:7", vekio::lap3d(7));
   cases.emplace_back("lap3d:18", vekio::lap3d(18));
   for (auto &c : cases) {
     SCOPED_TRACE(c.first);
@@ -130,10 +122,7 @@ TEST(Phases, StateTableThroughTheEntry) {
   {  // empty handle: 22, 23, 33 make a state and refuse; 0 refused; -1 nothing
     for (int ido : {22, 23}) {
       system s(m);
-      s.msglvl = 1;
-      CaptureStdout();
-      s.call(ido);
-      const std::string out = GetCapturedStdout();
+      const std::string out = s.call_printing(ido);
       EXPECT_EQ(s.error, -1) << ido;
       EXPECT_NE(out.find("clean impossible (ido?)"), std::string::npos) << out;
       EXPECT_NE(s.handle[0], 0);
@@ -193,57 +182,20 @@ TEST(Phases, StateTableThroughTheEntry) {
   for (intptr_t w : s.handle) EXPECT_EQ(w, 0);
 }
 
-TEST(Phases, TwoSetsOfFactorsOverOneAnalysis) {
-  threads one(1);
-  const vekio::sparse m = vekio::lap3d(8);
-  system s(m);
-  s.max_fac_store = 2;
-  ASSERT_EQ(s.call(11), 0);
-  // Matrix 1: the Laplacian; matrix 2: the same pattern, diagonal raised.
-  const std::vector<double> a1 = s.A.a;
-  std::vector<double> a2 = a1;
-  for (int i = 1; i <= s.n; ++i) a2[s.A.ia[i - 1] - 1] += 5.0;  // diagonal first in each row
-  s.matrix_number = 1;
-  ASSERT_EQ(s.call(22), 0);
-  s.A.a = a2;
-  s.matrix_number = 2;
-  ASSERT_EQ(s.call(22), 0);
-  const intptr_t *e1 = tlm::fact_entry(s.handle, 1);
-  const intptr_t *e2 = tlm::fact_entry(s.handle, 2);
-  EXPECT_NE(e1[0], e2[0]);
-
-  // Each solves with its own factors.
-  for (int k : {1, 2}) {
-    SCOPED_TRACE(k);
-    s.A.a = k == 1 ? a1 : a2;
-    s.set_rhs(2);
-    s.matrix_number = k;
-    ASSERT_EQ(s.call(33), 0);
-    EXPECT_LE(worst_error(s.x, s.xref), 1e-10);
-  }
-  // Dropping matrix 1 leaves matrix 2 alone.
-  s.matrix_number = 1;
-  ASSERT_EQ(s.call(0), 0);
-  EXPECT_EQ(e1[0], 0);
-  EXPECT_NE(e2[0], 0);
-  s.matrix_number = 2;
-  s.A.a = a2;
-  s.set_rhs(1);
-  ASSERT_EQ(s.call(33), 0);
-  EXPECT_LE(worst_error(s.x, s.xref), 1e-10);
-}
-
 TEST(Phases, EachSetOfFactorsKeepsItsOwnPivots) {
-  // A factorization of matrix 1 between the factorization and the solve of
-  // matrix 2 must not change what matrix 2's solve reads: the row and
-  // column exchanges belong to each factorization, for every pivoting type.
+  // Two sets of factors over one analysis. A factorization of matrix 1
+  // between the factorization and the solve of matrix 2 must not change what
+  // matrix 2's solve reads: the factor blocks, row and column exchanges
+  // belong to each factorization, for every pivoting type; dropping matrix 1
+  // leaves matrix 2 alone.
   threads one(1);
   const vekio::sparse cd = vekio::convdiff2d(9, 40.0);
   struct item {
     vekio::sparse m;
     int mtype;
   };
-  for (const item &c : {item{cd, 11}, item{cd, 1}, item{vekio::lap2d(9), -2},
+  for (const item &c : {item{vekio::lap3d(8), 2}, item{cd, 11}, item{cd, 1},
+                        item{vekio::lap2d(9), -2},
                         item{vektest::complexify(cd, 0.4, {0.0, 0.5}), 13},
                         item{vektest::complexify(vekio::lap2d(9), 0.3, {-2.0, 0.2}), 6}}) {
     SCOPED_TRACE(c.mtype);
@@ -251,8 +203,11 @@ TEST(Phases, EachSetOfFactorsKeepsItsOwnPivots) {
     s.max_fac_store = 2;
     const std::vector<double> a2 = s.A.a;
     std::vector<double> a1 = a2;
-    // matrix 1: other values on the same pattern, so that other pivots win
+    // matrix 1: other values on the same pattern, so that other pivots win;
+    // for type 2 a raised diagonal (first in each row) keeps it definite
     for (std::size_t k = 0; k < a1.size(); ++k) a1[k] *= 1.0 + 0.7 * std::sin(3.0 * k);
+    if (c.mtype == 2)
+      for (int i = 1; i <= s.n; ++i) a1[s.A.ia[i - 1] - 1] = a2[s.A.ia[i - 1] - 1] + 25.0;
     s.matrix_number = 2;
     ASSERT_EQ(s.call(12), 0);
     s.A.a = a1;
@@ -260,6 +215,16 @@ TEST(Phases, EachSetOfFactorsKeepsItsOwnPivots) {
     ASSERT_EQ(s.call(22), 0);
     s.A.a = a2;
     s.matrix_number = 2;
+    ASSERT_EQ(s.call(33), 0);
+    EXPECT_LE(s.residual(s.x), 1e-14);
+    const intptr_t *e1 = tlm::fact_entry(s.handle, 1), *e2 = tlm::fact_entry(s.handle, 2);
+    EXPECT_NE(e1[0], e2[0]);
+    s.matrix_number = 1;
+    ASSERT_EQ(s.call(0), 0);
+    EXPECT_EQ(e1[0], 0);
+    EXPECT_NE(e2[0], 0);
+    s.matrix_number = 2;
+    std::fill(s.x.begin(), s.x.end(), 0.0);
     ASSERT_EQ(s.call(33), 0);
     EXPECT_LE(s.residual(s.x), 1e-14);
   }
@@ -289,52 +254,37 @@ TEST(Phases, NoSolveWithTheFactorsOfAFailedFactorizationNorWithoutRightHandSides
 }
 
 TEST(Phases, StructuresThatCannotBeAnalysedEndWithErrorThree) {
-  // Without the matrix check: a structure that the ordering cannot take
-  // ends the analysis with error -3 and the reason in iparam(30), instead of
-  // running on it.
-  auto analyse = [](int mtype, int n, std::vector<int> ia, std::vector<int> ja) {
+  // Without the matrix check: a structure that the ordering cannot take,
+  // or a caller's order that is not a permutation, ends the analysis with
+  // error -3 and the reason in iparam(30), instead of running on it.
+  auto analyse = [](int mtype, int n, std::vector<int> ia, std::vector<int> ja,
+                    std::vector<int> perm = {}) {
     std::vector<double> a(ja.size(), 1.0), b(n, 1.0), x(n, 0.0);
-    std::vector<int> perm(n);
+    perm.resize(n);
     intptr_t handle[64] = {0};
     int iparam[64] = {0};
-    int mfs = 1, mnum = 1, ido = 11, nb = 1, msglvl = 0, error = 0;
-    telmira(handle, &mfs, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(), perm.data(),
-            &nb, iparam, &msglvl, b.data(), x.data(), &error);
-    const int status = iparam[29], first = error;
-    ido = -1;
-    telmira(handle, &mfs, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(), perm.data(),
-            &nb, iparam, &msglvl, b.data(), x.data(), &error);
-    return std::make_pair(first, status);
+    if (perm[0] != 0 || perm.back() != 0)  // iparam(5): the caller's order
+      iparam[0] = 1, iparam[1] = 2, iparam[4] = 1;
+    int mfs = 1, mnum = 1, nb = 1, msglvl = 0, error = 0, result[2] = {0, 0};
+    for (int ido : {11, -1}) {
+      telmira(handle, &mfs, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
+              perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
+      if (ido == 11) result[0] = error, result[1] = iparam[29];
+    }
+    return std::make_pair(result[0], result[1]);
   };
   // Type 1 with an unsymmetric pattern (7 x 7, rows 1 to 7).
-  const std::pair<int, int> unsym = analyse(
-      1, 7, {1, 2, 4, 6, 8, 9, 11, 13}, {1, 2, 5, 2, 3, 1, 4, 5, 5, 6, 3, 7});
-  EXPECT_EQ(std::make_pair(-3, -31), unsym);
+  EXPECT_EQ(std::make_pair(-3, -31),
+            analyse(1, 7, {1, 2, 4, 6, 8, 9, 11, 13}, {1, 2, 5, 2, 3, 1, 4, 5, 5, 6, 3, 7}));
   // Type 2 given its lower triangle.
   EXPECT_EQ(std::make_pair(-3, -32), analyse(2, 3, {1, 2, 4, 7}, {1, 1, 2, 1, 2, 3}));
   // Type 11 with a column out of range, and with a row not in rising order.
   EXPECT_EQ(std::make_pair(-3, -32), analyse(11, 3, {1, 3, 4, 6}, {1, 9, 2, 1, 3}));
   EXPECT_EQ(std::make_pair(-3, -32), analyse(11, 3, {1, 3, 4, 6}, {2, 1, 2, 1, 3}));
-  // A caller's order that is not a permutation: out of range, repeated.
+  // Orders out of range or repeated.
   for (const std::vector<int> &bad : {std::vector<int>{1, 2, 9}, std::vector<int>{1, 3, 3},
-                                      std::vector<int>{0, 1, 2}}) {
-    std::vector<int> ia = {1, 3, 5, 6}, ja = {1, 2, 2, 3, 3};
-    std::vector<double> a = {4, -1, 4, -1, 4}, b(3, 1.0), x(3, 0.0);
-    std::vector<int> perm = bad;
-    intptr_t handle[64] = {0};
-    int iparam[64] = {0};
-    iparam[0] = 1;
-    iparam[1] = 2;
-    iparam[4] = 1;  // iparam(5): the caller's order
-    int mfs = 1, mnum = 1, mtype = 2, ido = 11, n = 3, nb = 1, msglvl = 0, error = 0;
-    telmira(handle, &mfs, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(), perm.data(),
-            &nb, iparam, &msglvl, b.data(), x.data(), &error);
-    EXPECT_EQ(-3, error);
-    EXPECT_EQ(-33, iparam[29]);
-    ido = -1;
-    telmira(handle, &mfs, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(), perm.data(),
-            &nb, iparam, &msglvl, b.data(), x.data(), &error);
-  }
+                                      std::vector<int>{0, 1, 2}})
+    EXPECT_EQ(std::make_pair(-3, -33), analyse(2, 3, {1, 3, 5, 6}, {1, 2, 2, 3, 3}, bad));
 }
 
 TEST(Phases, MemoryFiguresAcrossCalls) {
@@ -347,9 +297,6 @@ TEST(Phases, MemoryFiguresAcrossCalls) {
   EXPECT_LT(permanent, peak);
   // The forecast of L alone: |L| doubles in kilobytes.
   EXPECT_GE(numeric, static_cast<int>(8.0 * s.comi()[33] / 1024));
-  EXPECT_EQ(s.comi()[74], peak);
-  EXPECT_EQ(s.comi()[75], permanent);
-  EXPECT_EQ(s.comi()[76], numeric);
   EXPECT_GE(s.iparam[60], s.iparam[61]);  // all in-core structures >= integers
   EXPECT_GE(s.iparam[62], 1);
 
@@ -367,62 +314,36 @@ TEST(Phases, MemoryFiguresAcrossCalls) {
 }
 
 TEST(Phases, NotPositiveDefiniteReportsTheInputColumn) {
-  threads one(1);
-  vekio::sparse m = vekio::lap2d(10);
-  // Column 7 turns indefinite: every leading block without it stays
-  // positive definite, so its pivot is the first to fail in any order.
-  for (int k = m.ia[6]; k < m.ia[7]; ++k)
-    if (m.ja[k - 1] == 7) m.a[k - 1] = -4.0;
-  for (int method : {0, 2}) {
-    SCOPED_TRACE(method);
+  // A column turned indefinite: every leading block without it stays
+  // positive definite, so its pivot is the first to fail in any order; on
+  // two threads the others, waiting on its updates, end as well.
+  struct item {
+    int N, col, method, threads;
+  };
+  for (const item &c : {item{10, 7, 0, 1}, item{10, 7, 2, 1}, item{30, 451, 2, 2}}) {
+    SCOPED_TRACE(c.col);
+    threads use(c.threads);
+    vekio::sparse m = vekio::lap2d(c.N);
+    for (int k = m.ia[c.col - 1]; k < m.ia[c.col]; ++k)
+      if (m.ja[k - 1] == c.col) m.a[k - 1] = -4.0;
     system s(m);
-    s.iparam[0] = 1;
-    s.iparam[1] = method;
-    s.iparam[17] = -1;
-    s.iparam[18] = -1;
-    s.msglvl = 1;
-    CaptureStdout();
-    s.call(13);
-    const std::string out = GetCapturedStdout();
+    s.control({{2, c.method}, {18, -1}, {19, -1}});
+    const std::string out = s.call_printing(13);
     EXPECT_EQ(s.error, -4);
-    EXPECT_EQ(s.iparam[29], 7);
-    EXPECT_NE(out.find("*** Error in TELMIRA  ( numerical_factorization) error_num= 7"),
+    EXPECT_EQ(s.iparam[29], c.col);
+    EXPECT_EQ(s.comi()[19], c.threads == 1 ? 1 : 0);  // comi(20): sequential kernels
+    EXPECT_NE(out.find("*** Error in TELMIRA  ( numerical_factorization) error_num= " +
+                       std::to_string(c.col)),
               std::string::npos)
         << out;
     EXPECT_NE(out.find("zero or negative pivot, A is not SPD-matrix"), std::string::npos);
   }
 }
 
-TEST(Phases, SinglePrecisionHandle) {
-  threads one(1);
-  const vekio::sparse full = vekio::lap3d(10);
-  const vekio::sparse A = vekio::storage_for_type(full, 2);
-  std::vector<float> a(A.a.begin(), A.a.end());
-  const int n = A.n;
-  std::vector<double> ones(n, 1.0), bd(n);
-  vekio::multiply(A, 2, ones.data(), bd.data());
-  std::vector<float> b(bd.begin(), bd.end()), x(n, 0.0f);
-  std::vector<int> perm(n);
-  intptr_t handle[64] = {0};
-  int iparam[64] = {0};
-  iparam[27] = 1;
-  int max_fac_store = 1, matrix_number = 1, mtype = 2, ido = 13, nb = 1, msglvl = 0, error = 0;
-  telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
-          perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
-  ASSERT_EQ(error, 0);
-  EXPECT_EQ(tlm::state_of(handle).comi[89], 1);
-  for (int i = 0; i < n; ++i) EXPECT_NEAR(x[i], 1.0f, 1e-4f) << i;
-  ido = -1;
-  telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
-          perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
-}
-
 TEST(Phases, ReturnedPermutationAndCallerPermutation) {
   threads one(1);
   system s(vekio::lap2d(15));
-  s.iparam[0] = 1;
-  s.iparam[1] = 2;
-  s.iparam[4] = 2;  // hand the computed order back
+  s.control({{2, 2}, {5, 2}});  // hand the computed order back
   ASSERT_EQ(s.call(13), 0);
   const std::vector<int> computed = s.perm;
   std::vector<int> seen(s.n + 1, 0);
@@ -436,9 +357,7 @@ TEST(Phases, ReturnedPermutationAndCallerPermutation) {
 
   // The same order given back (iparam(5) = 1) gives the same factor size.
   system t(vekio::lap2d(15));
-  t.iparam[0] = 1;
-  t.iparam[1] = 2;
-  t.iparam[4] = 1;
+  t.control({{2, 2}, {5, 1}});
   t.perm = computed;
   ASSERT_EQ(t.call(13), 0);
   EXPECT_EQ(t.comi()[33], lcomputed);
@@ -448,10 +367,8 @@ TEST(Phases, ReturnedPermutationAndCallerPermutation) {
 TEST(Phases, ReportAtMessageLevelOne) {
   threads one(1);
   system s(vekio::lap2d(20));
-  s.msglvl = 1;
-  CaptureStdout();
-  ASSERT_EQ(s.call(13), 0);
-  const std::string out = GetCapturedStdout();
+  const std::string out = s.call_printing(13);
+  ASSERT_EQ(s.error, 0);
   for (const char *line :
        {"=== TELMIRA is running in In-Core mode, because iparam(60)=0 ===",
         "================  TELMIRA: solving a symm. posit. def. system  ================",
@@ -461,10 +378,6 @@ TEST(Phases, ReportAtMessageLevelOne) {
         "             gflop   for the numerical factorization:"})
     EXPECT_NE(out.find(line), std::string::npos) << line << "\n" << out;
 }
-
-}  // namespace
-
-namespace {
 
 TEST(Phases, MoreRightHandSidesThanAtTheAnalysisGrowTheWorkArray) {
   threads two(2);
@@ -498,15 +411,8 @@ TEST(Phases, StorageModeLines) {
         want{2, "=== TELMIRA is running in Out-Of-Core mode, because iparam(60)=2 ==="}}) {
     SCOPED_TRACE(w.iparam60);
     system s(vekio::lap2d(25));
-    s.iparam[0] = 1;
-    s.iparam[1] = 2;
-    s.iparam[17] = -1;
-    s.iparam[18] = -1;
-    s.iparam[59] = w.iparam60;
-    s.msglvl = 1;
-    CaptureStdout();
-    s.call(13);
-    const std::string out = GetCapturedStdout();
+    s.control({{2, 2}, {18, -1}, {19, -1}, {60, w.iparam60}});
+    const std::string out = s.call_printing(13);
     EXPECT_EQ(s.error, 0) << out;
     EXPECT_NE(out.find(std::string("\n") + w.line + "\n\n"), std::string::npos) << out;
     EXPECT_LE(s.residual(s.x), 1e-14);
@@ -516,10 +422,6 @@ TEST(Phases, StorageModeLines) {
     EXPECT_GE(s.iparam[62], 1);
   }
 }
-
-}  // namespace
-
-namespace {
 
 TEST(ParallelSweep, SameSolutionAsOneThreadAndRefactorizationWithNewValues) {
   std::vector<std::pair<std::string, vekio::sparse>> cases;
@@ -556,38 +458,14 @@ TEST(ParallelSweep, SameSolutionAsOneThreadAndRefactorizationWithNewValues) {
   }
 }
 
-TEST(ParallelSweep, FailingPivotEndsTheOtherThreadsWait) {
-  threads two(2);
-  vekio::sparse m = vekio::lap2d(30);
-  // Column 451 turns indefinite; the other threads wait on its updates.
-  for (int k = m.ia[450]; k < m.ia[451]; ++k)
-    if (m.ja[k - 1] == 451) m.a[k - 1] = -4.0;
-  system s(m);
-  s.call(13);
-  EXPECT_EQ(s.error, -4);
-  EXPECT_EQ(s.iparam[29], 451);
-  EXPECT_EQ(s.comi()[19], 0);
-}
-
-}  // namespace
-
-namespace {
-
 TEST(Phases, NoRoomEvenOutOfCoreIsErrorNine) {
   // A memory limit of 0 megabytes: the choice by memory falls on the
   // out-of-core mode, whose own structures do not fit either.
   setenv("VEK_TELMIRA_OOC_MAX_CORE_SIZE", "0", 1);
   threads one(1);
   system s(vekio::lap2d(20));
-  s.iparam[0] = 1;
-  s.iparam[1] = 2;
-  s.iparam[17] = -1;
-  s.iparam[18] = -1;
-  s.iparam[59] = 1;
-  s.msglvl = 1;
-  CaptureStdout();
-  s.call(13);
-  const std::string out = GetCapturedStdout();
+  s.control({{2, 2}, {18, -1}, {19, -1}, {60, 1}});
+  const std::string out = s.call_printing(13);
   unsetenv("VEK_TELMIRA_OOC_MAX_CORE_SIZE");
   EXPECT_EQ(s.error, -9);
   EXPECT_NE(out.find("=== TELMIRA is running in Out-Of-Core mode, because iparam(60)=1 and "
@@ -601,55 +479,38 @@ TEST(Phases, NoRoomEvenOutOfCoreIsErrorNine) {
   EXPECT_EQ(s.handle[tlm::STRUC_FI], 0);
 }
 
-}  // namespace
-
 // ---------------------------------------------------------------------------
 // Iterative refinement with the stored factors.
-
-namespace {
 
 TEST(Refinement, StepsCountedAndStopRules) {
   threads one(1);
   const vekio::sparse m = vekio::lap3d(9);
-  {  // iparam(8) = 1: exactly one step, whatever the residual says.
-    system s(m, 2, 3);
-    s.iparam[0] = 1;
-    s.iparam[1] = 2;
-    s.iparam[7] = 1;
-    ASSERT_EQ(s.call(13), 0);
-    EXPECT_EQ(s.iparam[6], 1);
-    EXPECT_LE(s.residual(s.x), 1e-15);
-  }
-  {  // iparam(8) = 10: the residual is at rounding level at once and stops
-     // falling; from the fourth step on that ends the loop.
-    system s(m);
-    s.iparam[0] = 1;
-    s.iparam[1] = 2;
-    s.iparam[7] = 10;
-    ASSERT_EQ(s.call(13), 0);
-    EXPECT_GE(s.iparam[6], 4);
-    EXPECT_LT(s.iparam[6], 10);
-    EXPECT_LE(s.residual(s.x), 1e-15);
-  }
-  {  // iparam(26) leaves refinement out.
-    system s(m);
-    s.iparam[0] = 1;
-    s.iparam[1] = 2;
-    s.iparam[7] = 3;
-    s.iparam[25] = 1;
-    ASSERT_EQ(s.call(13), 0);
-    EXPECT_EQ(s.iparam[6], 0);
-  }
-  {  // A count of perturbed pivots given at 33 calls for refinement with
-     // iparam(8) = 0: two steps, and iparam(20) says so.
-    system s(m);
-    s.iparam[0] = 1;
-    s.iparam[1] = 2;
+  struct item {
+    const char *what;
+    int iparam8, iparam26, perturbed, nrhs, least, most;
+  };
+  for (const item &c : {
+           // exactly one step, whatever the residual says
+           item{"one step", 1, 0, 0, 3, 1, 1},
+           // the residual is at rounding level at once and stops falling;
+           // from the fourth step on that ends the loop
+           item{"stagnation", 10, 0, 0, 1, 4, 9},
+           // iparam(26) leaves refinement out
+           item{"none", 3, 1, 0, 1, 0, 0},
+           // a count of perturbed pivots given at 33 calls for two steps
+           // with iparam(8) = 0, and iparam(20) says so
+           item{"perturbed", 0, 0, 5, 1, 2, 2}}) {
+    SCOPED_TRACE(c.what);
+    system s(m, 2, c.nrhs);
+    s.control({{2, 2}, {8, c.iparam8}, {26, c.iparam26}});
     ASSERT_EQ(s.call(12), 0);
-    s.iparam[13] = 5;
+    s.iparam[13] = c.perturbed;
     ASSERT_EQ(s.call(33), 0);
-    EXPECT_EQ(s.iparam[6], 2);
-    EXPECT_EQ(s.iparam[19], -34);
+    EXPECT_GE(s.iparam[6], c.least);
+    EXPECT_LE(s.iparam[6], c.most);
+    if (c.perturbed) {
+      EXPECT_EQ(s.iparam[19], -34);
+    }
     EXPECT_LE(s.residual(s.x), 1e-15);
   }
 }
@@ -658,14 +519,11 @@ TEST(Refinement, SolutionOverBAndExtendedResidual) {
   threads two(2);
   vekio::sparse m;
   ASSERT_TRUE(vektest::load("bcsstk13", m));
-  for (int ctl8 : {2, -2}) {
+  for (int ctl8 : {2, -2})
     for (int over_b : {0, 1}) {
       SCOPED_TRACE(std::to_string(ctl8) + " " + std::to_string(over_b));
       system s(m, 2, 2);
-      s.iparam[0] = 1;
-      s.iparam[1] = 2;
-      s.iparam[5] = over_b;
-      s.iparam[7] = ctl8;
+      s.control({{2, 2}, {6, over_b}, {8, ctl8}});
       const std::vector<double> rhs = s.b;
       ASSERT_EQ(s.call(13), 0);
       EXPECT_EQ(s.iparam[6], 2);
@@ -674,7 +532,6 @@ TEST(Refinement, SolutionOverBAndExtendedResidual) {
       EXPECT_LE(s.residual(sol), 1e-15);
       EXPECT_LE(worst_error(sol, s.xref), 1e-6);
     }
-  }
 }
 
 TEST(Refinement, ExtendedResidualRepairsASinglePrecisionFactor) {
@@ -682,47 +539,23 @@ TEST(Refinement, ExtendedResidualRepairsASinglePrecisionFactor) {
   // leaves an error of about cond * eps; refinement with residuals in
   // double precision brings it down to the rounding of the result.
   threads one(1);
-  const vekio::sparse A = vekio::storage_for_type(vekio::lap3d(14), 2);
-  const int n = A.n;
-  std::vector<double> xref(n), bd(n);
-  for (int i = 0; i < n; ++i) xref[i] = 1.0 + 0.5 * std::sin(0.1 * i);
-  vekio::multiply(A, 2, xref.data(), bd.data());
-  std::vector<float> a(A.a.begin(), A.a.end());
   double err[2] = {0, 0};
   for (int ctl8 : {0, -4}) {
-    std::vector<float> b(bd.begin(), bd.end()), x(n, 0.0f);
-    std::vector<int> perm(n);
-    intptr_t handle[64] = {0};
-    int iparam[64] = {0};
-    iparam[0] = 1;
-    iparam[1] = 2;
-    iparam[7] = ctl8;
-    iparam[25] = ctl8 == 0 ? 1 : 0;  // the plain solve without any refinement
-    iparam[27] = 1;
-    int max_fac_store = 1, matrix_number = 1, mtype = 2, ido = 13, nb = 1, msglvl = 0, error = 0;
-    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
-            perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
-    ASSERT_EQ(error, 0);
-    double e = 0;
-    for (int i = 0; i < n; ++i) e = std::max(e, std::fabs(x[i] - xref[i]));
-    err[ctl8 == 0 ? 0 : 1] = e;
+    system s(vekio::lap3d(14), 2, 1, true);
+    s.control({{2, 2}, {8, ctl8}, {26, ctl8 == 0 ? 1 : 0}});  // 26: no refinement at all
+    ASSERT_EQ(s.call(13), 0);
+    EXPECT_EQ(s.comi()[89], 1);  // comi(90): the handle's precision
+    err[ctl8 == 0 ? 0 : 1] = worst_error(s.x, s.xref);
     if (ctl8 != 0) {
-      EXPECT_GE(iparam[6], 1);
+      EXPECT_GE(s.iparam[6], 1);
     }
-    ido = -1;
-    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), A.ia.data(), A.ja.data(),
-            perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
   }
   EXPECT_LT(err[1], 0.2 * err[0]) << err[0] << " " << err[1];
   EXPECT_LT(err[1], 1e-6);
 }
 
-}  // namespace
-
 // ---------------------------------------------------------------------------
 // Unsymmetric values: LU with pivoting inside the supernodes.
-
-namespace {
 
 TEST(SolveLU, UnsymmetricAndStructurallySymmetricMatrices) {
   struct item {
@@ -774,10 +607,7 @@ TEST(SolveLU, SingularBlockStopsPartialPivotingAndIsReplacedByCompletePivoting) 
       if (i == z || m.ja[k - 1] == z) m.a[k - 1] = 0.0;
   {
     system s(m, 1);
-    s.msglvl = 1;
-    CaptureStdout();
-    s.call(13);
-    const std::string out = GetCapturedStdout();
+    const std::string out = s.call_printing(13);
     EXPECT_EQ(s.error, -4);
     EXPECT_EQ(s.iparam[29], -1);
     EXPECT_NE(out.find("*** Error in TELMIRA: zero pivot"), std::string::npos) << out;
@@ -792,12 +622,8 @@ TEST(SolveLU, SingularBlockStopsPartialPivotingAndIsReplacedByCompletePivoting) 
   }
 }
 
-}  // namespace
-
 // ---------------------------------------------------------------------------
 // Symmetric indefinite: LDL^T with pivoting inside the supernodes.
-
-namespace {
 
 TEST(SolveLDL, IndefiniteMatricesBothPivotingModes) {
   std::vector<std::pair<std::string, vekio::sparse>> cases;
@@ -812,10 +638,7 @@ TEST(SolveLDL, IndefiniteMatricesBothPivotingModes) {
         SCOPED_TRACE(c.first + " threads " + std::to_string(t) + " iparam(21) " +
                      std::to_string(bk));
         system s(c.second, -2, t == 1 ? 1 : 3);
-        s.iparam[0] = 1;
-        s.iparam[1] = 2;
-        s.iparam[9] = 8;
-        s.iparam[20] = bk;
+        s.control({{2, 2}, {10, 8}, {21, bk}});
         ASSERT_EQ(s.call(13), 0);
         EXPECT_LE(s.residual(s.x), 1e-13);
         EXPECT_EQ(s.iparam[21] + s.iparam[22], s.n);
@@ -823,11 +646,7 @@ TEST(SolveLDL, IndefiniteMatricesBothPivotingModes) {
         // without refinement (iparam(26) set at the analysis), which
         // perturbed pivots would bring to a whole solve only.
         system t(c.second, -2, s.nb);
-        t.iparam[0] = 1;
-        t.iparam[1] = 2;
-        t.iparam[9] = 8;
-        t.iparam[20] = bk;
-        t.iparam[25] = 1;
+        t.control({{2, 2}, {10, 8}, {21, bk}, {26, 1}});
         // Without refinement the solution of the singular GD97_b cannot be
         // vouched for: the call says so, and still leaves its solution.
         const int e = t.call(13);
@@ -863,10 +682,7 @@ TEST(SolveLDL, InertiaOfAShiftedLaplacian) {
         ++below;
   for (int bk : {1, 0}) {
     system s(m, -2);
-    s.iparam[0] = 1;
-    s.iparam[1] = 2;
-    s.iparam[9] = 8;
-    s.iparam[20] = bk;
+    s.control({{2, 2}, {10, 8}, {21, bk}});
     ASSERT_EQ(s.call(13), 0);
     EXPECT_EQ(s.iparam[22], below) << bk;
     EXPECT_EQ(s.iparam[21], m.n - below) << bk;
@@ -875,16 +691,8 @@ TEST(SolveLDL, InertiaOfAShiftedLaplacian) {
   }
 }
 
-}  // namespace
-
 // ---------------------------------------------------------------------------
 // Complex matrices.
-
-namespace {
-
-// A real matrix with complex values: imaginary parts im times the real
-// ones off the diagonal, and shift added to the diagonal.
-using vektest::complexify;
 
 TEST(SolveComplex, SymmetricAndUnsymmetricTypes) {
   struct item {
@@ -893,14 +701,14 @@ TEST(SolveComplex, SymmetricAndUnsymmetricTypes) {
     int mtype;
   };
   std::vector<item> cases;
-  const vekio::sparse cd = complexify(vekio::convdiff2d(25, 60.0), 0.4, {0.0, 0.5});
+  const vekio::sparse cd = vektest::complexify(vekio::convdiff2d(25, 60.0), 0.4, {0.0, 0.5});
   cases.push_back({"cd2d:25 complex (13)", cd, 13});
   cases.push_back({"cd2d:25 complex (3)", cd, 3});
   cases.push_back({"lap2d:20 complex symmetric (6)",
-                   complexify(vekio::lap2d(20), 0.3, {-2.0, 0.2}), 6});
-  cases.push_back({"lap2d:20 Hermitian (4)", complexify(vekio::lap2d(20), 0.3, {1.0, 0.0}), 4});
+                   vektest::complexify(vekio::lap2d(20), 0.3, {-2.0, 0.2}), 6});
+  cases.push_back({"lap2d:20 Hermitian (4)", vektest::complexify(vekio::lap2d(20), 0.3, {1.0, 0.0}), 4});
   cases.push_back({"lap2d:20 Hermitian indefinite (-4)",
-                   complexify(vekio::lap2d(20), 0.3, {-2.5, 0.0}), -4});
+                   vektest::complexify(vekio::lap2d(20), 0.3, {-2.5, 0.0}), -4});
   for (const char *name : {"qc324", "young1c"}) {
     vekio::sparse m;
     if (vektest::load(name, m)) cases.push_back({name, m, 13});

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <map>
 #include <numeric>
 #include <random>
@@ -355,33 +354,6 @@ TEST(Smat, ChecksRefuseTheUnsoundForms) {
   EXPECT_EQ(tlm::smat_check_upper(L), 0);
   EXPECT_EQ(tlm::smat_check(L), 0);
   tlm::smat_free(L);
-}
-
-TEST(Smat, DumpWritesTheOneBasedArrays) {
-  const std::string path = ::testing::TempDir() + "smat_dump.txt";
-  const pint ia[] = {1, 3, 4}, ja[] = {1, 2, 2};
-  const double a[] = {1.5, -2, 3};
-  auto lines = [&]() {
-    std::ifstream in(path);
-    std::vector<std::string> l;
-    for (std::string s; std::getline(in, s);) l.push_back(s);
-    return l;
-  };
-  tlm::smat_dump(path.c_str(), 2, ia, ja, a);
-  EXPECT_EQ(lines(), (std::vector<std::string>{"2", "3", "1", "3", "4", "1", "2", "2",
-                                               "  1.5000000000000000e+00", " -2.0000000000000000e+00",
-                                               "  3.0000000000000000e+00"}));
-  tlm::smat_dump<float>(path.c_str(), 2, ia, ja, nullptr);
-  EXPECT_EQ(lines().back(), "  1.0000000000000000e+00");
-  std::remove(path.c_str());
-  tlm::smat_dump<double>("/nonexistent-dir/x", 2, ia, ja, a);  // passed over
-}
-
-TEST(Smat, FreeOfNullIsReported) {
-  ::testing::internal::CaptureStdout();
-  tlm::smat_free<double>(nullptr);
-  EXPECT_NE(::testing::internal::GetCapturedStdout().find("Trying to free NULL matrix."),
-            std::string::npos);
 }
 
 TEST(SmatDeathTest, ContractsStopWithUnitLineAndText) {

@@ -478,43 +478,4 @@ TEST(SymbolicFailures, ColumnCountScratch) {
   vek_serv_heap.malloc_fn = heap_malloc;
 }
 
-// The link-list sweep agrees with a direct sum over each supernode's runs
-// of rows by target supernode.
-TEST(SymbolicFlops, LinkListSweepAgreesWithDirectSums) {
-  for (const char *name : {"bcsstk13", "mhd1280b"}) {
-    SCOPED_TRACE(name);
-    vekio::sparse m;
-    if (!vektest::load(name, m)) continue;
-    const graph g = graph_of(m);
-    analysis a = analyse(g, nested_dissection(g), single_part(g.n), 1, 64);
-    double direct[2] = {0.0, 0.0};  // unsymmetric, symmetric
-    for (int sym = 0; sym < 2; ++sym)
-      for (int s = 1; s <= a.ns; ++s) {
-        const long long w = a.xsup[s] - a.xsup[s - 1];
-        const long long h = a.xlindx[s] - a.xlindx[s - 1];
-        direct[sym] += sym ? w * w * w / 3 - w * w / 4 + 5 * w / 12
-                           : 2 * w * w * w / 3 - w * w / 2 + 5 * w / 6;
-        direct[sym] += (2.0 - sym) * w * w * (h - w);
-        for (int p = a.xlindx[s - 1] + w; p < a.xlindx[s];) {
-          const long long r = a.xlindx[s] - p;
-          long long q = 0;
-          const int t = a.snode[a.lindx[p - 1] - 1];
-          while (q < r && a.snode[a.lindx[p - 1 + q] - 1] == t) ++q;
-          direct[sym] += 2.0 * r * w * q + (sym ? 0.0 : 2.0 * (r - q) * w * q);
-          p += q;
-        }
-      }
-    for (int sym : {0, 1})
-      for (int mtype : {11, 13, -2, -4}) {
-        ivec length(a.ns), link(a.ns);
-        double mflop = -1.0;
-        tlm::flops_estimate(&a.ns, a.xsup.data(), a.snode.data(),
-                            a.xlindx.data(), a.lindx.data(), length.data(),
-                            link.data(), &sym, &mtype, &mflop);
-        const double expect = direct[sym] / 1e6 * (mtype == 11 || mtype == -2 ? 1 : 4);
-        EXPECT_NEAR(expect, mflop, 1e-9 * expect) << sym << " " << mtype;
-      }
-  }
-}
-
 }  // namespace

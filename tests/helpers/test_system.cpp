@@ -1,6 +1,8 @@
 // test_system.cpp - one solver handle around a matrix for the tests.
 #include "test_system.h"
 
+#include <gtest/gtest.h>
+
 namespace vektest {
 
 system::system(const vekio::sparse &full, int type, int nrhs, bool single_precision)
@@ -36,6 +38,15 @@ int system::call(int ido) {
           A.ja.data(), perm.data(), &nb, iparam, &msglvl, bf.data(), xf.data(), &error);
   x.assign(xf.begin(), xf.end());
   return error;
+}
+
+std::string system::call_printing(int ido) {
+  const int keep = msglvl;
+  msglvl = 1;
+  testing::internal::CaptureStdout();
+  call(ido);
+  msglvl = keep;
+  return testing::internal::GetCapturedStdout();
 }
 
 void system::release() {

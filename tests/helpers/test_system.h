@@ -6,6 +6,9 @@
 
 #include <complex>
 #include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "telmira.h"
@@ -33,6 +36,15 @@ struct system {
   ~system() { release(); }
   void set_rhs(int nrhs);
   int call(int ido);
+  // The call at message level 1; returns what it printed.
+  std::string call_printing(int ido);
+  // iparam(k) = v for each one-based pair, and iparam(1) = 1 so that they
+  // are read.
+  system &control(std::initializer_list<std::pair<int, int>> kv) {
+    iparam[0] = 1;
+    for (const auto &p : kv) iparam[p.first - 1] = p.second;
+    return *this;
+  }
   void release();
   double residual(const std::vector<double> &sol) const {
     return vekio::relative_residual(A, mtype, sol.data(), b.data(), nb);
