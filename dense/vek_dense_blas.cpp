@@ -4,6 +4,7 @@
 #include <complex>
 
 #include "dense/vek_dense.h"
+#include "dense/vek_dense_level3.h"
 #include "platform/vek_platform.h"
 
 typedef std::complex<double> zc;
@@ -134,6 +135,7 @@ void blas_threads(int count) {
   static setter set = reinterpret_cast<setter>(vek_os_find_symbol("openblas_set_num_threads"));
   static int current = -1;
   if (count < 1) count = 1;
+  dense_thread_limit(count);
   if (set != nullptr && count != current) {
     set(count);
     current = count;
