@@ -83,12 +83,12 @@ double seconds(const std::function<void()> &f) {
 }
 
 // Best time of each of two routines, run in turns, at least reps turns and
-// at least about half a second of each.
+// at least three turns and about two seconds in all.
 void race(const std::function<void()> &ours, const std::function<void()> &theirs,
           const std::function<void()> &reset, double &best_ours, double &best_theirs) {
   best_ours = best_theirs = 1e30;
   double spent = 0;
-  for (int turn = 0; turn < 2 || (spent < 1.0 && turn < 50); ++turn) {
+  for (int turn = 0; turn < 3 || (spent < 2.0 && turn < 50); ++turn) {
     reset();
     double t = seconds(ours);
     best_ours = std::min(best_ours, t);

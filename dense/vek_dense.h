@@ -2,9 +2,9 @@
 //
 // One thin interface, by reference in the manner of the published BLAS and
 // LAPACK routines, written once as templates over the value type (double,
-// float, complex double, complex float). It forwards to the installed
-// BLAS/LAPACK for now; the library's own threaded kernels replace the
-// forwarding here, without any change to the numeric code that calls it.
+// float, complex double, complex float). gemm and trsm run the library's
+// own threaded, processor-tuned routines; the others forward to the
+// installed BLAS/LAPACK.
 #ifndef VEK_DENSE_H
 #define VEK_DENSE_H
 
@@ -70,6 +70,10 @@ void trsv(const char *uplo, const char *trans, const char *diag, const int *n,
 // to its own thread count before a sequential sweep, and to 1 around
 // regions whose threads each call the dense routines.
 void blas_threads(int count);
+
+// 1 (the default): gemm and trsm run the library's own routines; 0: they
+// forward to the installed BLAS too, so that the two can be compared.
+void use_own_level3(int flag);
 
 }  // namespace vekd
 

@@ -21,7 +21,7 @@ template <>
 struct set_table<double> {
   static constexpr kernel_set<double> plain = {PLAIN_D_MR, PLAIN_D_NR, 128, 256, 2048,
                                                plain_dkernel};
-  static constexpr kernel_set<double> avx2 = {8, 6, 128, 256, 2040, avx2_dkernel};
+  static constexpr kernel_set<double> avx2 = {12, 4, 120, 256, 2048, avx2_dkernel};
 };
 
 template <>

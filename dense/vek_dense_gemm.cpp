@@ -42,79 +42,165 @@ struct value_traits<std::complex<R>> {
 inline bool plain_op(char t) { return t == 'N' || t == 'n'; }
 inline bool conj_op(char t) { return t == 'C' || t == 'c'; }
 
-// mb x kb of op(A), starting at a, into panels of mr rows: the mr values of
-// step p of panel q at dst + q*mr*kb + p*mr, rows past mb zero.
-template <class T>
-void pack_a(char transa, int mb, int kb, const T *a, int lda, T alpha, T *dst, int mr) {
+// Panels packed together from one run of the source.
+const int VEK_STRIP = 8;
+
+// Copies of one step into a panel: w values of src (stride 1) to dst, times
+// alpha unless unit, conjugated if asked, zeros up to the panel width R. A
+// width known at compile time lets the compiler make plain vector moves.
+template <class T, int R>
+inline void panel_step(const T *src, int w, T *dst, T alpha, bool unit, bool conj) {
   typedef value_traits<T> V;
-  const bool trans = !plain_op(transa), conj = conj_op(transa);
-  const bool unit = alpha == T(1);
-  for (int i0 = 0; i0 < mb; i0 += mr) {
-    const int rows = std::min(mr, mb - i0);
-    T *d = dst + static_cast<std::ptrdiff_t>(i0) * kb;
-    if (!trans) {
-      for (int p = 0; p < kb; ++p) {
-        const T *src = a + i0 + static_cast<std::ptrdiff_t>(p) * lda;
-        T *dp = d + static_cast<std::ptrdiff_t>(p) * mr;
-        if (unit) {
-          for (int i = 0; i < rows; ++i) dp[i] = src[i];
-        } else {
-          for (int i = 0; i < rows; ++i) dp[i] = V::mul(alpha, src[i]);
-        }
-        for (int i = rows; i < mr; ++i) dp[i] = T(0);
+  if (w == R && unit && !conj) {
+    for (int i = 0; i < R; ++i) dst[i] = src[i];
+    return;
+  }
+  for (int i = 0; i < w; ++i) {
+    T v = conj ? V::conj(src[i]) : src[i];
+    dst[i] = unit ? v : V::mul(alpha, v);
+  }
+  for (int i = w; i < R; ++i) dst[i] = T(0);
+}
+
+// A run of contiguous values (one column of A, one row of op(B) stored as a
+// row of B) spread over the panels of width r, at step p of each.
+template <class T, int R>
+void spread(const T *src, int len, int kb, int p, T *dst, T alpha, bool unit, bool conj) {
+  for (int i0 = 0; i0 < len; i0 += R)
+    panel_step<T, R>(src + i0, std::min(R, len - i0),
+                     dst + static_cast<std::ptrdiff_t>(i0) * kb + static_cast<std::ptrdiff_t>(p) * R,
+                     alpha, unit, conj);
+}
+
+template <class T>
+void spread_any(const T *src, int len, int kb, int p, T *dst, int r, T alpha, bool unit,
+                bool conj) {
+  switch (r) {
+    case 2: spread<T, 2>(src, len, kb, p, dst, alpha, unit, conj); return;
+    case 3: spread<T, 3>(src, len, kb, p, dst, alpha, unit, conj); return;
+    case 4: spread<T, 4>(src, len, kb, p, dst, alpha, unit, conj); return;
+    case 6: spread<T, 6>(src, len, kb, p, dst, alpha, unit, conj); return;
+    case 8: spread<T, 8>(src, len, kb, p, dst, alpha, unit, conj); return;
+    case 12: spread<T, 12>(src, len, kb, p, dst, alpha, unit, conj); return;
+    case 16: spread<T, 16>(src, len, kb, p, dst, alpha, unit, conj); return;
+    default: break;
+  }
+  typedef value_traits<T> V;
+  for (int i0 = 0; i0 < len; i0 += r) {
+    T *d = dst + static_cast<std::ptrdiff_t>(i0) * kb + static_cast<std::ptrdiff_t>(p) * r;
+    const int w = std::min(r, len - i0);
+    for (int i = 0; i < r; ++i) {
+      if (i >= w) {
+        d[i] = T(0);
+        continue;
       }
-    } else {
-      for (int i = 0; i < rows; ++i) {
-        const T *src = a + static_cast<std::ptrdiff_t>(i0 + i) * lda;
-        for (int p = 0; p < kb; ++p) {
-          T v = conj ? V::conj(src[p]) : src[p];
-          d[static_cast<std::ptrdiff_t>(p) * mr + i] = unit ? v : V::mul(alpha, v);
-        }
-      }
-      for (int i = rows; i < mr; ++i)
-        for (int p = 0; p < kb; ++p) d[static_cast<std::ptrdiff_t>(p) * mr + i] = T(0);
+      T v = conj ? V::conj(src[i0 + i]) : src[i0 + i];
+      d[i] = unit ? v : V::mul(alpha, v);
     }
   }
+}
+
+// w sequences of kb values with stride 1, each ld apart (rows of op(A)
+// stored as columns of A, columns of op(B)), into one panel of width R:
+// sequence i to dst[p*R + i], zeros past w. All w sequences are read
+// together so that the panel is written in order.
+template <class T, int R>
+void gather(const T *src, std::ptrdiff_t ld, int w, int kb, T *dst, T alpha, bool unit,
+            bool conj) {
+  typedef value_traits<T> V;
+  if (w == R && unit && !conj) {
+    for (int p = 0; p < kb; ++p)
+      for (int i = 0; i < R; ++i) dst[static_cast<std::ptrdiff_t>(p) * R + i] = src[i * ld + p];
+    return;
+  }
+  for (int p = 0; p < kb; ++p) {
+    for (int i = 0; i < R; ++i) {
+      T v = T(0);
+      if (i < w) {
+        v = conj ? V::conj(src[i * ld + p]) : src[i * ld + p];
+        if (!unit) v = V::mul(alpha, v);
+      }
+      dst[static_cast<std::ptrdiff_t>(p) * R + i] = v;
+    }
+  }
+}
+
+template <class T>
+void gather_any(const T *src, std::ptrdiff_t ld, int w, int kb, T *dst, int r, T alpha,
+                bool unit, bool conj) {
+  switch (r) {
+    case 2: gather<T, 2>(src, ld, w, kb, dst, alpha, unit, conj); return;
+    case 3: gather<T, 3>(src, ld, w, kb, dst, alpha, unit, conj); return;
+    case 4: gather<T, 4>(src, ld, w, kb, dst, alpha, unit, conj); return;
+    case 6: gather<T, 6>(src, ld, w, kb, dst, alpha, unit, conj); return;
+    case 8: gather<T, 8>(src, ld, w, kb, dst, alpha, unit, conj); return;
+    case 12: gather<T, 12>(src, ld, w, kb, dst, alpha, unit, conj); return;
+    case 16: gather<T, 16>(src, ld, w, kb, dst, alpha, unit, conj); return;
+    default: break;
+  }
+  typedef value_traits<T> V;
+  for (int p = 0; p < kb; ++p) {
+    for (int i = 0; i < r; ++i) {
+      T v = T(0);
+      if (i < w) {
+        v = conj ? V::conj(src[i * ld + p]) : src[i * ld + p];
+        if (!unit) v = V::mul(alpha, v);
+      }
+      dst[static_cast<std::ptrdiff_t>(p) * r + i] = v;
+    }
+  }
+}
+
+// mb x kb of op(A), starting at a, into panels of mr rows: the mr values of
+// step p of panel q at dst + q*mr*kb + p*mr, rows past mb zero. alpha goes
+// into the copy. The source is read along its columns.
+template <class T>
+void pack_a(char transa, int mb, int kb, const T *a, int lda, T alpha, T *dst, int mr) {
+  const bool trans = !plain_op(transa), conj = conj_op(transa);
+  const bool unit = alpha == T(1);
+  if (!trans) {
+    // In strips of a few panels, so that one step writes to few pages.
+    for (int s0 = 0; s0 < mb; s0 += VEK_STRIP * mr) {
+      const int len = std::min(VEK_STRIP * mr, mb - s0);
+      for (int p = 0; p < kb; ++p)
+        spread_any(a + s0 + static_cast<std::ptrdiff_t>(p) * lda, len, kb, p,
+                   dst + static_cast<std::ptrdiff_t>(s0) * kb, mr, alpha, unit, false);
+    }
+    return;
+  }
+  for (int i0 = 0; i0 < mb; i0 += mr)
+    gather_any(a + static_cast<std::ptrdiff_t>(i0) * lda, lda, std::min(mr, mb - i0), kb,
+               dst + static_cast<std::ptrdiff_t>(i0) * kb, mr, alpha, unit, conj);
 }
 
 // kb x nb of op(B), starting at b, into panels of nr columns: the nr values
 // of step p of panel q at dst + q*nr*kb + p*nr, columns past nb zero.
 template <class T>
 void pack_b(char transb, int kb, int nb, const T *b, int ldb, T *dst, int nr) {
-  typedef value_traits<T> V;
   const bool trans = !plain_op(transb), conj = conj_op(transb);
-  for (int j0 = 0; j0 < nb; j0 += nr) {
-    const int cols = std::min(nr, nb - j0);
-    T *d = dst + static_cast<std::ptrdiff_t>(j0) * kb;
-    if (!trans) {
-      for (int j = 0; j < cols; ++j) {
-        const T *src = b + static_cast<std::ptrdiff_t>(j0 + j) * ldb;
-        for (int p = 0; p < kb; ++p) d[static_cast<std::ptrdiff_t>(p) * nr + j] = src[p];
-      }
-      for (int j = cols; j < nr; ++j)
-        for (int p = 0; p < kb; ++p) d[static_cast<std::ptrdiff_t>(p) * nr + j] = T(0);
-    } else {
-      for (int p = 0; p < kb; ++p) {
-        const T *src = b + j0 + static_cast<std::ptrdiff_t>(p) * ldb;
-        T *dp = d + static_cast<std::ptrdiff_t>(p) * nr;
-        if (conj) {
-          for (int j = 0; j < cols; ++j) dp[j] = V::conj(src[j]);
-        } else {
-          for (int j = 0; j < cols; ++j) dp[j] = src[j];
-        }
-        for (int j = cols; j < nr; ++j) dp[j] = T(0);
-      }
+  if (trans) {
+    for (int s0 = 0; s0 < nb; s0 += VEK_STRIP * nr) {
+      const int len = std::min(VEK_STRIP * nr, nb - s0);
+      for (int p = 0; p < kb; ++p)
+        spread_any(b + s0 + static_cast<std::ptrdiff_t>(p) * ldb, len, kb, p,
+                   dst + static_cast<std::ptrdiff_t>(s0) * kb, nr, T(1), true, conj);
     }
+    return;
   }
+  for (int j0 = 0; j0 < nb; j0 += nr)
+    gather_any(b + static_cast<std::ptrdiff_t>(j0) * ldb, ldb, std::min(nr, nb - j0), kb,
+               dst + static_cast<std::ptrdiff_t>(j0) * kb, nr, T(1), true, false);
 }
 
 const int VEK_MAX_TILE = 16 * 16;
 
 // All tiles of one packed mb x kb block of A against the packed kb x nb
-// block of B.
+// block of B. With a triangle (tri 1 lower, 2 upper), (row0, col0) is the
+// place of the block in C: tiles wholly outside the triangle are left out
+// and tiles across the diagonal written only inside it.
 template <class T>
 void macro_tiles(const kernel_set<T> &s, int mb, int nb, int kb, const T *ap,
-                 const T *bp, T *c, int ldc, int add) {
+                 const T *bp, T *c, int ldc, int add, int tri, int row0, int col0) {
   const int mr = s.mr, nr = s.nr;
   alignas(64) T tile[VEK_MAX_TILE];
   for (int j = 0; j < nb; j += nr) {
@@ -122,20 +208,37 @@ void macro_tiles(const kernel_set<T> &s, int mb, int nb, int kb, const T *ap,
     const T *bj = bp + static_cast<std::ptrdiff_t>(j) * kb;
     for (int i = 0; i < mb; i += mr) {
       const int mm = std::min(mr, mb - i);
+      // Rows gi..gi+mm-1 and columns gj..gj+nn-1 of C; the diagonal crosses
+      // the tile where some row index equals some column index.
+      const int gi = row0 + i, gj = col0 + j;
+      bool whole = true;
+      if (tri == 1) {
+        if (gi + mm - 1 < gj) continue;
+        whole = gi >= gj + nn - 1;
+      } else if (tri == 2) {
+        if (gi > gj + nn - 1) continue;
+        whole = gi + mm - 1 <= gj;
+      }
       const T *ai = ap + static_cast<std::ptrdiff_t>(i) * kb;
       T *cij = c + i + static_cast<std::ptrdiff_t>(j) * ldc;
-      if (mm == mr && nn == nr) {
+      if (whole && mm == mr && nn == nr) {
         s.kernel(kb, ai, bj, cij, ldc, add);
         continue;
       }
       s.kernel(kb, ai, bj, tile, mr, 0);
       for (int jj = 0; jj < nn; ++jj) {
+        int i0 = 0, i1 = mm;
+        if (!whole) {
+          const int diag = gj + jj - gi;  // the row of the tile on the diagonal
+          if (tri == 1) i0 = std::max(0, diag);
+          else i1 = std::min(mm, diag + 1);
+        }
         T *cc = cij + static_cast<std::ptrdiff_t>(jj) * ldc;
         const T *tt = tile + jj * mr;
         if (add) {
-          for (int ii = 0; ii < mm; ++ii) cc[ii] += tt[ii];
+          for (int ii = i0; ii < i1; ++ii) cc[ii] += tt[ii];
         } else {
-          for (int ii = 0; ii < mm; ++ii) cc[ii] = tt[ii];
+          for (int ii = i0; ii < i1; ++ii) cc[ii] = tt[ii];
         }
       }
     }
@@ -183,20 +286,35 @@ void scale_block(int m, int n, T beta, T *c, int ldc) {
   }
 }
 
+namespace {
+
+// C scaled by beta, on the whole block or on one triangle of a square one.
 template <class T>
-void gemm_whole(const kernel_set<T> &s, char transa, char transb, int m, int n, int k,
-                T alpha, const T *a, int lda, const T *b, int ldb, T beta, T *c,
-                int ldc) {
+void scale_part(int tri, int m, int n, T beta, T *c, int ldc) {
+  if (tri == 0) {
+    scale_block(m, n, beta, c, ldc);
+    return;
+  }
+  for (int j = 0; j < n; ++j) {
+    const int i0 = tri == 1 ? j : 0, i1 = tri == 1 ? m : std::min(m, j + 1);
+    if (i1 > i0) scale_block(i1 - i0, 1, beta, c + i0 + static_cast<std::ptrdiff_t>(j) * ldc, ldc);
+  }
+}
+
+template <class T>
+void gemm_blocked(const kernel_set<T> &s, char transa, char transb, int m, int n, int k,
+                  T alpha, const T *a, int lda, const T *b, int ldb, T beta, T *c, int ldc,
+                  int tri) {
   if (m <= 0 || n <= 0) return;
   if (k <= 0 || alpha == T(0)) {
-    scale_block(m, n, beta, c, ldc);
+    scale_part(tri, m, n, beta, c, ldc);
     return;
   }
   int first_add = 1;
   if (beta == T(0)) {
     first_add = 0;
   } else if (!(beta == T(1))) {
-    scale_block(m, n, beta, c, ldc);
+    scale_part(tri, m, n, beta, c, ldc);
   }
 
   // One block of the thread cache holds both pack areas, each starting on
@@ -206,8 +324,21 @@ void gemm_whole(const kernel_set<T> &s, char transa, char transb, int m, int n, 
   const std::size_t b_bytes = round_up(std::size_t(s.kc) * s.nc * sizeof(T), 4096);
   void *block = vek_serv_allocate(static_cast<std::int64_t>(a_bytes + b_bytes + 8704), 128);
   if (block == nullptr) {
-    if (first_add == 0) scale_block(m, n, T(0), c, ldc);
-    gemm_unpacked(transa, transb, m, n, k, alpha, a, lda, b, ldb, c, ldc);
+    if (tri == 0) {
+      if (first_add == 0) scale_block(m, n, T(0), c, ldc);
+      gemm_unpacked(transa, transb, m, n, k, alpha, a, lda, b, ldb, c, ldc);
+    } else {
+      // Column by column, each on its part of the triangle.
+      for (int j = 0; j < n; ++j) {
+        const int i0 = tri == 1 ? j : 0, i1 = tri == 1 ? m : std::min(m, j + 1);
+        if (i1 <= i0) continue;
+        T *cj = c + i0 + static_cast<std::ptrdiff_t>(j) * ldc;
+        if (first_add == 0) scale_block(i1 - i0, 1, T(0), cj, ldc);
+        const T *ai = plain_op(transa) ? a + i0 : a + static_cast<std::ptrdiff_t>(i0) * lda;
+        const T *bj = plain_op(transb) ? b + static_cast<std::ptrdiff_t>(j) * ldb : b + j;
+        gemm_unpacked(transa, transb, i1 - i0, 1, k, alpha, ai, lda, bj, ldb, cj, ldc);
+      }
+    }
     return;
   }
   T *abuf = reinterpret_cast<T *>(round_up(reinterpret_cast<std::uintptr_t>(block), 4096));
@@ -228,15 +359,32 @@ void gemm_whole(const kernel_set<T> &s, char transa, char transb, int m, int n, 
       const int add = pc == 0 ? first_add : 1;
       for (int ic = 0; ic < m; ic += s.mc) {
         const int mb = std::min(s.mc, m - ic);
+        if (tri == 1 && ic + mb - 1 < jc) continue;
+        if (tri == 2 && ic > jc + nb - 1) break;
         const T *ablk = ta ? a + pc + static_cast<std::ptrdiff_t>(ic) * lda
                            : a + ic + static_cast<std::ptrdiff_t>(pc) * lda;
         pack_a(transa, mb, kb, ablk, lda, alpha, abuf, s.mr);
         macro_tiles(s, mb, nb, kb, abuf, bbuf, c + ic + static_cast<std::ptrdiff_t>(jc) * ldc,
-                    ldc, add);
+                    ldc, add, tri, ic, jc);
       }
     }
   }
   vek_serv_deallocate(block);
+}
+
+}  // namespace
+
+template <class T>
+void gemm_whole(const kernel_set<T> &s, char transa, char transb, int m, int n, int k,
+                T alpha, const T *a, int lda, const T *b, int ldb, T beta, T *c, int ldc) {
+  gemm_blocked(s, transa, transb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, 0);
+}
+
+template <class T>
+void gemm_triangle(const kernel_set<T> &s, char uplo, char transa, char transb, int n, int k,
+                   T alpha, const T *a, int lda, const T *b, int ldb, T beta, T *c, int ldc) {
+  const int tri = (uplo == 'U' || uplo == 'u') ? 2 : 1;
+  gemm_blocked(s, transa, transb, n, n, k, alpha, a, lda, b, ldb, beta, c, ldc, tri);
 }
 
 // --- Dispatch ------------------------------------------------------------------
@@ -355,6 +503,8 @@ void gemm_frame(char transa, char transb, int m, int n, int k, T alpha, const T 
   template void gemm_whole<T>(const kernel_set<T> &, char, char, int, int, int, T,    \
                               const T *, int, const T *, int, T, T *, int);           \
   template void scale_block<T>(int, int, T, T *, int);                                \
+  template void gemm_triangle<T>(const kernel_set<T> &, char, char, char, int, int, T,  \
+                                 const T *, int, const T *, int, T, T *, int);          \
   template void gemm_frame<T>(char, char, int, int, int, T, const T *, int, const T *, \
                               int, T, T *, int);                                      \
   void P##gemm(const char *transa, const char *transb, const int *m, const int *n,    \

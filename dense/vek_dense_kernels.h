@@ -47,17 +47,13 @@ void plain_ckernel(int, const std::complex<float> *, const std::complex<float> *
 enum { PLAIN_D_MR = 4, PLAIN_D_NR = 4, PLAIN_S_MR = 8, PLAIN_S_NR = 4,
        PLAIN_Z_MR = 2, PLAIN_Z_NR = 2, PLAIN_C_MR = 4, PLAIN_C_NR = 2 };
 
-// AVX2 with FMA (vek_dense_kernels_avx2.cpp): d 8x6, s 16x6, z 4x3, c 8x3.
+// AVX2 with FMA (vek_dense_kernels_avx2.cpp): d 12x4, s 16x6, z 4x3, c 8x3.
 void avx2_dkernel(int, const double *, const double *, double *, std::ptrdiff_t, int);
 void avx2_skernel(int, const float *, const float *, float *, std::ptrdiff_t, int);
 void avx2_zkernel(int, const std::complex<double> *, const std::complex<double> *,
                   std::complex<double> *, std::ptrdiff_t, int);
 void avx2_ckernel(int, const std::complex<float> *, const std::complex<float> *,
                   std::complex<float> *, std::ptrdiff_t, int);
-
-// AVX-512 (vek_dense_kernels_avx512.cpp): d 16x12... see the table.
-void avx512_dkernel(int, const double *, const double *, double *, std::ptrdiff_t, int);
-void avx512_skernel(int, const float *, const float *, float *, std::ptrdiff_t, int);
 
 }  // namespace vekd
 

@@ -2,8 +2,8 @@
 //
 // Each routine is compiled for that instruction set by a target attribute,
 // so that nothing in the rest of the library needs it; the frame picks these
-// kernels only on processor type 6. A tile of C lives in twelve 256-bit
-// registers: two vectors of A a step, one broadcast of B a column.
+// kernels only on processor types 6 and 7. A tile of C lives in twelve
+// 256-bit registers, fed by vectors of A and broadcasts of B.
 #include "dense/vek_dense_kernels.h"
 
 #include <immintrin.h>
@@ -12,51 +12,53 @@
 
 namespace vekd {
 
-// 8 x 6 doubles: columns j of the tile in c0j (rows 0-3) and c1j (rows 4-7).
+// 12 x 4 doubles: column j of the tile in c0j, c1j, c2j (rows 0-3, 4-7,
+// 8-11). Three vectors of A and four broadcasts of B a step: seven loads
+// for twelve multiply-adds.
 VEK_AVX2 void avx2_dkernel(int k, const double *a, const double *b, double *c,
                            std::ptrdiff_t ldc, int add) {
-  __m256d c00 = _mm256_setzero_pd(), c10 = _mm256_setzero_pd();
-  __m256d c01 = _mm256_setzero_pd(), c11 = _mm256_setzero_pd();
-  __m256d c02 = _mm256_setzero_pd(), c12 = _mm256_setzero_pd();
-  __m256d c03 = _mm256_setzero_pd(), c13 = _mm256_setzero_pd();
-  __m256d c04 = _mm256_setzero_pd(), c14 = _mm256_setzero_pd();
-  __m256d c05 = _mm256_setzero_pd(), c15 = _mm256_setzero_pd();
-  for (int j = 0; j < 6; ++j) {
+  __m256d c00 = _mm256_setzero_pd(), c10 = _mm256_setzero_pd(), c20 = _mm256_setzero_pd();
+  __m256d c01 = _mm256_setzero_pd(), c11 = _mm256_setzero_pd(), c21 = _mm256_setzero_pd();
+  __m256d c02 = _mm256_setzero_pd(), c12 = _mm256_setzero_pd(), c22 = _mm256_setzero_pd();
+  __m256d c03 = _mm256_setzero_pd(), c13 = _mm256_setzero_pd(), c23 = _mm256_setzero_pd();
+  for (int j = 0; j < 4; ++j) {
     _mm_prefetch(reinterpret_cast<const char *>(c + j * ldc), _MM_HINT_T0);
-    _mm_prefetch(reinterpret_cast<const char *>(c + j * ldc + 7), _MM_HINT_T0);
+    _mm_prefetch(reinterpret_cast<const char *>(c + j * ldc + 11), _MM_HINT_T0);
   }
 #pragma GCC unroll 4
   for (int p = 0; p < k; ++p) {
-    _mm_prefetch(reinterpret_cast<const char *>(a + 64), _MM_HINT_T0);
-    const __m256d a0 = _mm256_loadu_pd(a), a1 = _mm256_loadu_pd(a + 4);
+    const __m256d a0 = _mm256_loadu_pd(a), a1 = _mm256_loadu_pd(a + 4),
+                  a2 = _mm256_loadu_pd(a + 8);
     __m256d bj = _mm256_broadcast_sd(b);
     c00 = _mm256_fmadd_pd(a0, bj, c00); c10 = _mm256_fmadd_pd(a1, bj, c10);
+    c20 = _mm256_fmadd_pd(a2, bj, c20);
     bj = _mm256_broadcast_sd(b + 1);
     c01 = _mm256_fmadd_pd(a0, bj, c01); c11 = _mm256_fmadd_pd(a1, bj, c11);
+    c21 = _mm256_fmadd_pd(a2, bj, c21);
     bj = _mm256_broadcast_sd(b + 2);
     c02 = _mm256_fmadd_pd(a0, bj, c02); c12 = _mm256_fmadd_pd(a1, bj, c12);
+    c22 = _mm256_fmadd_pd(a2, bj, c22);
     bj = _mm256_broadcast_sd(b + 3);
     c03 = _mm256_fmadd_pd(a0, bj, c03); c13 = _mm256_fmadd_pd(a1, bj, c13);
-    bj = _mm256_broadcast_sd(b + 4);
-    c04 = _mm256_fmadd_pd(a0, bj, c04); c14 = _mm256_fmadd_pd(a1, bj, c14);
-    bj = _mm256_broadcast_sd(b + 5);
-    c05 = _mm256_fmadd_pd(a0, bj, c05); c15 = _mm256_fmadd_pd(a1, bj, c15);
-    a += 8;
-    b += 6;
+    c23 = _mm256_fmadd_pd(a2, bj, c23);
+    a += 12;
+    b += 4;
   }
-#define VEK_STORE_D(J, LO, HI)                                         \
+#define VEK_STORE_D(J, X, Y, Z)                                        \
   {                                                                    \
     double *cp = c + (J) * ldc;                                        \
-    __m256d lo = LO, hi = HI;                                          \
+    __m256d x = X, y = Y, z = Z;                                       \
     if (add) {                                                         \
-      lo = _mm256_add_pd(lo, _mm256_loadu_pd(cp));                     \
-      hi = _mm256_add_pd(hi, _mm256_loadu_pd(cp + 4));                 \
+      x = _mm256_add_pd(x, _mm256_loadu_pd(cp));                       \
+      y = _mm256_add_pd(y, _mm256_loadu_pd(cp + 4));                   \
+      z = _mm256_add_pd(z, _mm256_loadu_pd(cp + 8));                   \
     }                                                                  \
-    _mm256_storeu_pd(cp, lo);                                          \
-    _mm256_storeu_pd(cp + 4, hi);                                      \
+    _mm256_storeu_pd(cp, x);                                           \
+    _mm256_storeu_pd(cp + 4, y);                                       \
+    _mm256_storeu_pd(cp + 8, z);                                       \
   }
-  VEK_STORE_D(0, c00, c10) VEK_STORE_D(1, c01, c11) VEK_STORE_D(2, c02, c12)
-  VEK_STORE_D(3, c03, c13) VEK_STORE_D(4, c04, c14) VEK_STORE_D(5, c05, c15)
+  VEK_STORE_D(0, c00, c10, c20) VEK_STORE_D(1, c01, c11, c21)
+  VEK_STORE_D(2, c02, c12, c22) VEK_STORE_D(3, c03, c13, c23)
 #undef VEK_STORE_D
 }
 

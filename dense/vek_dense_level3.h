@@ -66,6 +66,13 @@ void gemm_whole(const kernel_set<T> &s, char transa, char transb, int m, int n,
                 int k, T alpha, const T *a, int lda, const T *b, int ldb, T beta,
                 T *c, int ldc);
 
+// The same on one triangle of a square C (uplo 'L' or 'U'), n x n: tiles
+// outside it are not formed, and nothing outside it is written.
+template <class T>
+void gemm_triangle(const kernel_set<T> &s, char uplo, char transa, char transb, int n,
+                   int k, T alpha, const T *a, int lda, const T *b, int ldb, T beta, T *c,
+                   int ldc);
+
 // C := beta C on an m x n block (beta 0 clears it without reading it).
 template <class T>
 void scale_block(int m, int n, T beta, T *c, int ldc);

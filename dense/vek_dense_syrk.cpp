@@ -2,12 +2,11 @@
 // + beta C on one triangle of C (trans N: op(A) = A, n x k; trans T: op(A)
 // = A^T, A being k x n).
 //
-// The variant of a processor type cuts the triangle in two recursively: the
-// two diagonal halves are updated by recursion and the square block between
-// them by the whole product of the same type. A diagonal block of at most
-// 32 rows is formed whole in a local tile by the product and its triangle
-// merged into C. The frame gives each thread one diagonal block and then
-// forms the blocks between them with the threaded product.
+// The variant of a processor type is the packed product of its type on the
+// triangle: the operand is packed twice, as A and as B, and only the tiles
+// that touch the triangle are formed. The frame gives each thread one
+// diagonal block and then forms the blocks between them with the threaded
+// product.
 #include <omp.h>
 
 #include <algorithm>
@@ -18,8 +17,6 @@
 namespace vekd {
 namespace {
 
-const int VEK_SYRK_LEAF = 32;
-
 inline bool is(char c, char upper) { return c == upper || c == upper + ('a' - 'A'); }
 
 // op(A) rows from r on.
@@ -29,51 +26,16 @@ const T *rows_of(const T *a, int lda, bool trans, int r) {
 }
 
 // The block of C between diagonal blocks [r0, r0 + n0) and [r1, r1 + n1)
-// (r1 > r0), on the named triangle, by the product.
+// (r1 > r0), on the named triangle, by the threaded product.
 template <class T>
-void off_block(const kernel_set<T> *s, bool upper, bool trans, int r0, int n0, int r1,
+void off_block(bool upper, bool trans, int r0, int n0, int r1,
                int n1, int k, T alpha, const T *a, int lda, T beta, T *c, int ldc) {
   const char ta = trans ? 'T' : 'N', tb = trans ? 'N' : 'T';
   const int ri = upper ? r0 : r1, rj = upper ? r1 : r0;
   const int ni = upper ? n0 : n1, nj = upper ? n1 : n0;
   T *cij = c + ri + static_cast<std::ptrdiff_t>(rj) * ldc;
   const T *ai = rows_of(a, lda, trans, ri), *aj = rows_of(a, lda, trans, rj);
-  if (s != nullptr) {
-    gemm_whole(*s, ta, tb, ni, nj, k, alpha, ai, lda, aj, lda, beta, cij, ldc);
-  } else {
-    gemm_frame(ta, tb, ni, nj, k, alpha, ai, lda, aj, lda, beta, cij, ldc);
-  }
-}
-
-template <class T>
-void syrk_rec(const kernel_set<T> &s, bool upper, bool trans, int n, int k, T alpha,
-              const T *a, int lda, T beta, T *c, int ldc) {
-  if (n <= VEK_SYRK_LEAF) {
-    T tile[VEK_SYRK_LEAF * VEK_SYRK_LEAF];
-    gemm_whole(s, trans ? 'T' : 'N', trans ? 'N' : 'T', n, n, k, alpha, a, lda, a, lda,
-               T(0), tile, n);
-    for (int j = 0; j < n; ++j) {
-      T *cj = c + static_cast<std::ptrdiff_t>(j) * ldc;
-      const int i0 = upper ? 0 : j, i1 = upper ? j + 1 : n;
-      for (int i = i0; i < i1; ++i)
-        cj[i] = beta == T(0) ? tile[i + j * n] : beta * cj[i] + tile[i + j * n];
-    }
-    return;
-  }
-  const int n1 = (n / 2 + 7) / 8 * 8, n2 = n - n1;
-  syrk_rec(s, upper, trans, n1, k, alpha, a, lda, beta, c, ldc);
-  off_block(&s, upper, trans, 0, n1, n1, n2, k, alpha, a, lda, beta, c, ldc);
-  syrk_rec(s, upper, trans, n2, k, alpha, rows_of(a, lda, trans, n1), lda, beta,
-           c + n1 + static_cast<std::ptrdiff_t>(n1) * ldc, ldc);
-}
-
-// The named triangle of an n x n block scaled by beta.
-template <class T>
-void scale_triangle(bool upper, int n, T beta, T *c, int ldc) {
-  for (int j = 0; j < n; ++j) {
-    const int i0 = upper ? 0 : j, i1 = upper ? j + 1 : n;
-    scale_block(i1 - i0, 1, beta, c + i0 + static_cast<std::ptrdiff_t>(j) * ldc, ldc);
-  }
+  gemm_frame(ta, tb, ni, nj, k, alpha, ai, lda, aj, lda, beta, cij, ldc);
 }
 
 template <class T>
@@ -81,11 +43,9 @@ void syrk_whole(const kernel_set<T> &s, char uplo, char trans, int n, int k, T a
                 const T *a, int lda, T beta, T *c, int ldc) {
   if (n <= 0) return;
   const bool upper = is(uplo, 'U'), tr = !is(trans, 'N');
-  if (alpha == T(0) || k <= 0) {
-    scale_triangle(upper, n, beta, c, ldc);
-    return;
-  }
-  syrk_rec(s, upper, tr, n, k, alpha, a, lda, beta, c, ldc);
+  // alpha 0 or k 0 only scales the triangle, inside the product.
+  gemm_triangle(s, upper ? 'U' : 'L', tr ? 'T' : 'N', tr ? 'N' : 'T', n, k, alpha, a, lda, a,
+                lda, beta, c, ldc);
 }
 
 template <class T, int TYPE>
@@ -128,7 +88,7 @@ void syrk_frame(const char *uplo, const char *trans, const int *n, const int *k,
   // The blocks between the diagonal blocks, block column by block column.
   for (int i = 0; i + 1 < came; ++i) {
     const int r0 = int(std::int64_t(*n) * i / came), r1 = int(std::int64_t(*n) * (i + 1) / came);
-    off_block<T>(nullptr, upper, tr, r0, r1 - r0, r1, *n - r1, *k, *alpha, a, *lda, *beta, c,
+    off_block<T>(upper, tr, r0, r1 - r0, r1, *n - r1, *k, *alpha, a, *lda, *beta, c,
                  *ldc);
   }
 }

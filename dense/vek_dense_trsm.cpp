@@ -19,8 +19,8 @@
 namespace vekd {
 namespace {
 
-const int VEK_TRSM_LEAF = 16;
-const int VEK_TRSM_CHUNK = 512;
+const int VEK_TRSM_LEAF = 32;
+const int VEK_TRSM_CHUNK = 1024;
 
 template <class T>
 T conj_value(T x) { return x; }
@@ -45,20 +45,37 @@ struct tri {
   }
 };
 
-// op(A) X = B on a leaf, op(A) lower (forward) or upper.
+// A leaf triangle copied out: op(A)(r, i) at t[r + i*VEK_TRSM_LEAF], the
+// reciprocals of the diagonal (ones for a unit diagonal) in d.
+template <class T>
+void copy_leaf(const tri<T> &t, int m, T *l, T *d) {
+  for (int i = 0; i < m; ++i) {
+    for (int r = 0; r < m; ++r) l[r + i * VEK_TRSM_LEAF] = t.at(r, i);
+    d[i] = t.unit ? T(1) : T(1) / t.at(i, i);
+  }
+}
+
+// op(A) X = B on a leaf, op(A) lower (forward) or upper, column by column.
 template <class T>
 void left_leaf(const tri<T> &t, bool forward, int m, int n, T *b, int ldb) {
+  T l[VEK_TRSM_LEAF * VEK_TRSM_LEAF], d[VEK_TRSM_LEAF];
+  copy_leaf(t, m, l, d);
   for (int j = 0; j < n; ++j) {
     T *x = b + static_cast<std::ptrdiff_t>(j) * ldb;
-    for (int s = 0; s < m; ++s) {
-      const int i = forward ? s : m - 1 - s;
-      T v = x[i];
-      if (forward) {
-        for (int r = 0; r < i; ++r) v -= t.at(i, r) * x[r];
-      } else {
-        for (int r = i + 1; r < m; ++r) v -= t.at(i, r) * x[r];
+    if (forward) {
+      for (int i = 0; i < m; ++i) {
+        const T xi = x[i] * d[i];
+        x[i] = xi;
+        const T *li = l + i * VEK_TRSM_LEAF;
+        for (int r = i + 1; r < m; ++r) x[r] -= li[r] * xi;
       }
-      x[i] = t.unit ? v : v / t.at(i, i);
+    } else {
+      for (int i = m - 1; i >= 0; --i) {
+        const T xi = x[i] * d[i];
+        x[i] = xi;
+        const T *li = l + i * VEK_TRSM_LEAF;
+        for (int r = 0; r < i; ++r) x[r] -= li[r] * xi;
+      }
     }
   }
 }
@@ -66,18 +83,20 @@ void left_leaf(const tri<T> &t, bool forward, int m, int n, T *b, int ldb) {
 // X op(A) = B on a leaf, op(A) upper (forward through the columns) or lower.
 template <class T>
 void right_leaf(const tri<T> &t, bool forward, int m, int n, T *b, int ldb) {
+  T l[VEK_TRSM_LEAF * VEK_TRSM_LEAF], d[VEK_TRSM_LEAF];
+  copy_leaf(t, n, l, d);
   for (int s = 0; s < n; ++s) {
     const int j = forward ? s : n - 1 - s;
     T *xj = b + static_cast<std::ptrdiff_t>(j) * ldb;
     const int r0 = forward ? 0 : j + 1, r1 = forward ? j : n;
     for (int r = r0; r < r1; ++r) {
-      const T f = t.at(r, j);
+      const T f = l[r + j * VEK_TRSM_LEAF];
       const T *xr = b + static_cast<std::ptrdiff_t>(r) * ldb;
       for (int i = 0; i < m; ++i) xj[i] -= xr[i] * f;
     }
     if (!t.unit) {
-      const T d = T(1) / t.at(j, j);
-      for (int i = 0; i < m; ++i) xj[i] *= d;
+      const T dj = d[j];
+      for (int i = 0; i < m; ++i) xj[i] *= dj;
     }
   }
 }
