@@ -2,9 +2,9 @@
 //
 // One thin interface, by reference in the manner of the published BLAS and
 // LAPACK routines, written once as templates over the value type (double,
-// float, complex double, complex float). gemm and trsm run the library's
-// own threaded, processor-tuned routines; the others forward to the
-// installed BLAS/LAPACK.
+// float, complex double, complex float). It forwards to the installed
+// BLAS/LAPACK; gemm and trsm can run the library's own threaded,
+// processor-tuned routines instead (use_own_level3).
 #ifndef VEK_DENSE_H
 #define VEK_DENSE_H
 
@@ -71,8 +71,8 @@ void trsv(const char *uplo, const char *trans, const char *diag, const int *n,
 // regions whose threads each call the dense routines.
 void blas_threads(int count);
 
-// 1 (the default): gemm and trsm run the library's own routines; 0: they
-// forward to the installed BLAS too, so that the two can be compared.
+// 1: gemm and trsm run the library's own routines; 0 (the default): they
+// forward to the installed BLAS like the others. Process-wide.
 void use_own_level3(int flag);
 
 }  // namespace vekd
