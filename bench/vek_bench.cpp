@@ -58,6 +58,8 @@ void usage(FILE *f) {
       "  --threads T   VEK_NUM_THREADS for the run (default 1)\n"
       "  --match M     weighted matching and scaling off (0) or on (1), through\n"
       "                iparam(13) and iparam(11) with the other defaults of the type\n"
+      "  --own-level3  products and triangular solves by the library's own\n"
+      "                level-3 routines instead of the installed BLAS\n"
       "  --dgemm N     first measure the dense product rate (N x N, the same\n"
       "                threads) and print it as a comment line\n"
       "Default matrices: lap3d:30 lap3d:40 lap2d:500 and bcsstk13.mtx from\n"
@@ -311,6 +313,7 @@ int main(int argc, char **argv) {
       }
     }
     else if (arg == "--single") opt.single = true;
+    else if (arg == "--own-level3") vekd::use_own_level3(1);
     else if (arg == "-h" || arg == "--help") { usage(stdout); return 0; }
     else if (!arg.empty() && arg[0] == '-') {
       std::fprintf(stderr, "vek-bench: unknown option %s\n", arg.c_str());

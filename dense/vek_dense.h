@@ -3,8 +3,8 @@
 // One thin interface, by reference in the manner of the published BLAS and
 // LAPACK routines, written once as templates over the value type (double,
 // float, complex double, complex float). It forwards to the installed
-// BLAS/LAPACK for now; the library's own threaded kernels replace the
-// forwarding here, without any change to the numeric code that calls it.
+// BLAS/LAPACK; gemm and trsm can run the library's own threaded,
+// processor-tuned routines instead (use_own_level3).
 #ifndef VEK_DENSE_H
 #define VEK_DENSE_H
 
@@ -70,6 +70,10 @@ void trsv(const char *uplo, const char *trans, const char *diag, const int *n,
 // to its own thread count before a sequential sweep, and to 1 around
 // regions whose threads each call the dense routines.
 void blas_threads(int count);
+
+// 1: gemm and trsm run the library's own routines; 0 (the default): they
+// forward to the installed BLAS like the others. Process-wide.
+void use_own_level3(int flag);
 
 }  // namespace vekd
 

@@ -1,9 +1,13 @@
-// vek_dense_blas.cpp - the dense interface forwarded to the installed BLAS and
-// LAPACK (Fortran calling convention: everything by reference, character
-// arguments followed by their hidden lengths).
+// vek_dense_blas.cpp - the dense interface: the products and triangular
+// solves go to the installed BLAS or, on request, to the library's own
+// level-3 routines (vek_dense_level3.h); the rest to the installed BLAS and
+// LAPACK (Fortran calling convention:
+// everything by reference, character arguments followed by their hidden
+// lengths).
 #include <complex>
 
 #include "dense/vek_dense.h"
+#include "dense/vek_dense_level3.h"
 #include "platform/vek_platform.h"
 
 typedef std::complex<double> zc;
@@ -52,18 +56,34 @@ VEK_SYR(d, double) VEK_SYR(s, float) VEK_SYR(z, zc) VEK_SYR(c, cc)
 
 namespace vekd {
 
+namespace {
+// 1: the products and triangular solves go to the library's own level-3
+// routines; 0 (the default): to the installed BLAS. The solver's factor
+// times with the own routines are not yet as short as with the installed
+// library, so they are chosen only on request.
+int own_level3 = 0;
+}  // namespace
+
+void use_own_level3(int flag) { __atomic_store_n(&own_level3, flag ? 1 : 0, __ATOMIC_RELAXED); }
+
 #define VEK_INSTANCES(P, T)                                                            \
   template <>                                                                          \
   void gemm<T>(const char *ta, const char *tb, const int *m, const int *n,            \
                const int *k, const T *alpha, const T *a, const int *lda, const T *b,  \
                const int *ldb, const T *beta, T *c, const int *ldc) {                 \
-    P##gemm_(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);              \
+    if (__atomic_load_n(&own_level3, __ATOMIC_RELAXED))                                \
+      P##gemm(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);             \
+    else                                                                               \
+      P##gemm_(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);            \
   }                                                                                    \
   template <>                                                                          \
   void trsm<T>(const char *side, const char *uplo, const char *ta, const char *diag,  \
                const int *m, const int *n, const T *alpha, const T *a, const int *lda, \
                T *b, const int *ldb) {                                                 \
-    P##trsm_(side, uplo, ta, diag, m, n, alpha, a, lda, b, ldb, 1, 1, 1, 1);           \
+    if (__atomic_load_n(&own_level3, __ATOMIC_RELAXED))                                \
+      P##trsm(side, uplo, ta, diag, m, n, alpha, a, lda, b, ldb, 1, 1, 1, 1);          \
+    else                                                                               \
+      P##trsm_(side, uplo, ta, diag, m, n, alpha, a, lda, b, ldb, 1, 1, 1, 1);         \
   }                                                                                    \
   template <>                                                                          \
   void potrf<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
@@ -134,6 +154,7 @@ void blas_threads(int count) {
   static setter set = reinterpret_cast<setter>(vek_os_find_symbol("openblas_set_num_threads"));
   static int current = -1;
   if (count < 1) count = 1;
+  dense_thread_limit(count);
   if (set != nullptr && count != current) {
     set(count);
     current = count;

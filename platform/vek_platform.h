@@ -48,6 +48,9 @@ double vek_os_clock_ms();
 int  vek_os_has_cpuid();  // 1 if bit 21 of the flags register can be toggled
 void vek_os_cpuid(unsigned leaf, unsigned subleaf, unsigned regs[4]); // EAX,EBX,ECX,EDX
 std::uint64_t vek_os_rdtsc();
+// Extended control register 0: the register states the system saves on a
+// thread switch. Only when CPUID leaf 1 ECX bit 27 (OSXSAVE) is set.
+std::uint64_t vek_os_xcr0();
 
 // --- Message catalogue (LoadLibraryA, FormatMessageA, GetThreadLocale) ----
 // Opens the catalogue of the given file name; null when there is none.

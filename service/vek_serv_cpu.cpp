@@ -94,13 +94,26 @@ int vek_serv_cpu_type_of(unsigned ecx, unsigned edx) {
   return 0;
 }
 
+int vek_serv_cpu_type_wide(unsigned ecx, unsigned edx, unsigned ebx7,
+                           unsigned long long xcr0) {
+  // The system must save the vector registers: XMM and YMM states, and for
+  // AVX-512 the mask and upper ZMM states too.
+  const bool osxsave = (ecx >> 27) & 1;
+  const bool ymm = osxsave && (xcr0 & 0x6) == 0x6;
+  const bool zmm = ymm && (xcr0 & 0xe0) == 0xe0;
+  const bool avx2_fma = ymm && ((ecx >> 28) & 1) && ((ecx >> 12) & 1) && ((ebx7 >> 5) & 1);
+  if (avx2_fma && zmm && ((ebx7 >> 16) & 1)) return 7;
+  if (avx2_fma) return 6;
+  return vek_serv_cpu_type_of(ecx, edx);
+}
+
 int vek_serv_cpu_type_override(const char *text) {
   if (text == nullptr || text[0] == '\0') return -1;
   // The number is read as atoi reads it (leading blanks and a sign taken,
   // stopping at the first non-digit); out-of-range values are clamped so
-  // that they fall outside 0 to 5.
+  // that they fall outside 0 to 7.
   long v = std::strtol(text, nullptr, 10);
-  if (v < 0 || v > 5) return -1;
+  if (v < 0 || v > 7) return -1;
   if (v == 0 && std::strcmp(text, "0") != 0) return -1;  // "00", "abc"
   return v == 1 ? 0 : static_cast<int>(v);
 }
@@ -120,9 +133,12 @@ int vek_serv_cpu_detect() {
   } else if (!vek_os_has_cpuid()) {
     type = 0;
   } else {
-    unsigned r[4];
+    unsigned r[4], r7[4] = {0, 0, 0, 0};
+    cpuid(0, 0, r);
+    if (r[EAX] >= 7) cpuid(7, 0, r7);
     cpuid(1, 0, r);
-    type = vek_serv_cpu_type_of(r[ECX], r[EDX]);
+    const unsigned long long xcr0 = ((r[ECX] >> 27) & 1) ? vek_os_xcr0() : 0;
+    type = vek_serv_cpu_type_wide(r[ECX], r[EDX], r7[EBX], xcr0);
   }
   // Racing first callers store the same value.
   __atomic_store_n(&cpu_type, type, __ATOMIC_RELAXED);

@@ -66,6 +66,22 @@ TEST(CpuType, FirstFeatureTestThatHoldsGivesTheType) {
   EXPECT_EQ(0, vek_serv_cpu_type_of(~(SSE42 | SSSE3 | SSE3), ~SSE2));
 }
 
+TEST(CpuType, WideVectorTypesNeedTheInstructionsAndTheSavedStates) {
+  const unsigned FMA = 1u << 12, OSXSAVE = 1u << 27, AVX = 1u << 28;
+  const unsigned AVX2 = 1u << 5, AVX512F = 1u << 16;
+  const unsigned base = SSE42 | SSSE3 | SSE3 | FMA | OSXSAVE | AVX;
+  EXPECT_EQ(7, vek_serv_cpu_type_wide(base, SSE2, AVX2 | AVX512F, 0xe7));
+  EXPECT_EQ(6, vek_serv_cpu_type_wide(base, SSE2, AVX2, 0xe7));
+  // Upper ZMM states not saved: no AVX-512.
+  EXPECT_EQ(6, vek_serv_cpu_type_wide(base, SSE2, AVX2 | AVX512F, 0x07));
+  // YMM state not saved, or the system doesn't tell: the SSE types.
+  EXPECT_EQ(5, vek_serv_cpu_type_wide(base, SSE2, AVX2 | AVX512F, 0x03));
+  EXPECT_EQ(5, vek_serv_cpu_type_wide(base & ~OSXSAVE, SSE2, AVX2, 0xe7));
+  // AVX2 without FMA is no type of its own.
+  EXPECT_EQ(5, vek_serv_cpu_type_wide(base & ~FMA, SSE2, AVX2 | AVX512F, 0xe7));
+  EXPECT_EQ(4, vek_serv_cpu_type_wide((base & ~SSE42) & ~AVX, SSE2, AVX2, 0xe7));
+}
+
 TEST(CpuType, OverrideTextIsReadLikeAtoi) {
   EXPECT_EQ(0, vek_serv_cpu_type_override("1"));
   EXPECT_EQ(0, vek_serv_cpu_type_override("0"));
@@ -74,7 +90,9 @@ TEST(CpuType, OverrideTextIsReadLikeAtoi) {
   EXPECT_EQ(2, vek_serv_cpu_type_override(" 2"));
   EXPECT_EQ(-1, vek_serv_cpu_type_override("00"));
   EXPECT_EQ(-1, vek_serv_cpu_type_override("abc"));
-  EXPECT_EQ(-1, vek_serv_cpu_type_override("6"));
+  EXPECT_EQ(6, vek_serv_cpu_type_override("6"));
+  EXPECT_EQ(7, vek_serv_cpu_type_override("7"));
+  EXPECT_EQ(-1, vek_serv_cpu_type_override("8"));
   EXPECT_EQ(-1, vek_serv_cpu_type_override("-1"));
   EXPECT_EQ(-1, vek_serv_cpu_type_override("99999999999999999999"));
   EXPECT_EQ(-1, vek_serv_cpu_type_override(""));

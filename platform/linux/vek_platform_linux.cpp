@@ -148,6 +148,16 @@ void vek_os_cpuid(unsigned leaf, unsigned subleaf, unsigned regs[4]) {
 #endif
 }
 
+std::uint64_t vek_os_xcr0() {
+#ifdef VEK_X86
+  unsigned lo, hi;
+  __asm__ volatile("xgetbv" : "=a"(lo), "=d"(hi) : "c"(0u));
+  return (std::uint64_t(hi) << 32) | lo;
+#else
+  return 0;
+#endif
+}
+
 std::uint64_t vek_os_rdtsc() {
 #ifdef VEK_X86
   return __rdtsc();
