@@ -6,6 +6,8 @@
 //
 //   vek-bench [--mtype T] [--nrhs K] [--reps R] [--single] [--threads T]
 //             [FILE.mtx | lap2d:N | lap3d:N | diag:N] ...
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -27,6 +29,7 @@ struct options {
   int threads = 1;
   bool single = false;
   int match = -1;  // -1: the type's default; 0 or 1: iparam(13) and iparam(11)
+  int ooc = 0;     // iparam(60): 0 in core, 1 by memory, 2 factors in files
   std::vector<std::string> names;
 };
 
@@ -56,6 +59,9 @@ void usage(FILE *f) {
       "  --reps R      repetitions, the best time of each phase counts (default 1)\n"
       "  --single      single precision (iparam(28) = 1)\n"
       "  --threads T   VEK_NUM_THREADS for the run (default 1)\n"
+      "  --ooc M       iparam(60): 0 in core, 1 by memory, 2 factors in files\n"
+      "                (VEK_TELMIRA_OOC_MAX_CORE_SIZE and the other variables of\n"
+      "                the mode apply)\n"
       "  --match M     weighted matching and scaling off (0) or on (1), through\n"
       "                iparam(13) and iparam(11) with the other defaults of the type\n"
       "  --own-level3  products and triangular solves by the library's own\n"
@@ -163,17 +169,19 @@ outcome run(const vekio::sparse &A, int mtype, const options &opt) {
     intptr_t handle[TELMIRA_HANDLE_WORDS] = {0};
     int iparam[TELMIRA_IPARAM_WORDS] = {0};
     iparam[0] = 0;    // iparam(1): defaults filled at the analysis
-    if (opt.match >= 0) {
+    if (opt.match >= 0 || opt.ooc != 0) {
       // The caller's values: the defaults of the type, with the matching
-      // and the scaling as asked.
+      // and the scaling as asked, and the storage mode.
       iparam[0] = 1;
       iparam[1] = 2;
       const bool unsym = mtype == 11 || mtype == 13;
       const bool indef = mtype == -2 || mtype == -4 || mtype == 6;
       iparam[9] = unsym || mtype == 1 || mtype == 3 ? 13 : (indef ? 8 : 0);
       iparam[20] = indef ? 1 : 0;
-      iparam[10] = opt.match;
-      iparam[12] = opt.match;
+      const int match = opt.match >= 0 ? opt.match : (unsym || indef ? 1 : 0);
+      iparam[10] = match;
+      iparam[12] = match;
+      iparam[59] = opt.ooc;
     }
     iparam[17] = -1;  // iparam(18): report the entries of L and U
     iparam[18] = -1;  // iparam(19): report the factorization's work
@@ -312,6 +320,13 @@ int main(int argc, char **argv) {
         return 2;
       }
     }
+    else if (arg == "--ooc") {
+      value(opt.ooc, 0);
+      if (opt.ooc > 2) {
+        std::fprintf(stderr, "vek-bench: --ooc must be 0, 1 or 2\n");
+        return 2;
+      }
+    }
     else if (arg == "--single") opt.single = true;
     else if (arg == "--own-level3") vekd::use_own_level3(1);
     else if (arg == "-h" || arg == "--help") { usage(stdout); return 0; }
@@ -349,5 +364,9 @@ int main(int argc, char **argv) {
     print_line(base_name(name), mtype, opt, A, o);
     if (o.error != 0) ++failures;
   }
+  // The peak resident memory of the whole process, for comparing runs of
+  // one matrix each.
+  struct rusage ru;
+  if (getrusage(RUSAGE_SELF, &ru) == 0) std::printf("# peak_rss_kb %ld\n", ru.ru_maxrss);
   return failures == 0 ? 0 : 1;
 }

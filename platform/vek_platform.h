@@ -23,6 +23,23 @@ unsigned vek_os_getenv(const char *name, char *buf, unsigned size);
 // backslash on Windows, a slash here.
 char vek_os_path_separator();
 
+// --- Files (CreateFileA, ReadFile, WriteFile, SetFilePointerEx, DeleteFileA)
+// Binary files addressed by byte position, for the work files of the
+// out-of-core mode. A handle is null when the file could not be opened.
+typedef void *vek_os_file;
+// write 0: an existing file for reading and writing; write 1: the file made
+// anew, empty, for reading and writing.
+vek_os_file vek_os_file_open(const char *name, int write);
+int vek_os_file_close(vek_os_file f);  // 0 on success
+// Moves bytes between buf and the file at byte position pos. Returns the
+// bytes moved, fewer at the end of the file or when the device is full, and
+// -1 on an error of the device.
+std::int64_t vek_os_file_read(vek_os_file f, std::int64_t pos, void *buf, std::size_t bytes);
+std::int64_t vek_os_file_write(vek_os_file f, std::int64_t pos, const void *buf,
+                               std::size_t bytes);
+std::int64_t vek_os_file_size(vek_os_file f);  // -1 on failure
+int vek_os_file_remove(const char *name);      // 0 on success
+
 // --- Thread-local storage (TlsAlloc, TlsGetValue, TlsSetValue, TlsFree) ---
 typedef std::uintptr_t vek_os_tls_key;
 int   vek_os_tls_alloc(vek_os_tls_key *key);  // 1 on success, 0 on failure

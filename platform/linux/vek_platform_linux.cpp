@@ -2,10 +2,13 @@
 #include <dlfcn.h>
 #include "platform/vek_platform.h"
 
+#include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <sched.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -31,6 +34,61 @@ unsigned vek_os_getenv(const char *name, char *buf, unsigned size) {
 
 // --- Paths -------------------------------------------------------------------
 char vek_os_path_separator() { return '/'; }
+
+// --- Files -------------------------------------------------------------------
+// The handle carries the descriptor plus one, so that descriptor 0 is not null.
+static int fd_of(vek_os_file f) { return static_cast<int>(reinterpret_cast<std::intptr_t>(f)) - 1; }
+
+vek_os_file vek_os_file_open(const char *name, int write) {
+  const int flags = write ? (O_RDWR | O_CREAT | O_TRUNC) : O_RDWR;
+  int fd;
+  do {
+    fd = ::open(name, flags | O_CLOEXEC, 0600);
+  } while (fd < 0 && errno == EINTR);
+  if (fd < 0) return nullptr;
+  return reinterpret_cast<vek_os_file>(static_cast<std::intptr_t>(fd) + 1);
+}
+
+int vek_os_file_close(vek_os_file f) {
+  if (f == nullptr) return -1;
+  return ::close(fd_of(f)) == 0 ? 0 : -1;
+}
+
+std::int64_t vek_os_file_read(vek_os_file f, std::int64_t pos, void *buf, std::size_t bytes) {
+  char *p = static_cast<char *>(buf);
+  std::size_t done = 0;
+  while (done < bytes) {
+    const ssize_t k = ::pread(fd_of(f), p + done, bytes - done, static_cast<off_t>(pos + done));
+    if (k < 0 && errno == EINTR) continue;
+    if (k < 0) return -1;
+    if (k == 0) break;
+    done += static_cast<std::size_t>(k);
+  }
+  return static_cast<std::int64_t>(done);
+}
+
+std::int64_t vek_os_file_write(vek_os_file f, std::int64_t pos, const void *buf,
+                               std::size_t bytes) {
+  const char *p = static_cast<const char *>(buf);
+  std::size_t done = 0;
+  while (done < bytes) {
+    const ssize_t k =
+        ::pwrite(fd_of(f), p + done, bytes - done, static_cast<off_t>(pos + done));
+    if (k < 0 && errno == EINTR) continue;
+    if (k < 0) return done > 0 ? static_cast<std::int64_t>(done) : -1;
+    if (k == 0) break;
+    done += static_cast<std::size_t>(k);
+  }
+  return static_cast<std::int64_t>(done);
+}
+
+std::int64_t vek_os_file_size(vek_os_file f) {
+  struct stat st;
+  if (::fstat(fd_of(f), &st) != 0) return -1;
+  return static_cast<std::int64_t>(st.st_size);
+}
+
+int vek_os_file_remove(const char *name) { return ::unlink(name) == 0 ? 0 : -1; }
 
 // --- Thread-local storage ---------------------------------------------------
 int vek_os_tls_alloc(vek_os_tls_key *key) {

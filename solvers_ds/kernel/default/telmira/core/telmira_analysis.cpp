@@ -12,6 +12,7 @@
 //   layout       the final structure, stage 3 (scatter and parallel lists)
 //   release      the analysis blocks go, the final structure shrinks, the
 //                update lists of the parallel sweeps
+//   files        out of core: the memory plan and the factor files
 //   plan         the numeric plan, committed
 #include "telmira_call.h"
 #include "telmira_slots.h"
@@ -27,6 +28,8 @@
 #include "service/vek_serv_message.h"
 #include "telmira_layout.h"
 #include "telmira_matching.h"
+#include "telmira_ooc_arena.h"
+#include "telmira_ooc_files.h"
 #include "telmira_types.h"
 
 namespace tlm {
@@ -310,9 +313,57 @@ template <class R> struct analysis_steps {
       rec->status = -9;
       return failed(-9);
     }
-    // The files of the out-of-core mode are not part of this version: the
-    // factors stay in memory whichever mode was chosen.
-    OOCL(OL_MODE) = 0;
+    OOCL(OL_MODE) = out_of_core ? 2 : 0;
+    return true;
+  }
+
+  // Out of core: the panel bounds, the memory plan (-9 when the budget
+  // cannot hold its floor), the directories of the factor files and the
+  // size of the panel buffers that replace the factor block.
+  bool files() {
+    COMI(CI_OOC_VALUES) = 0;
+    OOCL(OL_ALGORITHM) = 0;
+    if (OOCL(OL_MODE) != 2) return true;
+    void *fi = reinterpret_cast<void *>(handle[STRUC_FI]);
+    const int *xsup = sub(fi, comx, CX_XSUP), *xlnz = sub(fi, comx, CX_XLNZ),
+              *xlindx = sub(fi, comx, CX_XLINDX);
+    const int nsuper = COMI(CI_NSUPER);
+    telmira_ooc_panel_bounds(ooc_l, nsuper, xsup, xlnz, xlindx);
+    ooc_plan_input in{};
+    in.nparts = COMI(CI_NPARTS);
+    in.parts = sub(fi, comx, CX_PARTS);
+    in.nsuper = nsuper;
+    in.xsup = xsup;
+    in.xlnz = xlnz;
+    in.xlindx = xlindx;
+    in.threads = static_cast<int>(t);
+    in.words = COMI(CI_WORDS);
+    in.int_words = COMX(CX_FI_END);
+    if (telmira_ooc_plan(ooc_l, in) != 0) {
+      CTRL(IP_PEAK_KB) = sums->analysis;
+      rec->status = -9;
+      return failed(-9);
+    }
+    CTRL(IP_OOC_LEVEL) = OOCL(OL_ALGORITHM);
+    OOCL(OL_FILE_LIMIT) = OOC_MAX_FILE_BYTES;
+    const bool upper = COMI(CI_TRIANGLE) != 1;
+    const int elem = static_cast<int>(sizeof(R)) * words_per_value(mt);
+    ooc_file *ooc = static_cast<ooc_file *>(state_of(handle).ooc);
+    const int st_l = telmira_ooc_prepare(ooc + (OOC_LNZ - 1), nsuper,
+                                         static_cast<std::int64_t>(COMI(CI_LNZ_LEN)) * elem, elem,
+                                         mt == 2);
+    const int st_u = upper ? telmira_ooc_prepare(ooc + (OOC_UNZ - 1), nsuper,
+                                                 static_cast<std::int64_t>(COMI(CI_UNZ_LEN)) * elem,
+                                                 elem, 0)
+                           : 0;
+    if (st_l != 0 || st_u != 0) {
+      rec->status = st_l != 0 ? st_l : st_u;
+      return failed(-2);
+    }
+    std::int64_t lvalues = 0;
+    const std::int64_t values = telmira_ooc_block_values(
+        mt == 2, upper, OOCL(OL_PANEL_VALUES), OOCL(OL_ARENA_VALUES), &lvalues);
+    COMI(CI_OOC_VALUES) = static_cast<int>(values);
     return true;
   }
 
@@ -413,7 +464,7 @@ void analysis_phase(std::intptr_t *handle, int *iparam, const call_args &c,
   plan_parts(state_of(handle).comi);
   analysis_steps<R> a(handle, iparam, c, rec, mark);
   if (a.structure() && a.matching() && a.order() && a.symbolic() && a.mode() && a.layout() &&
-      a.release())
+      a.release() && a.files())
     a.plan();
 }
 

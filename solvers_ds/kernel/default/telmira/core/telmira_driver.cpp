@@ -163,14 +163,7 @@ void run_call(std::intptr_t *handle, const int *max_fac_store,
     OOCL(OL_MODE) = CTRL(IP_OOC);
     OOCL(OL_MSGLVL) = *msglvl;
     OOCL(OL_INT_BYTES) = 4;
-    if (OOCL(OL_MODE) != 0)
-      telmira_ooc_read_config("telmira_ooc.cfg", state_of(handle).ooc_path, ooc_l,
-                              *msglvl);
-    if (OOCL(OL_MODE) != 0 && *matrix_type != 2) CTRL(IP_THREADS) = 1;
   } else {
-    state_view s = state_of(handle);
-    int *ooc_l = s.ooc_l;
-    if ((OOCL(OL_MODE) != 0 || CTRL(IP_OOC) != 0) && *matrix_type != 2) CTRL(IP_THREADS) = 1;
     if (*ido == 0) {
       std::intptr_t *entry = fact_entry(handle, *matrix_number);
       if (entry == nullptr) {
@@ -197,6 +190,13 @@ void run_call(std::intptr_t *handle, const int *max_fac_store,
   int *comi = s.comi;
   int *ooc_l = s.ooc_l;
   if (F == 1) {
+    // The mode wanted for this analysis; its settings are read once per
+    // handle, at the first analysis that asks for the mode.
+    OOCL(OL_MODE) = CTRL(IP_OOC);
+    if (OOCL(OL_MODE) != 0 && OOCL(OL_CONFIG_READ) == 0) {
+      telmira_ooc_read_config("telmira_ooc.cfg", s.ooc_path, ooc_l, *msglvl);
+      OOCL(OL_CONFIG_READ) = 1;
+    }
     start_analysis(handle, iparam, *matrix_type, mark);
     rec->sums = storage_sums{};
     rec->sums.counting = 1;

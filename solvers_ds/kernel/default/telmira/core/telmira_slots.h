@@ -76,6 +76,7 @@ constexpr int CI_SET74 = 74;          // 0 from an analysis on
 constexpr int CI_SUM_ANALYSIS = 75;   // memory sums in kilobytes
 constexpr int CI_SUM_PERMANENT = 76;
 constexpr int CI_SUM_NUMERIC = 77;
+constexpr int CI_OOC_VALUES = 80;    // values of an out-of-core factor block, 0 in core
 constexpr int CI_PRECISION = 90;      // 0 double, 1 single
 
 // --- iparam: the caller's control array --------------------------------------
@@ -134,7 +135,18 @@ constexpr int OL_WRITE_PCT = 13;       // time shares of the report, per cent
 constexpr int OL_READ_PCT = 14;
 constexpr int OL_READ_SOLVE_PCT = 15;
 constexpr int OL_IO_PCT = 16;
+constexpr int OL_ARENA_VALUES = 23;    // capacity of the value arena, entries
+constexpr int OL_ARENA_INDEX = 24;     // capacity of the index arena, entries
+constexpr int OL_TREE_LEVELS = 25;     // levels of the partition tree
+constexpr int OL_NODE_VALUES = 26;     // largest tree node, value entries
+constexpr int OL_NODE_INDEX = 27;      // largest tree node, index entries
+constexpr int OL_BRANCH_VALUES = 28;   // largest leaf-to-root branch, value entries
+constexpr int OL_BRANCH_INDEX = 29;    // largest leaf-to-root branch, index entries
+constexpr int OL_PHASE = 35;           // phase code of the call
+constexpr int OL_REFINE = 36;          // iparam(8) of the call
+constexpr int OL_FILE_LIMIT = 37;      // bytes of one physical file at most
 constexpr int OL_RECORDS = 38;         // address word of the file records
+constexpr int OL_CONFIG_READ = 40;     // 1 once the settings have been read
 constexpr int OL_VALUE_BYTES = 42;     // bytes per value
 constexpr int OL_COUNTER43 = 43;       // counters cleared with the byte counts
 constexpr int OL_COUNTER44 = 44;

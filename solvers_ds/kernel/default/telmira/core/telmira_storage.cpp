@@ -6,6 +6,7 @@
 #include "telmira_slots.h"
 
 #include "service/vek_serv_memory.h"
+#include "telmira_ooc_files.h"
 #include "telmira_types.h"
 
 #include <climits>
@@ -117,6 +118,7 @@ int create_ooc(std::intptr_t *handle, int value_bytes, int *status,
                      static_cast<std::int64_t>(OOC_FILES) * OOC_RECORD_BYTES,
                      ST_OOC_FILES, status, sums))
     return 0;
+  tlm::telmira_ooc_attach(static_cast<int *>(blocks[1]), blocks);
   return 1;
 }
 
@@ -143,9 +145,14 @@ void storage_release(std::intptr_t *handle, int mark, int everything) {
   state_view s = state_of(handle);
   int *comi = s.comi;
   int *comx = s.comx;
-  // The logical files of the out-of-core mode (kept when OOCL(OL_KEEP_FILES) is set) are
-  // deleted by the out-of-core layer, which this release hands them to once
-  // the mode exists; until then no file is ever made.
+  // The files of the out-of-core mode go first: removed unless the keep
+  // flag (0) asks to keep them, and their directories forgotten.
+  if (s.ooc != nullptr && s.ooc_l != nullptr) {
+    const int *ooc_l = s.ooc_l;
+    ooc_file *ooc = static_cast<ooc_file *>(s.ooc);
+    telmira_ooc_finish(s.ooc_path, ooc, OOCL(OL_KEEP_FILES) != 0);
+    for (int k = 0; k < OOC_FILE_COUNT; ++k) telmira_ooc_forget(ooc + k);
+  }
   if (s.fact_adr != nullptr && comi != nullptr) {
     for (int k = 1; k <= COMI(CI_MAX_FAC_STORE); ++k) {
       std::intptr_t *e = s.fact_adr + (k - 1) * LENG_FACT_ADR;
@@ -179,7 +186,9 @@ void fact_plan(int *phase, const int *nb, std::intptr_t *handle,
   int *comx = s.comx;
   const std::intptr_t m = *mark;
   const std::int64_t w = words_per_value(COMI(CI_MTYPE));
-  const std::int64_t f = static_cast<std::int64_t>(COMI(CI_LNZ_LEN)) + COMI(CI_UNZ_LEN);
+  const std::int64_t f = COMI(CI_OOC_VALUES) > 0
+                             ? static_cast<std::int64_t>(COMI(CI_OOC_VALUES))
+                             : static_cast<std::int64_t>(COMI(CI_LNZ_LEN)) + COMI(CI_UNZ_LEN);
   std::int64_t r = COMI(CI_TMPSIZE);
   if (static_cast<std::int64_t>(COMI(CI_LONGEST_COL)) * *nb > r)
     r = static_cast<std::int64_t>(COMI(CI_LONGEST_COL)) * *nb;

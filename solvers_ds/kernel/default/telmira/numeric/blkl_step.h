@@ -37,9 +37,14 @@ template <class T> struct chol_step {
 
   // Mirrored entries of a Hermitian matrix arrive conjugated.
   void scatter(const sweep_target &t, int thread) const {
+    scatter_at(t, thread, sh.xlnz, nullptr, nullptr);
+  }
+  // The same with the positions of xlnz moved by shift (scatter.h).
+  void scatter_at(const sweep_target &t, int thread, const int *xlnz, const int *,
+                  const long *shift) const {
     const int J = t.J, conjugate = kind::conjugates;
-    telmira_scatter_sym<T>(&J, a, sh.xsup, sh.xlindx, sh.lindx, sh.xlnz, lnz, xjalf, jalf,
-                           luperm, &conjugate, sh.indmap + (thread - 1L) * sh.n);
+    telmira_scatter_sym<T>(&J, a, sh.xsup, sh.xlindx, sh.lindx, xlnz, lnz, xjalf, jalf,
+                           luperm, &conjugate, sh.indmap + (thread - 1L) * sh.n, shift);
   }
 
   void update(const sweep_target &t, const sweep_source &s, int thread, int *ndone,

@@ -77,20 +77,28 @@ template <class T> struct lu_step {
   const R *eps, *s;  // s: scaled while scattered, else null
 
   void scatter(const sweep_target &t, int thread) const {
+    scatter_at(t, thread, sh.xlnz, xunz, nullptr);
+  }
+  // The same with the positions of xlnz and xunz moved by shift
+  // (scatter.h).
+  void scatter_at(const sweep_target &t, int thread, const int *xl, const int *xu,
+                  const long *shift) const {
     const int J = t.J;
     int *map = sh.indmap + (thread - 1L) * sh.n;
     if (s != nullptr)
-      telmira_scatter_lu_scaled<T>(&J, &sh.n, a, ja, s, sh.xsup, sh.xlindx, sh.lindx, sh.xlnz,
-                                   lnz, xunz, unz, xjalf, jalf, xjauf, jauf, luperm,
-                                   luperm_row, map);
+      telmira_scatter_lu_scaled<T>(&J, &sh.n, a, ja, s, sh.xsup, sh.xlindx, sh.lindx, xl, lnz,
+                                   xu, unz, xjalf, jalf, xjauf, jauf, luperm, luperm_row, map,
+                                   shift);
     else
-      telmira_scatter_lu<T>(&J, &sh.n, a, sh.xsup, sh.xlindx, sh.lindx, sh.xlnz, lnz, xunz,
-                            unz, xjalf, jalf, xjauf, jauf, luperm, map);
+      telmira_scatter_lu<T>(&J, &sh.n, a, sh.xsup, sh.xlindx, sh.lindx, xl, lnz, xu, unz,
+                            xjalf, jalf, xjauf, jauf, luperm, map, shift);
   }
 
   void update(const sweep_target &t, const sweep_source &s, int thread, int *ndone,
               int *error) const {
-    const int kunz = std::abs(xunz[s.kfst]) - s.rem;
+    // K's U block has klda - kncols rows a column; its remaining rows end
+    // the first column.
+    const int kunz = std::abs(xunz[s.kfst - 1]) + (s.klda - s.kncols) - s.rem;
     const lu_operand<T> op{unz + (kunz - 1), s.klda - s.kncols, s.kncols, unz, xunz};
     sweep_update<T, kind>(t, s, sh, sweep_space_of(sh, temp, thread), lnz, op, ndone, error);
   }

@@ -13,6 +13,7 @@
 #include "blkldl.h"
 #include "blklu.h"
 #include "kernels_omp.h"
+#include "telmira_factorize_ooc.h"
 #include "dense/vek_dense.h"
 #include "service/vek_serv_clock.h"
 #include "service/vek_serv_message.h"
@@ -361,6 +362,13 @@ void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
   // A sequential sweep gives the dense routines below it the threads of
   // the call; the parallel sweeps set one thread for them.
   vekd::blas_threads(COMI(CI_THREADS));
+  if (ooc_l != nullptr && OOCL(OL_MODE) == 2) {
+    // Factors in files: the kernels check their pivots panel by panel.
+    telmira_factorize_ooc<R>(a, ia, ja, fi, comx, factors, work, scaling, comi, ooc_l);
+    telmira_clock(&t1);
+    if (COMI(CI_STATUS) == 0) comr[5] = t1 - t0;
+    return;
+  }
   if (COMI(CI_TRIANGLE) == 1)
     telmira_factor_sym<R>(a, ia, ja, fi, comx, factors, work, up_uplen, scaling, comi,
                           ooc_l);

@@ -12,12 +12,15 @@
 namespace tlm {
 
 // The pivot records of a factorization stand in its own factor block,
-// behind the values of L and U: pivot (n entries), then cpivot (n entries).
+// behind the values of L and U (out of core: behind the panel buffers of
+// comi(80) values): pivot (n entries), then cpivot (n entries).
 // So each matrix_number of a handle keeps the exchanges of its own
 // factorization. value_bytes: bytes of one value (8 or 16 in double).
 constexpr int PIVOT_RECORD_WORDS = 2;  // ints per equation
 inline int *factor_pivots(const void *factors, const int *comi, std::size_t value_bytes) {
-  const std::size_t values = static_cast<std::size_t>(COMI(CI_LNZ_LEN)) + COMI(CI_UNZ_LEN);
+  const std::size_t values =
+      COMI(CI_OOC_VALUES) > 0 ? static_cast<std::size_t>(COMI(CI_OOC_VALUES))
+                              : static_cast<std::size_t>(COMI(CI_LNZ_LEN)) + COMI(CI_UNZ_LEN);
   return reinterpret_cast<int *>(const_cast<char *>(static_cast<const char *>(factors)) +
                                  values * value_bytes);
 }

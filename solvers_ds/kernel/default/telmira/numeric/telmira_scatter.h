@@ -12,7 +12,10 @@
 //                supernode column.
 // hermitian = 1 stores the conjugate where jalf(k) is negative. The U lists
 // take their sources at offset lcount = xjalf(n+1)-1 of luperm and
-// luperm_row. All arrays one-based in content.
+// luperm_row. All arrays one-based in content. The positions are those of
+// the whole factor; shift, when given, moves the block: its entry at
+// position p of lnz stands at lnz(p + shift(0)), of unz at unz(p +
+// shift(1)) (a block held apart from the rest of the factor).
 #ifndef TELMIRA_SCATTER_H
 #define TELMIRA_SCATTER_H
 
@@ -26,28 +29,29 @@ void telmira_scatter_lu(const int *j, const int *n, const T *a, const int *xsup,
                         const int *xlindx, const int *lindx, const int *xlnz, T *lnz,
                         const int *xunz, T *unz, const int *xjalf, const int *jalf,
                         const int *xjauf, const int *jauf, const int *luperm,
-                        int *indmap);
+                        int *indmap, const long *shift = nullptr);
 template <class T>
 void telmira_scatter_lu_scaled(const int *j, const int *n, const T *a, const int *ja,
                                const real_of<T> *s, const int *xsup, const int *xlindx,
                                const int *lindx, const int *xlnz, T *lnz, const int *xunz,
                                T *unz, const int *xjalf, const int *jalf, const int *xjauf,
                                const int *jauf, const int *luperm, const int *luperm_row,
-                               int *indmap);
+                               int *indmap, const long *shift = nullptr);
 
 // Symmetric storage (types 2, -2, 4, -4, 6): lnz of supernode j.
 template <class T>
 void telmira_scatter_sym(const int *j, const T *a, const int *xsup, const int *xlindx,
                          const int *lindx, const int *xlnz, T *lnz, const int *xjalf,
                          const int *jalf, const int *luperm, const int *hermitian,
-                         int *indmap);
+                         int *indmap, const long *shift = nullptr);
 template <class T>
 void telmira_scatter_sym_scaled(const int *j, const T *a, const int *ja,
                                 const real_of<T> *s, const int *perm, const int *xsup,
                                 const int *xlindx, const int *lindx, const int *xlnz,
                                 T *lnz, const int *xjalf, const int *jalf,
                                 const int *luperm, const int *luperm_row,
-                                const int *hermitian, int *indmap);
+                                const int *hermitian, int *indmap,
+                                const long *shift = nullptr);
 
 }  // namespace tlm
 

@@ -12,7 +12,11 @@
 #include "blkslv.h"
 #include "blkslvs.h"
 #include "dense/vek_dense.h"
+#include "service/vek_serv_clock.h"
+#include "service/vek_serv_memory.h"
 #include "telmira_layout.h"
+#include "telmira_ooc_arena.h"
+#include "telmira_ooc_files.h"
 #include "telmira_storage.h"
 #include "telmira_types.h"
 
@@ -163,9 +167,122 @@ int sweep(int mtype, const int *nrhs, const sweep_arrays &q, const T *lnz, const
   return 1;
 }
 
+// The sweeps with factors in files. The factor block serves as a window:
+// a run of consecutive supernodes whose panels fit it is read at once, and
+// the kernel of the type runs on that run alone, through copies of xlnz and
+// xunz moved to the window. Forward runs go up the supernodes, backward
+// runs down; the L D L^T types take a diagonal pass between. Returns -1
+// when the type has no solve, else 0; file failures set ooc_l(11).
+template <class T>
+int sweep_ooc(int mtype, const int *nrhs, const sweep_arrays &q, T *lwin, int diagp, T *x,
+              T *w, const int *comi, int *ooc_l) {
+  const ooc_blocks ob = telmira_ooc_blocks(ooc_l);
+  ooc_file *ooc = ob.ooc;
+  const bool upper = q.xunz != nullptr;
+  const bool ldl = mtype == -2 || mtype == -4 || mtype == 6;
+  const int panel = OOCL(OL_PANEL_VALUES);
+  std::int64_t lcap = 0;
+  const std::int64_t all =
+      telmira_ooc_block_values(mtype == 2, upper, panel, OOCL(OL_ARENA_VALUES), &lcap);
+  const std::int64_t ucap = all - lcap;
+  T *uwin = lwin + lcap;
+  const int n = q.n, ns = q.nsuper;
+  int e = 0;
+  telmira_ooc_open(ob.path, OOC_LNZ, "r", ooc, &e);
+  if (upper) telmira_ooc_open(ob.path, OOC_UNZ, "r", ooc, &e);
+  if (e != 0) {
+    telmira_ooc_report(&e, 0, "solution step: open lindx");
+    int ignored = 0;
+    telmira_ooc_close(OOC_LNZ, ooc, &ignored);
+    ignored = 0;
+    if (upper) telmira_ooc_close(OOC_UNZ, ooc, &ignored);
+    OOCL(OL_STATUS) = -10;
+    return 0;
+  }
+  const std::size_t xbytes = sizeof(int) * (static_cast<std::size_t>(n) + 1);
+  int *xl = static_cast<int *>(vek_serv_malloc(xbytes, 128));
+  int *xu = upper ? static_cast<int *>(vek_serv_malloc(xbytes, 128)) : nullptr;
+  int result = 0;
+  std::int64_t bytes = 0;
+  double t_read = 0.0;
+  // The panels of J1..J2 lie end to start in the stores; a single panel
+  // always fits.
+  auto span = [&](const int *xs, int J1, int J2) -> std::int64_t {
+    return std::abs(xs[q.xsup[J2] - 1]) - std::abs(xs[q.xsup[J1 - 1] - 1]);
+  };
+  auto fits = [&](int J1, int J2) {
+    return span(q.xlnz, J1, J2) <= lcap && (!upper || span(q.xunz, J1, J2) <= ucap);
+  };
+  // One run J1..J2: read, move the pointers, solve with sub-step sub.
+  auto run = [&](int J1, int J2, int sub) {
+    double t0 = 0.0, t1 = 0.0;
+    telmira_clock(&t0);
+    bytes += telmira_ooc_read_records(ooc, OOC_LNZ, J1, J2, q.xsup, q.xlnz, lwin, 0, &e);
+    if (upper)
+      bytes += telmira_ooc_read_records(ooc, OOC_UNZ, J1, J2, q.xsup, q.xunz, uwin, 0, &e);
+    telmira_clock(&t1);
+    t_read += t1 - t0;
+    if (e != 0) return false;
+    const int f = q.xsup[J1 - 1], l = q.xsup[J2];
+    const int ls = 1 - std::abs(q.xlnz[f - 1]);
+    for (int c = f; c <= l; ++c) xl[c - 1] = q.xlnz[c - 1] < 0 ? q.xlnz[c - 1] - ls : q.xlnz[c - 1] + ls;
+    if (upper) {
+      const int us = 1 - std::abs(q.xunz[f - 1]);
+      for (int c = f; c <= l; ++c)
+        xu[c - 1] = q.xunz[c - 1] < 0 ? q.xunz[c - 1] - us : q.xunz[c - 1] + us;
+    }
+    sweep_arrays r = q;
+    r.nsuper = J2 - J1 + 1;
+    r.xsup = q.xsup + (J1 - 1);
+    r.xlindx = q.xlindx + (J1 - 1);
+    r.xlnz = xl;
+    r.xunz = xu;
+    r.substep = sub;
+    if (!sweep<T>(mtype, nrhs, r, lwin, uwin, diagp, x, w)) result = -1;
+    return result == 0;
+  };
+  // The passes: 1 forward (up), 2 diagonal, 3 backward (down).
+  const int s = q.substep;
+  const bool pass[4] = {false, s == 0 || s == 1, ldl && (s == 0 || s == 2), s == 0 || s == 3};
+  if (xl == nullptr || (upper && xu == nullptr)) {
+    result = -2;
+  } else {
+    for (int p = 1; p <= 3 && result == 0 && e == 0; ++p) {
+      if (!pass[p]) continue;
+      if (p < 3) {
+        for (int J1 = 1; J1 <= ns;) {
+          int J2 = J1;
+          while (J2 < ns && fits(J1, J2 + 1)) ++J2;
+          if (!run(J1, J2, p)) break;
+          J1 = J2 + 1;
+        }
+      } else {
+        for (int J2 = ns; J2 >= 1;) {
+          int J1 = J2;
+          while (J1 > 1 && fits(J1 - 1, J2)) --J1;
+          if (!run(J1, J2, p)) break;
+          J2 = J1 - 1;
+        }
+      }
+    }
+  }
+  if (xl != nullptr) vek_serv_free_list(reinterpret_cast<void **>(&xl), static_cast<void **>(nullptr));
+  if (xu != nullptr) vek_serv_free_list(reinterpret_cast<void **>(&xu), static_cast<void **>(nullptr));
+  telmira_ooc_count(ooc_l, ob.ooc_r, COMI(CI_PRECISION), OL_BYTES_READ_SOLVE, bytes, 3, t_read);
+  if (e != 0) {
+    telmira_ooc_report(&e, 0, "blkslv_ooc read for forward step");
+    OOCL(OL_STATUS) = -11;
+  }
+  int close_error = 0;
+  telmira_ooc_close(OOC_LNZ, ooc, &close_error);
+  if (upper) telmira_ooc_close(OOC_UNZ, ooc, &close_error);
+  telmira_ooc_report(&close_error, 1, "solution completed");
+  return result == -1 ? -1 : 0;
+}
+
 template <class T>
 void solve_values(const int *nrhs, T *x, T *b, void *fi, const int *comx, const T *lnz,
-                  T *w, const void *s, const int *m, int *comi) {
+                  T *w, const void *s, const int *m, int *comi, int *ooc_l) {
   sweep_arrays q{};
   q.n = COMI(CI_N);
   q.nsuper = COMI(CI_NSUPER);
@@ -189,7 +306,15 @@ void solve_values(const int *nrhs, T *x, T *b, void *fi, const int *comx, const 
   // Threads across the right-hand sides; each calls the dense routines on
   // one thread.
   if (*nrhs > 1 && q.nthreads > 1) vekd::blas_threads(1);
-  if (*nrhs > 0 && !sweep<T>(mtype, nrhs, q, lnz, unz, diagp, x, w)) {
+  const bool in_files = ooc_l != nullptr && OOCL(OL_MODE) == 2;
+  if (in_files && *nrhs > 0) {
+    // The factor block holds no factors then, only the window.
+    if (sweep_ooc<T>(mtype, nrhs, q, const_cast<T *>(lnz), diagp, x, w, comi, ooc_l) != 0) {
+      COMI(CI_STATUS) = -1;
+      return;
+    }
+    if (OOCL(OL_STATUS) != 0) return;
+  } else if (*nrhs > 0 && !sweep<T>(mtype, nrhs, q, lnz, unz, diagp, x, w)) {
     // The solves of the other types come with their factorizations.
     COMI(CI_STATUS) = -1;
     return;
@@ -202,15 +327,15 @@ void solve_values(const int *nrhs, T *x, T *b, void *fi, const int *comx, const 
 template <class R>
 void telmira_solve(const int *nrhs, void *x, void *b, void *fi, const int *comx,
                    const void *factors, void *work, const void *s, const int *m, int *comi,
-                   int *) {
+                   int *ooc_l) {
   COMI(CI_STATUS) = 0;
   if (COMI(CI_WORDS) == 1) {
     solve_values<R>(nrhs, static_cast<R *>(x), static_cast<R *>(b), fi, comx,
-                    static_cast<const R *>(factors), static_cast<R *>(work), s, m, comi);
+                    static_cast<const R *>(factors), static_cast<R *>(work), s, m, comi, ooc_l);
   } else {
     typedef std::complex<R> C;
     solve_values<C>(nrhs, static_cast<C *>(x), static_cast<C *>(b), fi, comx,
-                    static_cast<const C *>(factors), static_cast<C *>(work), s, m, comi);
+                    static_cast<const C *>(factors), static_cast<C *>(work), s, m, comi, ooc_l);
   }
 }
 

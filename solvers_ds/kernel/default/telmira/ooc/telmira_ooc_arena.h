@@ -1,0 +1,83 @@
+// telmira_ooc_arena.h - the memory plan of the out-of-core mode and the
+// arena that holds factor panels in memory while the factorization runs.
+//
+// The plan decides, once per analysis, how many value and index entries the
+// arenas may hold (ooc_l(23), ooc_l(24)) and by which algorithm (ooc_l(47)):
+//   0  the whole of L fits the budget;
+//   3  the largest leaf-to-root branch of the partition tree fits;
+//   2  only a share of the panels fits.
+// It refuses a budget that cannot hold one panel per thread and one more
+// with -9.
+//
+// An arena holds whole panels, or their last rows, at one-based element
+// positions of its block, in address order in mapm. Its free space is the
+// tail behind the last panel and one hole between panels. A panel goes into
+// the tail while it fits, else to the top end of the hole; eviction widens
+// the hole upward through the arena in address order; compaction shrinks
+// every panel to the rows still needed and closes all gaps.
+#ifndef TELMIRA_OOC_ARENA_H
+#define TELMIRA_OOC_ARENA_H
+
+#include <cstdint>
+
+#include "telmira_ooc_files.h"
+
+namespace tlm {
+
+// What the plan reads.
+struct ooc_plan_input {
+  int nparts;              // parts of the partition
+  const int *parts;        // nparts pairs of supernode ranges, the leaves
+  int nsuper;
+  const int *xsup, *xlnz, *xlindx;
+  int threads;             // T
+  int words;               // w, words per value
+  std::int64_t int_words;  // N, the integers that stay in memory
+};
+
+// Sets ooc_l(5), ooc_l(6), ooc_l(7): the largest panel (value entries), row
+// list and width over the supernodes.
+void telmira_ooc_panel_bounds(int *ooc_l, int nsuper, const int *xsup, const int *xlnz,
+                              const int *xlindx);
+
+// The plan, in kilobytes: sets ooc_l(23) to ooc_l(29) and ooc_l(47), or
+// ooc_l(11) = -9 and returns -9 when the budget ooc_l(2) megabytes cannot
+// hold the floor.
+int telmira_ooc_plan(int *ooc_l, const ooc_plan_input &in);
+
+// Empties the arena of a logical file and gives it capacity entries.
+void telmira_ooc_arena_reset(ooc_file *f, int capacity);
+
+// need < 0: 0 when -need entries fit the tail or the hole, else 1.
+// need = 0: compaction; rows_kept(rec) (one-based by record) the rows of
+//           each panel still needed, 0 drops it; columns(rec) from
+//           pointers (xsup), or 1 each when pointers is null.
+// need > 0: evicts panels until a hole of need entries exists.
+// Returns 0, or the code set in the error cell.
+int telmira_ooc_make_room(ooc_file *f, const int *rows_kept, const int *pointers,
+                          void *arena, int need, int *error);
+
+// Reserves rows x columns entries for record; the position (one-based) goes
+// to *position.
+int telmira_ooc_place_panel(ooc_file *f, int record, int *position, int rows, int columns,
+                            int *error);
+
+// The absolute position of record's panel, 0 when it is not resident; then
+// *position is that of its last rows_wanted rows and *rows its kept rows.
+int telmira_ooc_find_panel(const ooc_file *f, int record, int rows_wanted, int *position,
+                           int *rows, int *error);
+
+// The value buffers of an out-of-core factorization, in values. With an
+// arena (type 2): the arena of capacity values and one source panel behind
+// it. Without: a target and a source panel of panel values each, for L and,
+// with upper, for U. *l_values: the L part; the U part follows it.
+inline std::int64_t telmira_ooc_block_values(bool arena, bool upper, int panel, int capacity,
+                                             std::int64_t *l_values) {
+  const std::int64_t p = panel > 0 ? panel : 1;
+  *l_values = arena ? static_cast<std::int64_t>(capacity) + p : 2 * p;
+  return *l_values + (upper ? 2 * p : 0);
+}
+
+}  // namespace tlm
+
+#endif

@@ -1,0 +1,311 @@
+// Factors in files: every matrix type solved with its factors in files
+// against the same solve in memory, eviction under a small memory limit,
+// the files kept or removed, failures of the files, the choice of mode 1,
+// and the record I/O and arena underneath.
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "service/vek_serv_threads.h"
+#include "telmira_ooc_arena.h"
+#include "telmira_ooc_files.h"
+#include "telmira_slots.h"
+#include "test_system.h"
+#include "vekio.h"
+
+namespace {
+
+using vektest::system;
+
+// Sets the variables of the mode for one test and restores them behind it;
+// the files go to a fresh temporary directory.
+class Ooc : public testing::Test {
+ protected:
+  void SetUp() override {
+    for (int i = 0; i < 3; ++i) {
+      const char *v = getenv(names_[i]);
+      had_[i] = v != nullptr;
+      saved_[i] = v ? v : "";
+    }
+    char tmpl[] = "/tmp/vek_ooc_XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    dir_ = tmpl;
+    base_ = dir_ + "/fac";
+    set_env(base_, 2, 1);
+  }
+  void TearDown() override {
+    for (int i = 0; i < 3; ++i) {
+      if (had_[i])
+        setenv(names_[i], saved_[i].c_str(), 1);
+      else
+        unsetenv(names_[i]);
+    }
+    std::string cmd = "rm -rf '" + dir_ + "'";
+    if (std::system(cmd.c_str()) != 0) ADD_FAILURE() << "could not clean " << dir_;
+  }
+  void set_env(const std::string &path, int core_mb, int keep) {
+    setenv("VEK_TELMIRA_OOC_PATH", path.c_str(), 1);
+    setenv("VEK_TELMIRA_OOC_MAX_CORE_SIZE", std::to_string(core_mb).c_str(), 1);
+    setenv("VEK_TELMIRA_OOC_KEEP_FILE", std::to_string(keep).c_str(), 1);
+  }
+  bool exists(const std::string &name) const {
+    struct stat st;
+    return stat(name.c_str(), &st) == 0;
+  }
+  std::string dir_, base_;
+
+ private:
+  const char *names_[3] = {"VEK_TELMIRA_OOC_PATH", "VEK_TELMIRA_OOC_MAX_CORE_SIZE",
+                           "VEK_TELMIRA_OOC_KEEP_FILE"};
+  bool had_[3] = {false, false, false};
+  std::string saved_[3];
+};
+
+// The control array with the defaults of the type, and the mode.
+void controls(system &s, int mode) {
+  const int mtype = s.mtype;
+  const bool matched = mtype == 11 || mtype == 13 || mtype == -2 || mtype == -4 || mtype == 6;
+  s.iparam[0] = 1;
+  s.iparam[1] = 2;
+  s.iparam[9] = mtype == 2 || mtype == 4 ? 0 : (mtype == 1 || mtype == 3 || mtype > 10 ? 13 : 8);
+  s.iparam[10] = matched ? 1 : 0;
+  s.iparam[12] = matched ? 1 : 0;
+  s.iparam[20] = mtype == -2 || mtype == -4 || mtype == 6 ? 1 : 0;
+  s.iparam[59] = mode;
+}
+
+struct typed_matrix {
+  std::string name;
+  vekio::sparse m;
+  int mtype;
+};
+
+std::vector<typed_matrix> every_type() {
+  const vekio::sparse cd = vekio::convdiff3d(10, 1.0, 0.6, 0.3);
+  const vekio::sparse cdz = vektest::complexify(cd, 0.3, {0.0, 0.2});
+  return {
+      {"lap3d (2)", vekio::lap3d(17), 2},
+      {"indef3d (-2)", vekio::shifted_laplacian3d(10, vekio::shift_near_one(10), 0.0), -2},
+      {"herm3d (-4)", vekio::shifted_laplacian3d(9, vekio::shift_near_one(9), 0.3), -4},
+      {"helm3d (6)", vekio::shifted_laplacian3d(9, {vekio::shift_near_one(9), -0.1}, 0.0), 6},
+      {"lap3d Hermitian (4)", vektest::complexify(vekio::lap3d(9), 0.2, {0.5, 0.0}), 4},
+      {"cd3d (1)", cd, 1},
+      {"cd3d complex (3)", cdz, 3},
+      {"cd3d (11)", cd, 11},
+      {"cd3d complex (13)", cdz, 13},
+  };
+}
+
+double max_difference(const std::vector<double> &a, const std::vector<double> &b) {
+  double d = 0.0, m = 0.0;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    d = std::max(d, std::fabs(a[i] - b[i]));
+    m = std::max(m, std::fabs(b[i]));
+  }
+  return m > 0.0 ? d / m : d;
+}
+
+TEST_F(Ooc, EveryTypeSolvesInFilesAsInMemory) {
+  for (const typed_matrix &c : every_type()) {
+    SCOPED_TRACE(c.name);
+    system core(c.m, c.mtype, 2);
+    controls(core, 0);
+    ASSERT_EQ(core.call(13), 0);
+    // A limit of 2 MB cannot hold the factors: panels leave the arena and
+    // are read back from the files.
+    system files(c.m, c.mtype, 2);
+    controls(files, 2);
+    ASSERT_EQ(files.call(13), 0) << files.iparam[29];
+    EXPECT_LT(files.residual(files.x), 1e-10);
+    EXPECT_LT(max_difference(files.x, core.x), 1e-8);
+    EXPECT_EQ(files.iparam[13], core.iparam[13]);  // perturbed pivots
+    EXPECT_EQ(files.iparam[21], core.iparam[21]);  // inertia of type -2
+    EXPECT_EQ(files.iparam[22], core.iparam[22]);
+    const int *ooc_l = tlm::state_of(files.handle).ooc_l;
+    EXPECT_EQ(OOCL(OL_MODE), 2);
+    EXPECT_GT(OOCL(OL_BYTES_WRITTEN), 0);
+    EXPECT_GT(OOCL(OL_BYTES_READ_SOLVE), 0);
+    // Without an arena every update reads its source from the file; with
+    // one, the small limit forces panels out and back.
+    EXPECT_GT(OOCL(OL_BYTES_READ), 0);
+    EXPECT_EQ(files.iparam[56], OOCL(OL_ALGORITHM));
+    EXPECT_TRUE(exists(base_ + ".lnz"));
+    EXPECT_EQ(exists(base_ + ".unz"), c.mtype == 1 || c.mtype == 3 || c.mtype > 10);
+    files.release();
+    EXPECT_FALSE(exists(base_ + ".lnz"));
+    EXPECT_FALSE(exists(base_ + ".unz"));
+  }
+}
+
+TEST_F(Ooc, FilesStayWhenAskedAndGoOtherwise) {
+  set_env(base_, 2, 0);
+  {
+    system s(vekio::convdiff3d(8, 1.0, 0.6, 0.3), 11, 1);
+    controls(s, 2);
+    ASSERT_EQ(s.call(13), 0);
+    // A second solve reads the same files.
+    std::vector<double> first = s.x;
+    ASSERT_EQ(s.call(33), 0);
+    EXPECT_LT(max_difference(s.x, first), 1e-12);
+  }
+  EXPECT_TRUE(exists(base_ + ".lnz"));
+  EXPECT_TRUE(exists(base_ + ".unz"));
+}
+
+TEST_F(Ooc, AnUnwritableDirectoryGivesMinus10AndLeavesTheCallerUntouched) {
+  set_env(dir_ + "/no/such/dir/fac", 2, 1);
+  system s(vekio::lap3d(8), 2, 1);
+  controls(s, 2);
+  const std::vector<double> b = s.b;
+  EXPECT_EQ(s.call(13), -10);
+  EXPECT_EQ(s.b, b);
+  s.release();  // ido -1 after the failure
+  EXPECT_EQ(s.handle[0], 0);
+}
+
+TEST_F(Ooc, AFailedWriteGivesMinus11AndNoFileStays) {
+  // Writes beyond a small file size limit fail: the device seems full.
+  struct rlimit old;
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+  struct sigaction ignore {}, saved {};
+  ignore.sa_handler = SIG_IGN;
+  sigaction(SIGXFSZ, &ignore, &saved);
+  system s(vekio::lap3d(12), 2, 1);
+  controls(s, 2);
+  struct rlimit small = old;
+  small.rlim_cur = 64 * 1024;
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  const int error = s.call(13);
+  setrlimit(RLIMIT_FSIZE, &old);
+  sigaction(SIGXFSZ, &saved, nullptr);
+  EXPECT_EQ(error, -11);
+  s.release();
+  EXPECT_FALSE(exists(base_ + ".lnz"));
+}
+
+TEST_F(Ooc, ModeOneChoosesByTheLimit) {
+  const vekio::sparse m = vekio::lap3d(14);
+  {
+    set_env(base_, 2000, 1);
+    system s(m, 2, 1);
+    controls(s, 1);
+    ASSERT_EQ(s.call(13), 0);
+    const int *ooc_l = tlm::state_of(s.handle).ooc_l;
+    EXPECT_EQ(OOCL(OL_MODE), 0);
+    EXPECT_FALSE(exists(base_ + ".lnz"));
+  }
+  {
+    set_env(base_, 2, 1);
+    system s(m, 2, 1);
+    controls(s, 1);
+    ASSERT_EQ(s.call(13), 0);
+    const int *ooc_l = tlm::state_of(s.handle).ooc_l;
+    EXPECT_EQ(OOCL(OL_MODE), 2);
+    EXPECT_TRUE(exists(base_ + ".lnz"));
+    EXPECT_LT(s.residual(s.x), 1e-10);
+  }
+  {
+    // No room for one panel per thread and the main flow: -9.
+    set_env(base_, 0, 1);
+    system s(m, 2, 1);
+    controls(s, 1);
+    EXPECT_EQ(s.call(13), -9);
+  }
+}
+
+// The arena on its own: placement in the tail, eviction into a hole,
+// placement at the top of the hole, compaction to the rows still needed.
+TEST(OocArena, PlaceEvictCompact) {
+  tlm::ooc_file f{};
+  ASSERT_EQ(tlm::telmira_ooc_prepare(&f, 6, 0, 8, 1), 0);
+  tlm::telmira_ooc_arena_reset(&f, 20);
+  std::vector<double> arena(20, 0.0);
+  int pos = 0, e = 0;
+  for (int r = 1; r <= 3; ++r) {  // three panels of 2 rows, 3 columns
+    ASSERT_EQ(tlm::telmira_ooc_place_panel(&f, r, &pos, 2, 3, &e), 0);
+    EXPECT_EQ(pos, 1 + 6 * (r - 1));
+    for (int i = 0; i < 6; ++i) arena[pos - 1 + i] = 10 * r + i;
+  }
+  const int cols[7] = {1, 4, 7, 10, 13, 16, 19};  // three columns each
+  EXPECT_EQ(tlm::telmira_ooc_make_room(&f, nullptr, nullptr, arena.data(), -6, &e), 1);
+  ASSERT_EQ(tlm::telmira_ooc_make_room(&f, nullptr, cols, arena.data(), 6, &e), 0);
+  EXPECT_EQ(e, 0);
+  int rows = 0;
+  EXPECT_EQ(tlm::telmira_ooc_find_panel(&f, 3, 2, &pos, &rows, &e), 13);
+  // The hole grows upward from the start: the first panel went.
+  EXPECT_EQ(tlm::telmira_ooc_find_panel(&f, 1, 2, &pos, &rows, &e), 0);
+  EXPECT_EQ(tlm::telmira_ooc_find_panel(&f, 2, 2, &pos, &rows, &e), 7);
+  ASSERT_EQ(tlm::telmira_ooc_place_panel(&f, 4, &pos, 2, 3, &e), 0);
+  EXPECT_EQ(pos, 1);
+  EXPECT_EQ(f.n_freem[1], 0);
+  // Panel 3 keeps its last row, the others none: one row of 3 columns at 1.
+  const int need[6] = {0, 0, 1, 0, 0, 0};
+  ASSERT_EQ(tlm::telmira_ooc_make_room(&f, need, cols, arena.data(), 0, &e), 0);
+  EXPECT_EQ(e, 0);
+  EXPECT_EQ(tlm::telmira_ooc_find_panel(&f, 3, 1, &pos, &rows, &e), 1);
+  EXPECT_EQ(rows, 1);
+  EXPECT_EQ(arena[0], 31.0);
+  EXPECT_EQ(arena[1], 33.0);
+  EXPECT_EQ(arena[2], 35.0);
+  EXPECT_EQ(f.n_freem[0], 17);
+  EXPECT_EQ(tlm::telmira_ooc_find_panel(&f, 4, 1, &pos, &rows, &e), 0);
+  tlm::telmira_ooc_forget(&f);
+}
+
+// Record I/O: names, a record written and read whole and by its last
+// rows, and the fall-through of a set error cell.
+TEST_F(Ooc, RecordsGoToTheNamedFilesAndComeBack) {
+  char name[256];
+  ASSERT_EQ(tlm::telmira_ooc_file_name("base  \t", tlm::OOC_LNZ, 0, name, sizeof name), 0);
+  EXPECT_STREQ(name, "base.lnz");
+  ASSERT_EQ(tlm::telmira_ooc_file_name("base", tlm::OOC_SLE, 2, name, sizeof name), 0);
+  EXPECT_STREQ(name, "base3.sle");
+  tlm::ooc_file ooc[tlm::OOC_FILE_COUNT] = {};
+  ASSERT_EQ(tlm::telmira_ooc_prepare(ooc + 1, 2, 80, 8, 0), 0);
+  // 4 GiB would take 3 files and a spare.
+  tlm::ooc_file big{};
+  ASSERT_EQ(tlm::telmira_ooc_prepare(&big, 1, 4LL << 30, 8, 0), 0);
+  EXPECT_EQ(big.nfile, 4);
+  tlm::telmira_ooc_forget(&big);
+  int e = 0;
+  tlm::telmira_ooc_open(base_.c_str(), tlm::OOC_LNZ, "w", ooc, &e);
+  ASSERT_EQ(e, 0);
+  const double rec1[6] = {1, 2, 3, 4, 5, 6}, rec2[2] = {7, 8};
+  EXPECT_EQ(tlm::telmira_ooc_write_record(ooc, tlm::OOC_LNZ, 1, 6, rec1, 0, &e), 48);
+  EXPECT_EQ(tlm::telmira_ooc_write_record(ooc, tlm::OOC_LNZ, 2, 2, rec2, 0, &e), 16);
+  double back[6] = {0};
+  // Record 1 as 2 columns of 3 rows: the last 2 rows of each.
+  EXPECT_EQ(tlm::telmira_ooc_read_record(ooc, tlm::OOC_LNZ, 1, 2, 3, 2, back, 0, &e), 32);
+  EXPECT_EQ(back[0], 2.0);
+  EXPECT_EQ(back[1], 3.0);
+  EXPECT_EQ(back[2], 5.0);
+  EXPECT_EQ(back[3], 6.0);
+  EXPECT_EQ(tlm::telmira_ooc_read_record(ooc, tlm::OOC_LNZ, 2, 2, 2, 1, back, 0, &e), 16);
+  EXPECT_EQ(back[1], 8.0);
+  // A write that would leave a gap behind the end fails with code 12.
+  EXPECT_EQ(tlm::telmira_write_ooc_file(ooc[1].pt_tof[0], 8, 20, 1, 1, 1, rec2, 0, &e), 0);
+  EXPECT_EQ(e, tlm::OOC_WRITE_EOF);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(tlm::telmira_read_ooc_file(ooc[1].pt_tof[0], 8, 1, 1, 1, 1, back, 0, &e), 0);
+  EXPECT_NE(testing::internal::GetCapturedStdout().find("Input error is not equal to ZERO"),
+            std::string::npos);
+  EXPECT_EQ(e, tlm::OOC_ENTERED_WITH_ERROR);
+  e = 0;
+  tlm::telmira_ooc_close(tlm::OOC_LNZ, ooc, &e);
+  tlm::telmira_ooc_delete(base_.c_str(), tlm::OOC_LNZ, ooc, &e);
+  EXPECT_EQ(e, 0);
+  EXPECT_FALSE(exists(base_ + ".lnz"));
+  tlm::telmira_ooc_forget(ooc + 1);
+}
+
+}  // namespace
