@@ -309,3 +309,33 @@ TEST_F(Ooc, RecordsGoToTheNamedFilesAndComeBack) {
 }
 
 }  // namespace
+
+namespace {
+
+// Several matrix numbers over one analysis share the files: factorizing
+// one must never leave another's solve reading foreign factors.
+TEST_F(Ooc, SeveralMatrixNumbersNeverSolveWithForeignFactors) {
+  // Positive definite: the solve does not measure its result unless asked,
+  // so that foreign factors would go unnoticed.
+  system s(vekio::lap3d(8), 2, 1);
+  controls(s, 2);
+  s.max_fac_store = 2;
+  const std::vector<double> a1 = s.A.a;
+  std::vector<double> a2 = a1;
+  for (double &v : a2) v *= 3.0;  // another matrix of the same pattern
+  for (int i = 0; i < s.n; ++i) a2[s.A.ia[i] - 1] += 1.0 + i % 5;  // stored first: the diagonal
+  auto run = [&](int ido, int number, const std::vector<double> &a) {
+    s.matrix_number = number;
+    s.A.a = a;
+    s.set_rhs(1);
+    return s.call(ido);
+  };
+  ASSERT_EQ(0, run(12, 2, a2));
+  ASSERT_EQ(0, run(22, 1, a1));
+  ASSERT_EQ(0, run(33, 2, a2));
+  EXPECT_LE(s.residual(s.x), 1e-14);
+  ASSERT_EQ(0, run(33, 1, a1));
+  EXPECT_LE(s.residual(s.x), 1e-14);
+}
+
+}  // namespace

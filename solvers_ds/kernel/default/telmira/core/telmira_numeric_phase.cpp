@@ -260,6 +260,14 @@ void numeric_phase(std::intptr_t *handle, int *iparam, const call_args &c,
   const int commit = 1;
   fact_sizes plan{};
   fact_plan(&code, c.nb, handle, entry, &mark, &commit, &plan);
+  if (OOCL(OL_MODE) == 2 && code < 30) {
+    // One set of factor files serves the handle: factorizing this matrix
+    // into them takes the factors of every other matrix number away, whose
+    // next solve then factorizes anew instead of reading foreign factors.
+    for (int k = 1; k <= COMI(CI_MAX_FAC_STORE); ++k)
+      if (k != *c.matrix_number && fact_entry(handle, k) != nullptr)
+        release_fact_entry(fact_entry(handle, k), mark);
+  }
   if (!allocate_numeric<R>(handle, iparam, entry, plan, rec, mark)) return;
   const phase_code phase = decode_phase(code);
 
