@@ -319,6 +319,7 @@ TEST(FactPlan, FactorBlockByTheStateOfItsEntry) {
   // Filled with the same words per value: reused, nothing forced at 33.
   entry[0] = entry[1] = 4096;
   entry[4] = 2;
+  entry[5] = 13;  // the type that made them
   phase = 33;
   tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
   EXPECT_EQ(phase, 33);

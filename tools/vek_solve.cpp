@@ -13,6 +13,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
+#include <new>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -249,7 +250,7 @@ struct run_result {
 
 }  // namespace
 
-int main(int argc, char **argv) {
+int solve_main(int argc, char **argv) {
   options o;
   const int parsed = parse_options(argc, argv, o);
   if (parsed >= 0) return parsed;
@@ -424,6 +425,9 @@ int main(int argc, char **argv) {
     }
   }
   if (diagonal) std::printf("path    : diagonal matrix, solved without analysis\n");
+  if (diagonal && r.error == -7)
+    std::printf("note    : one entry per row: a zero value, an empty row or a column named twice "
+                "makes such a matrix singular\n");
   std::printf("threads : %d\n", threads);
   std::printf("times   : read %.3f s, analysis %.3f s, factorization %.3f s, solve %.3f s\n",
               t_read, std::max(r.t_analysis, 0.0), std::max(r.t_factor, 0.0),
@@ -465,4 +469,15 @@ int main(int argc, char **argv) {
     return kExitInaccurate;
   }
   return 0;
+}
+
+int main(int argc, char **argv) {
+  // A matrix too large for this machine's memory ends with a message, not
+  // with an abort.
+  try {
+    return solve_main(argc, argv);
+  } catch (const std::bad_alloc &) {
+    std::fprintf(stderr, "vek-solve: not enough memory for the matrix and its vectors\n");
+    return kExitBadInput;
+  }
 }

@@ -148,8 +148,25 @@ bool read_matrix_market(const std::string &path, sparse &full,
     return false;
   }
   const int n = static_cast<int>(rows);
+  // The header's counts are checked before anything is allocated from them.
+  const bool one_triangle = header.sym != mm_symmetry::general;
+  const long double places = one_triangle ? 0.5L * rows * (rows + 1.0L) : 1.0L * rows * rows;
+  if (entries > 2147483646L || static_cast<long double>(entries) > places) {
+    err = where(path, lineno) + std::to_string(entries) + " entries do not fit a matrix of " +
+          std::to_string(rows) + " rows" +
+          (entries > 2147483646L ? " with 32-bit indices" : "");
+    return false;
+  }
+  // Every row needs an entry (a pattern gets its diagonal added later).
+  if (!header.pattern && rows > (one_triangle ? 2 : 1) * entries) {
+    err = where(path, lineno) + std::to_string(rows) + " rows but only " +
+          std::to_string(entries) + " entries: some row is empty, the matrix is singular";
+    return false;
+  }
   std::vector<triplet> t;
-  t.reserve(static_cast<std::size_t>(entries) * (header.sym == mm_symmetry::general ? 1 : 2));
+  // Reserved by the header up to a bound; a lying header costs nothing.
+  const long expect = std::min(entries, 1L << 20);
+  t.reserve(static_cast<std::size_t>(expect) * (one_triangle ? 2 : 1));
   long got = 0;
   while (got < entries && std::getline(in, line)) {
     ++lineno;
@@ -176,6 +193,10 @@ bool read_matrix_market(const std::string &path, sparse &full,
     }
     while (*s == ' ' || *s == '\t' || *s == '\r') ++s;
     if (*s != '\0') { err = where(path, lineno) + "unexpected text after the entry"; return false; }
+    if (!std::isfinite(re) || !std::isfinite(im)) {
+      err = where(path, lineno) + "the value is not a finite number";
+      return false;
+    }
     if (i < 1 || i > n || j < 1 || j > n) {
       err = where(path, lineno) + "index (" + std::to_string(i) + ", " + std::to_string(j) +
             ") outside 1.." + std::to_string(n);

@@ -97,6 +97,10 @@ constexpr int ORDERING_PATTERN_NOT_SYMMETRIC = -31;
 // entry or holds one below it.
 constexpr int ORDERING_PATTERN_MALFORMED = -32;
 
+// Status for a matrix type code that the check lets through but no kernel
+// serves (-1, -3, 5, -5, -6, -11).
+constexpr int ORDERING_TYPE_UNDEFINED = -34;
+
 // Status for a caller's order (iparam(5) = 1) that is not a permutation of
 // 1..n.
 constexpr int ORDERING_PERM_INVALID = -33;

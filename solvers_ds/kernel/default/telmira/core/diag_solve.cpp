@@ -1,6 +1,7 @@
 // diag_solve.cpp - the diagonal-matrix shortcut: a matrix with one stored
 // entry per row is checked, its signs counted and solved in one pass, with no
 // handle state, no ordering and no factor.
+#include <cmath>
 #include <complex>
 
 #include "diag_solve.h"
@@ -16,7 +17,15 @@ template <class R> bool is_zero(const std::complex<R> &d) {
 
 template <class T> T reciprocal(const T &d) { return T(1) / d; }
 template <class R> std::complex<R> reciprocal(const std::complex<R> &d) {
-  return std::conj(d) / (d.real() * d.real() + d.imag() * d.imag());
+  // Scaled by the larger part, so that no square overflows or underflows:
+  // conj(d) / |d|^2 would give 0 for a value above 1e154.
+  const R re = d.real(), im = d.imag();
+  if (std::fabs(re) >= std::fabs(im)) {
+    const R t = im / re, den = re + im * t;
+    return std::complex<R>(R(1) / den, -t / den);
+  }
+  const R t = re / im, den = im + re * t;
+  return std::complex<R>(t / den, R(-1) / den);
 }
 
 template <class T>

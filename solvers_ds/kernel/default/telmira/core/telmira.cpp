@@ -114,8 +114,10 @@ extern "C" TELMIRA_API void telmira(intptr_t *handle, const int *max_fac_store,
     return;
   }
 
-  // 6. After a diagonal matrix no state exists: nothing to release.
-  if (iparam[11] == -1) return;
+  // 6. After a diagonal matrix no state exists: nothing to release. A state
+  // that an earlier call on this handle made is still released, so that the
+  // handle owns nothing after ido -1.
+  if (iparam[11] == -1 && !(*ido == -1 && handle[1] != 0)) return;
 
   // 7. The phase driver of the chosen precision.
   iparam[2] = threads;

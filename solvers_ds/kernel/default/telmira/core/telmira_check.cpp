@@ -150,6 +150,16 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
   if (st == 0 && *nb < 1 && (ph > 32 || ph % 10 == 3)) st = 9;
   if (st == 0 && (CTRL(IP_OVER_B) < 0 || CTRL(IP_OVER_B) > 1)) st = 10;
   if (st == 0 && (CTRL(IP_METHOD) < 0 || CTRL(IP_METHOD) > 3)) st = 11;
+  // After the tests of the arguments: a factorization or solve works on the
+  // structure of the analysis, and a code
+  // that no kernel serves, or one that stores the other way (2 with 3 pass
+  // the test above), cannot take it; nor can the Cholesky types take an
+  // analysis with the matching and scaling of the indefinite ones.
+  if (st == 0 && mt != COMI(CI_MTYPE) && COMI(CI_MTYPE) != 0 && ph > 13 &&
+      (!tlm::is_defined_type(mt) || tlm::symmetric_storage(mt) != tlm::symmetric_storage(COMI(CI_MTYPE))))
+    st = 5;
+  if (st == 0 && ph > 13 && (mt == 2 || mt == 4) && (COMI(CI_MATCHING) > 0 || COMI(CI_SCALING) != 0))
+    st = 5;
   if (st == 0 && CTRL(IP_CHECK_MATRIX) != 0)
     st = telmira_check_matrix(*neqns, *entries, tlm::symmetric_storage(mt),
                               ia, ja, iparam);

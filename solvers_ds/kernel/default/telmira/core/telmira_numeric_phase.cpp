@@ -34,11 +34,13 @@ bool allocate_numeric(std::intptr_t *handle, int *iparam, std::intptr_t *entry,
   storage_sums *sums = &rec->sums;
   int *status = &rec->status;
   if (plan.factor != 0) {
-    if (plan.factor < 0) {
-      void *old = reinterpret_cast<void *>(entry[0]);
-      storage_free(&old, mark);
-      entry[0] = 0;
-    } else {
+    // A block left by an earlier factorization goes first: also the one of
+    // a factorization that failed, which the entry no longer counts as
+    // factors.
+    void *old = reinterpret_cast<void *>(entry[0]);
+    storage_free(&old, mark);
+    entry[0] = 0;
+    if (plan.factor > 0) {
       OOCL(OL_BYTES_WRITTEN) = OOCL(OL_BYTES_READ) = OOCL(OL_BYTES_READ_SOLVE) = OOCL(OL_STATUS) = 0;
       OOCL(OL_COUNTER43) = OOCL(OL_COUNTER44) = 0;
     }

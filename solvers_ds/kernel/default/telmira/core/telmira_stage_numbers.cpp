@@ -23,6 +23,7 @@ template <class R> void stage_factor(const stage_context &s) {
   entry[3] = (static_cast<std::intptr_t>(COMI(CI_LNZ_LEN)) + COMI(CI_UNZ_LEN)) * w;
   entry[1] = entry[0];
   entry[4] = w;
+  entry[5] = COMI(CI_MTYPE);
   COMX(COMX_FACTORS) = 1;
   COMX(COMX_U_PART) = COMI(CI_LNZ_LEN) * w + 1;
   COMI(CI_NPERT) = COMI(CI_NPOS) = COMI(CI_NNEG) = 0;

@@ -203,7 +203,9 @@ void fact_plan(int *phase, const int *nb, std::intptr_t *handle,
     plan->force = 1;
   } else if (entry[0] == m) {
     plan->factor = f;
-  } else if (entry[4] == w) {
+  } else if (entry[4] == w && entry[5] == COMI(CI_MTYPE)) {
+    // Factors made under the other sign of the type (2 and -2, 4 and -4)
+    // are made anew: a Cholesky factor has no pivot records to solve with.
     plan->factor = 0;
   } else {
     plan->factor = -f;

@@ -50,6 +50,9 @@ extern "C" TELMIRA_API const char *telmira_status_words(int error, int status) {
         return "malformed structure: row starts that fall, columns out of range or not "
                "rising, or a row of a one-triangle type that does not begin with its "
                "diagonal";
+      case -33: return "the order given in perm (iparam(5) = 1) is not a permutation of 1 to n";
+      case -34:
+        return "the matrix type is none of 1, 2, -2, 3, 4, -4, 6, 11, 13";
       default: return "";
     }
   }

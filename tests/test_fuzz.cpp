@@ -1,0 +1,189 @@
+// test_fuzz.cpp - a short seeded run of the random driver on the entry
+// (tests/helpers/fuzz_telmira.h): every call ends with an error number or a
+// solution that satisfies the system, and a released handle holds nothing.
+// The long run is the program vek-fuzz (README.md, "Hardening").
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+
+#include "fuzz_telmira.h"
+#include "service/vek_serv_memory.h"
+#include "test_system.h"
+
+namespace {
+
+TEST(Fuzz, TenThousandSeededCallsEndWithAnErrorOrACorrectAnswer) {
+  vektest::fuzz_options options;
+  options.calls = 10000;
+  options.seed = 20240601;
+  if (const char *s = std::getenv("VEK_FUZZ_SEED")) options.seed = std::strtoull(s, nullptr, 10);
+  vektest::fuzz_result result;
+  const long failures = vektest::fuzz_telmira(options, &result);
+  std::printf("%s\n", vektest::fuzz_summary(result).c_str());
+  EXPECT_EQ(0, failures) << result.first_failure;
+  EXPECT_EQ(options.calls, result.calls);
+  // The run reaches every road: successes checked against the matrix, and
+  // the refusals of the checks and of the analysis.
+  EXPECT_GT(result.verified, 500);
+  EXPECT_GT(result.errors[1], 0);
+  EXPECT_GT(result.errors[3], 0);
+  EXPECT_GT(result.errors[4], 0);
+}
+
+// --- What the driver found, one test each ----------------------------------
+
+std::atomic<long> live{0};
+vek_serv_heap_table plain;
+void *counting_malloc(std::size_t n) {
+  void *p = plain.malloc_fn(n);
+  if (p) ++live;
+  return p;
+}
+void *counting_realloc(void *p, std::size_t n) {
+  void *q = plain.realloc_fn(p, n);
+  if (!p && q) ++live;
+  return q;
+}
+void counting_free(void *p) {
+  if (p) --live;
+  plain.free_fn(p);
+}
+// Counts the library's heap blocks while it lives.
+struct counted_heap {
+  counted_heap() {
+    plain = vek_serv_heap;
+    vek_serv_heap.malloc_fn = counting_malloc;
+    vek_serv_heap.realloc_fn = counting_realloc;
+    vek_serv_heap.free_fn = counting_free;
+    live = 0;
+  }
+  ~counted_heap() { vek_serv_heap = plain; }
+};
+
+TEST(FuzzFindings, TheBlockOfAFailedFactorizationIsFreedWhenItIsMadeAgain) {
+  // Not positive definite: every factorization as type 2 fails, and a solve
+  // of the failed factor factorizes again into a new block.
+  vekio::sparse m = vekio::lap2d(5);
+  for (int k = m.ia[0]; k < m.ia[1]; ++k)
+    if (m.ja[k - 1] == 1) m.a[k - 1] = -1.0;
+  counted_heap heap;
+  {
+    vektest::system s(m, 2);
+    ASSERT_EQ(0, s.call(11));
+    EXPECT_EQ(-4, s.call(22));
+    EXPECT_EQ(-4, s.call(33));
+    EXPECT_EQ(-4, s.call(23));
+    EXPECT_EQ(0, s.call(-1));
+  }
+  vek_serv_free_buffers();
+  EXPECT_EQ(0, live.load());
+}
+
+TEST(FuzzFindings, ASolveUnderTheOtherSignOfTheTypeFactorizesAnew) {
+  // The factors of 4 (Cholesky) hold no pivot records for a solve as -4,
+  // nor those of -2 for a solve as 2: the solve factorizes under its own type.
+  for (int type : {4, -4, 2, -2}) {
+    SCOPED_TRACE(type);
+    vekio::sparse m = vekio::lap2d(6);
+    if (type == 4 || type == -4) m = vektest::complexify(m, 0.1, {0.5, 0.0});
+    vektest::system s(m, type);
+    ASSERT_EQ(0, s.call(12));
+    s.mtype = -type;
+    ASSERT_EQ(0, s.call(33));
+    EXPECT_LT(s.residual(s.x), 1e-12);
+  }
+}
+
+TEST(FuzzFindings, AFactorizationMustKeepTheAnalysisStorageAndScaling) {
+  // -2 analysed with the matching and its symmetric scaling, then factorized
+  // as 2 (Cholesky, which knows no scaling): refused, status 5. So are 3
+  // after 2 (both triangles after one), which the pair rule lets through,
+  // and an undefined code after its defined negative.
+  struct change {
+    int analysed, later;
+    bool matched;
+  };
+  for (change c : {change{-2, 2, true}, change{2, 3, false}, change{11, -11, false}}) {
+    SCOPED_TRACE(c.later);
+    vektest::system s(vekio::lap2d(6), c.analysed);
+    s.msglvl = 1;
+    if (c.matched) {
+      s.iparam[0] = 1;
+      s.iparam[1] = 2;
+      s.iparam[9] = 8;
+      s.iparam[10] = 1;  // scaling
+      s.iparam[12] = 1;  // matching
+    }
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(0, s.call(11));
+    s.mtype = c.later;
+    EXPECT_EQ(-1, s.call(23));
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_NE(std::string::npos, out.find("are incompatible")) << out;
+  }
+}
+
+TEST(FuzzFindings, TypeCodesThatNoKernelServesEndTheAnalysisWithErrorThree) {
+  for (int type : {-1, -3, 5, -5, -6, -11}) {
+    SCOPED_TRACE(type);
+    const bool triangle = type == -6;
+    vekio::sparse m = vekio::lap2d(5);
+    if (type != -1 && type != -11) m = vektest::complexify(m, 0.1, {0.5, 0.0});
+    m = vekio::storage_for_type(m, triangle ? 6 : (m.cplx ? 13 : 11));
+    intptr_t handle[64] = {0};
+    int iparam[64] = {0};
+    std::vector<double> b(2 * m.n, 1.0), x(2 * m.n);
+    std::vector<int> perm(m.n);
+    int mfs = 1, num = 1, ido = 13, n = m.n, nb = 1, msglvl = 0, error = 0;
+    iparam[26] = 1;  // the matrix check passes them
+    telmira(handle, &mfs, &num, &type, &ido, &n, m.a.data(), m.ia.data(), m.ja.data(), perm.data(),
+            &nb, iparam, &msglvl, b.data(), x.data(), &error);
+    EXPECT_EQ(-3, error);
+    EXPECT_EQ(-34, iparam[29]);
+    ido = -1;
+    telmira(handle, &mfs, &num, &type, &ido, &n, m.a.data(), m.ia.data(), m.ja.data(), perm.data(),
+            &nb, iparam, &msglvl, b.data(), x.data(), &error);
+    EXPECT_EQ(0, error);
+  }
+}
+
+TEST(FuzzFindings, TheComplexDiagonalShortcutTakesValuesOfAnyMagnitude) {
+  // 1 / d as conj(d) / |d|^2 gives 0 for |d| above 1e154.
+  for (double scale : {1e200, 1e300}) {
+    SCOPED_TRACE(scale);
+    intptr_t handle[64] = {0};
+    int iparam[64] = {0};
+    std::vector<int> ia = {1, 2, 3}, ja = {1, 2}, perm(2);
+    std::vector<double> a = {3 * scale, 4 * scale, scale, 0.0}, b = {1, 0, 0, 1}, x(4);
+    int mfs = 1, num = 1, type = 13, ido = 13, n = 2, nb = 1, msglvl = 0, error = 0;
+    telmira(handle, &mfs, &num, &type, &ido, &n, a.data(), ia.data(), ja.data(), perm.data(), &nb,
+            iparam, &msglvl, b.data(), x.data(), &error);
+    ASSERT_EQ(0, error);
+    // x1 = 1 / (3 + 4i) / scale = (3 - 4i) / 25 / scale, x2 = i / scale
+    EXPECT_NEAR(x[0] * scale, 0.12, 1e-15);
+    EXPECT_NEAR(x[1] * scale, -0.16, 1e-15);
+    EXPECT_NEAR(x[2] * scale, 0.0, 1e-15);
+    EXPECT_NEAR(x[3] * scale, 1.0, 1e-15);
+  }
+}
+
+TEST(FuzzFindings, TheReleaseAfterADiagonalMatrixFreesAStateMadeBefore) {
+  counted_heap heap;
+  {
+    vektest::system s(vekio::lap2d(5), 11);
+    ASSERT_EQ(0, s.call(11));
+    // The same handle, now with a diagonal matrix: the shortcut marks
+    // iparam(12) = -1, and the release must still free the analysis.
+    vekio::sparse d = vekio::diagonal(s.n);
+    s.A = d;
+    ASSERT_EQ(0, s.call(13));
+    EXPECT_EQ(-1, s.iparam[11]);
+    EXPECT_EQ(0, s.call(-1));
+    EXPECT_EQ(0, s.handle[1]);
+  }
+  vek_serv_free_buffers();
+  EXPECT_EQ(0, live.load());
+}
+
+}  // namespace
