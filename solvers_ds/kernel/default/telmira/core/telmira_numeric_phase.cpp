@@ -46,9 +46,18 @@ bool allocate_numeric(std::intptr_t *handle, int *iparam, std::intptr_t *entry,
     }
     const std::int64_t f = plan.factor < 0 ? -plan.factor : plan.factor;
     const std::int64_t value_bytes = static_cast<std::int64_t>(sizeof(R)) * words_per_value(COMI(CI_MTYPE));
-    const std::int64_t bytes = f * value_bytes + 4 * PIVOT_RECORD_WORDS * static_cast<std::int64_t>(COMI(CI_N));
+    const std::int64_t pivots = 4 * PIVOT_RECORD_WORDS * static_cast<std::int64_t>(COMI(CI_N));
+    const std::int64_t bytes = f * value_bytes + pivots;
     void *block = nullptr;
-    if (!storage_alloc(&block, bytes, ST_FACT_LU, status, sums)) {
+    // The kernels clear each supernode's block before they scatter A into
+    // it, so that only the pivot records start from zero: a fill of the
+    // values here would touch every page from this thread once more.
+    const std::int64_t values = COMI(CI_OOC_VALUES) > 0
+                                    ? static_cast<std::int64_t>(COMI(CI_OOC_VALUES))
+                                    : static_cast<std::int64_t>(COMI(CI_LNZ_LEN)) + COMI(CI_UNZ_LEN);
+    const std::int64_t zeroed = std::max(pivots, bytes - values * value_bytes);
+    if (!storage_alloc_uncleared(&block, bytes, std::min(zeroed, bytes), ST_FACT_LU, status,
+                                 sums)) {
       entry[0] = 0;
       rec->error = -2;
       return false;

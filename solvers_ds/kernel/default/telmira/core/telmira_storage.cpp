@@ -39,12 +39,17 @@ int kbytes_of(std::int64_t bytes) {
   return bytes > 0 ? static_cast<int>(bytes / 1024 + 1) : 0;
 }
 
-int storage_alloc(void **slot, std::int64_t bytes, int failure_status,
-                  int *status, storage_sums *sums) {
+namespace {
+
+// Both forms of the plan's allocation: zero-filled, or with only the last
+// `zeroed` bytes cleared.
+int plan_alloc(void **slot, std::int64_t bytes, bool clear, std::int64_t zeroed,
+               int failure_status, int *status, storage_sums *sums) {
   if (bytes <= 0) return 1;
   void *p = nullptr;
   if (bytes <= INT_MAX)
-    p = vek_serv_calloc(static_cast<int>(bytes), 1, ALIGNMENT);
+    p = clear ? vek_serv_calloc(static_cast<int>(bytes), 1, ALIGNMENT)
+              : vek_serv_malloc(static_cast<int>(bytes), ALIGNMENT);
   if (p == nullptr) {
     *status = failure_status;
     sums->failed_bytes = bytes;
@@ -52,8 +57,22 @@ int storage_alloc(void **slot, std::int64_t bytes, int failure_status,
     return 0;
   }
   *slot = p;
+  if (!clear && zeroed > 0)
+    std::memset(static_cast<char *>(p) + (bytes - zeroed), 0, static_cast<std::size_t>(zeroed));
   if (sums->counting) sums->analysis += kbytes_of(bytes);
   return 1;
+}
+
+}  // namespace
+
+int storage_alloc(void **slot, std::int64_t bytes, int failure_status,
+                  int *status, storage_sums *sums) {
+  return plan_alloc(slot, bytes, true, 0, failure_status, status, sums);
+}
+
+int storage_alloc_uncleared(void **slot, std::int64_t bytes, std::int64_t zeroed,
+                            int failure_status, int *status, storage_sums *sums) {
+  return plan_alloc(slot, bytes, false, zeroed, failure_status, status, sums);
 }
 
 int storage_alloc_slot(std::intptr_t *handle, int slot, std::int64_t bytes,

@@ -130,6 +130,10 @@ int kbytes_of(std::int64_t bytes);
 // failure_status in *status, records the request in sums and returns 0.
 int storage_alloc(void **slot, std::int64_t bytes, int failure_status,
                   int *status, storage_sums *sums);
+// The same without the zero fill, for a block whose every value a kernel
+// writes before it reads it; `zeroed` bytes at its end are cleared.
+int storage_alloc_uncleared(void **slot, std::int64_t bytes, std::int64_t zeroed,
+                            int failure_status, int *status, storage_sums *sums);
 // The same for a handle slot.
 int storage_alloc_slot(std::intptr_t *handle, int slot, std::int64_t bytes,
                        int failure_status, int *status, storage_sums *sums);
