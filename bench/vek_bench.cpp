@@ -5,7 +5,8 @@
 // by scripts.
 //
 //   vek-bench [--mtype T] [--nrhs K] [--reps R] [--single] [--threads T]
-//             [FILE.mtx | lap2d:N | lap3d:N | diag:N] ...
+//             [--steps] [--metis-ref] [FILE.mtx | lap2d:N | lap3d:N | diag:N] ...
+#include <metis.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -16,7 +17,9 @@
 #include <string>
 #include <vector>
 
+#include "analysis_profile.h"
 #include "dense/vek_dense.h"
+#include "ordering.h"
 #include "telmira.h"
 #include "vekio.h"
 
@@ -30,6 +33,8 @@ struct options {
   bool single = false;
   int match = -1;  // -1: the type's default; 0 or 1: iparam(13) and iparam(11)
   int ooc = 0;     // iparam(60): 0 in core, 1 by memory, 2 factors in files
+  bool steps = false;      // the analysis by step
+  bool metis_ref = false;  // a plain METIS_NodeND order beside ours
   std::vector<std::string> names;
 };
 
@@ -41,6 +46,7 @@ struct outcome {
   int peak_kb = 0, permanent_kb = 0, numeric_kb = 0;
   double residual = -1.0;
   int error = 0, failed_ido = 0;
+  analysis_profile steps{};  // of the fastest analysis, with --steps
 };
 
 double now() {
@@ -68,6 +74,10 @@ void usage(FILE *f) {
       "                level-3 routines instead of the installed BLAS\n"
       "  --dgemm N     first measure the dense product rate (N x N, the same\n"
       "                threads) and print it as a comment line\n"
+      "  --steps       print the analysis time by step (comment lines \"# steps\")\n"
+      "  --metis-ref   also run with a plain METIS_NodeND order passed as the\n"
+      "                caller's permutation (iparam(5) = 1) and print its entries\n"
+      "                and times next to ours (comment lines \"# metis-ref\")\n"
       "Default matrices: lap3d:30 lap3d:40 lap2d:500 and bcsstk13.mtx from\n"
       "../shared/matrices when it is there.\n");
 }
@@ -136,7 +146,8 @@ bool load(const std::string &name, int given_mtype, vekio::sparse &A,
 
 // Analysis, factorization and solve as separate calls on a fresh handle,
 // R times; each phase keeps its best time.
-outcome run(const vekio::sparse &A, int mtype, const options &opt) {
+outcome run(const vekio::sparse &A, int mtype, const options &opt,
+            const std::vector<int> *given = nullptr) {
   outcome out;
   int n = A.n, nrhs = opt.nrhs;
   const int w = A.cplx ? 2 : 1;
@@ -163,6 +174,7 @@ outcome run(const vekio::sparse &A, int mtype, const options &opt) {
     xp = xf.data();
   }
   std::vector<int> perm(n > 0 ? n : 1, 0);
+  if (given != nullptr) perm = *given;
   int max_fac_store = 1, matrix_number = 1, msglvl = 0;
 
   for (int rep = 0; rep < opt.reps && out.error == 0; ++rep) {
@@ -183,6 +195,18 @@ outcome run(const vekio::sparse &A, int mtype, const options &opt) {
       iparam[12] = match;
       iparam[59] = opt.ooc;
     }
+    if (given != nullptr) {
+      if (iparam[0] == 0) {
+        iparam[0] = 1;  // the defaults of the type, with the caller's order
+        const bool unsym = mtype == 11 || mtype == 13;
+        const bool indef = mtype == -2 || mtype == -4 || mtype == 6;
+        iparam[1] = 2;
+        iparam[9] = unsym || mtype == 1 || mtype == 3 ? 13 : (indef ? 8 : 0);
+        iparam[10] = iparam[12] = unsym || indef ? 1 : 0;
+        iparam[20] = indef ? 1 : 0;
+      }
+      iparam[4] = 1;  // iparam(5): take perm
+    }
     iparam[17] = -1;  // iparam(18): report the entries of L and U
     iparam[18] = -1;  // iparam(19): report the factorization's work
     iparam[27] = opt.single ? 1 : 0;
@@ -196,10 +220,15 @@ outcome run(const vekio::sparse &A, int mtype, const options &opt) {
     const int phases[3] = {11, 22, 33};
     for (int p = 0; p < 3; ++p) {
       int ido = phases[p], error = 0;
+      analysis_profile steps{};
+      if (ido == 11 && opt.steps) analysis_profile_attach(&steps);
       const double t0 = now();
       telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, ap, A.ia.data(),
               A.ja.data(), perm.data(), &nrhs, iparam, &msglvl, bp, xp, &error);
-      out.seconds[p] = std::min(out.seconds[p], now() - t0);
+      const double took = now() - t0;
+      analysis_profile_attach(nullptr);
+      if (ido == 11 && opt.steps && took < out.seconds[p]) out.steps = steps;
+      out.seconds[p] = std::min(out.seconds[p], took);
       // The entry stores its thread count in iparam(3) whenever the phase
       // driver runs; the diagonal shortcut leaves it alone.
       if (ido == 11) out.threads = iparam[2];
@@ -266,6 +295,71 @@ void print_line(const std::string &name, int mtype, const options &opt,
   std::fflush(stdout);
 }
 
+// The analysis by step, as one comment line.
+void print_steps(const std::string &name, const analysis_profile &s) {
+  double dissect = 0.0;
+  for (int d = 0; d < s.levels && d < analysis_profile_levels; ++d) dissect += s.level[d];
+  const double named = s.graph + s.reorder + s.sfinit + s.symbolic + s.scatter + s.lists +
+                       s.alloc + s.plan;
+  std::printf("# steps %s total %.4f graph %.4f reorder %.4f [compress %.4f dissect %.4f "
+              "leaves %.4f bisections %d] sfinit %.4f symbolic %.4f scatter %.4f lists %.4f "
+              "alloc %.4f plan %.4f other %.4f\n",
+              name.c_str(), s.total, s.graph, s.reorder, s.compress, dissect, s.leaves,
+              s.bisections, s.sfinit, s.symbolic, s.scatter, s.lists, s.alloc, s.plan,
+              s.total - named);
+  if (s.levels > 0) {
+    std::printf("# steps %s levels", name.c_str());
+    for (int d = 0; d < s.levels && d < analysis_profile_levels; ++d)
+      std::printf(" %.4f", s.level[d]);
+    std::printf("\n");
+  }
+}
+
+// A plain METIS_NodeND order of the symmetric pattern of A (one-based perm,
+// perm[new] = old) and the seconds it took.
+std::vector<int> metis_order(const vekio::sparse &A, double *seconds) {
+  int n = A.n, nadj = 0;
+  std::vector<int> xadj(n + 1), adjncy(2 * static_cast<std::size_t>(A.nnz()) + 1);
+  std::vector<int> work(fulladj_unsym_work(n, A.nnz()));
+  fulladj_unsym(&n, const_cast<int *>(A.ia.data()), const_cast<int *>(A.ja.data()), nullptr,
+                xadj.data(), adjncy.data(), &nadj, work.data());
+  std::vector<idx_t> x(n + 1), a(nadj > 0 ? nadj : 1), perm(n), iperm(n);
+  for (int i = 0; i <= n; ++i) x[i] = xadj[i] - 1;
+  for (int p = 0; p < nadj; ++p) a[p] = adjncy[p] - 1;
+  idx_t nn = n;
+  const double t0 = now();
+  METIS_NodeND(&nn, x.data(), a.data(), nullptr, nullptr, perm.data(), iperm.data());
+  *seconds = now() - t0;
+  std::vector<int> order(n);
+  for (int k = 0; k < n; ++k) order[k] = static_cast<int>(perm[k]) + 1;
+  return order;
+}
+
+// Our order against the plain METIS_NodeND order, as one comment line:
+// entries of L (and U), analysis time, and the time of METIS_NodeND alone.
+void print_metis_ref(const std::string &name, const vekio::sparse &A, int mtype,
+                     const options &opt, const outcome &ours) {
+  double nodend = 1e30;
+  std::vector<int> order;
+  for (int r = 0; r < opt.reps; ++r) {
+    double s = 0.0;
+    order = metis_order(A, &s);
+    nodend = std::min(nodend, s);
+  }
+  options plain = opt;
+  plain.steps = false;
+  const outcome ref = run(A, mtype, plain, &order);
+  if (ref.error != 0) {
+    std::printf("# metis-ref %s error %d at ido %d\n", name.c_str(), ref.error, ref.failed_ido);
+    return;
+  }
+  std::printf("# metis-ref %s lu %d ref_lu %d lu_ratio %.4f analyse_s %.4f ref_analyse_s %.4f "
+              "ref_nodend_s %.4f factor_s %.4f ref_factor_s %.4f\n",
+              name.c_str(), ours.lu, ref.lu,
+              ref.lu > 0 ? static_cast<double>(ours.lu) / ref.lu : 0.0, ours.seconds[0],
+              ref.seconds[0], nodend, ours.seconds[1], ref.seconds[1]);
+}
+
 }  // namespace
 
 // Rate of the installed dense product C := C - A B on order n, best of
@@ -328,6 +422,8 @@ int main(int argc, char **argv) {
       }
     }
     else if (arg == "--single") opt.single = true;
+    else if (arg == "--steps") opt.steps = true;
+    else if (arg == "--metis-ref") opt.metis_ref = true;
     else if (arg == "--own-level3") vekd::use_own_level3(1);
     else if (arg == "-h" || arg == "--help") { usage(stdout); return 0; }
     else if (!arg.empty() && arg[0] == '-') {
@@ -363,6 +459,8 @@ int main(int argc, char **argv) {
     const outcome o = run(A, mtype, opt);
     print_line(base_name(name), mtype, opt, A, o);
     if (o.error != 0) ++failures;
+    if (opt.steps && o.error == 0) print_steps(base_name(name), o.steps);
+    if (opt.metis_ref && o.error == 0) print_metis_ref(base_name(name), A, mtype, opt, o);
   }
   // The peak resident memory of the whole process, for comparing runs of
   // one matrix each.

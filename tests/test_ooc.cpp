@@ -94,7 +94,7 @@ std::vector<typed_matrix> every_type() {
   const vekio::sparse cd = vekio::convdiff3d(10, 1.0, 0.6, 0.3);
   const vekio::sparse cdz = vektest::complexify(cd, 0.3, {0.0, 0.2});
   return {
-      {"lap3d (2)", vekio::lap3d(17), 2},
+      {"lap3d (2)", vekio::lap3d(19), 2},
       {"indef3d (-2)", vekio::shifted_laplacian3d(10, vekio::shift_near_one(10), 0.0), -2},
       {"herm3d (-4)", vekio::shifted_laplacian3d(9, vekio::shift_near_one(9), 0.3), -4},
       {"helm3d (6)", vekio::shifted_laplacian3d(9, {vekio::shift_near_one(9), -0.1}, 0.0), 6},

@@ -8,9 +8,11 @@
 #include <functional>
 #include <numeric>
 #include <set>
+#include <thread>
 #include <vector>
 
 #include "ordering.h"
+#include "telmira.h"
 #include "test_matrices.h"
 #include "vekio.h"
 
@@ -420,6 +422,67 @@ TEST(OrderingDriver, OrderOne) {
     EXPECT_EQ(comi[60 - 1], 1);
     EXPECT_EQ(ivec(r.parts.begin(), r.parts.begin() + 4), (ivec{1, 0, 1, 1})) << method;
   }
+}
+
+// --- Two analyses at once ---------------------------------------------------
+
+// The order that an analysis by method computes for an SPD matrix (stored as
+// its upper triangle), handed back through iparam(5) = 2.
+ivec analysed_order(const vekio::sparse &upper, int method) {
+  intptr_t handle[TELMIRA_HANDLE_WORDS] = {0};
+  int iparam[TELMIRA_IPARAM_WORDS] = {0};
+  iparam[0] = 1;
+  iparam[1] = method;
+  iparam[4] = 2;
+  const int max_fac_store = 1, matrix_number = 1, mtype = 2, n = upper.n, nrhs = 1, msglvl = 0;
+  int ido = 11, error = 0;
+  ivec perm(n, 0);
+  double b = 0.0, x = 0.0;
+  telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, upper.a.data(),
+          upper.ia.data(), upper.ja.data(), perm.data(), &nrhs, iparam, &msglvl, &b, &x, &error);
+  EXPECT_EQ(error, 0) << "method " << method;
+  ido = -1;
+  telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, upper.a.data(),
+          upper.ia.data(), upper.ja.data(), perm.data(), &nrhs, iparam, &msglvl, &b, &x, &error);
+  return perm;
+}
+
+TEST(OrderingConcurrency, TwoAnalysesAtOnceGiveTheSerialOrders) {
+  // Two threads for the analyses themselves: the domain decomposition of
+  // method 1 and the parallel dissection of method 3 run too.
+  setenv("VEK_NUM_THREADS", "2", 1);
+  const vekio::sparse first = vekio::storage_for_type(vekio::lap2d(70), 2);
+  const vekio::sparse second = vekio::storage_for_type(vekio::lap3d(15), 2);
+  for (int method : {1, 2, 3}) {
+    const ivec alone1 = analysed_order(first, method), alone2 = analysed_order(second, method);
+    ivec sorted(alone1), identity(first.n);
+    std::sort(sorted.begin(), sorted.end());
+    std::iota(identity.begin(), identity.end(), 1);
+    ASSERT_EQ(sorted, identity) << "method " << method;
+    for (int round = 0; round < 3; ++round) {
+      // Different matrices, then the same one, on two handles at once.
+      ivec a, b, c, d;
+      std::thread t1([&] { a = analysed_order(first, method); });
+      std::thread t2([&] { b = analysed_order(second, method); });
+      t1.join();
+      t2.join();
+      std::thread t3([&] { c = analysed_order(second, method); });
+      std::thread t4([&] { d = analysed_order(second, method); });
+      t3.join();
+      t4.join();
+      EXPECT_EQ(a, alone1) << "method " << method << " round " << round;
+      EXPECT_EQ(b, alone2) << "method " << method << " round " << round;
+      EXPECT_EQ(c, alone2) << "method " << method << " round " << round;
+      EXPECT_EQ(d, alone2) << "method " << method << " round " << round;
+    }
+  }
+  // The dissection's order does not depend on the threads that make it.
+  graph g = adjacency_of(vekio::lap2d(70));
+  ivec perm1, invp1, parts1, perm2, invp2, parts2;
+  dissect(g, 1, 8, perm1, invp1, parts1);
+  dissect(g, 2, 8, perm2, invp2, parts2);
+  EXPECT_EQ(perm1, perm2);
+  EXPECT_EQ(parts1, parts2);
 }
 
 }  // namespace

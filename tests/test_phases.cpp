@@ -386,7 +386,7 @@ TEST(Phases, MoreRightHandSidesThanAtTheAnalysisGrowTheWorkArray) {
   const intptr_t before = s.handle[tlm::WORK_R0];
   ASSERT_NE(before, 0);
   const int kept = s.comi()[6];  // comi(7), the work size
-  s.set_rhs(60);
+  s.set_rhs(120);
   ASSERT_EQ(s.call(33), 0);
   EXPECT_LE(s.residual(s.x), 1e-14);
   EXPECT_GT(s.comi()[6], kept);

@@ -10,19 +10,30 @@
 
 namespace {
 
+// Null when the heap refuses.
 inline int *ialloc(long count) {
   return static_cast<int *>(
-      mem_alloc(sizeof(int) * static_cast<size_t>(count > 0 ? count : 1), "ddecomp"));
+      vek_serv_malloc(sizeof(int) * static_cast<size_t>(count > 0 ? count : 1), tlm::ALIGNMENT));
 }
 
 // Symmetric pattern of the graph formed anew, zero-based, without the
 // diagonal: the union of each row with the same row of the transpose.
-// xadj/adjncy are zero-based here. Returns the new arrays.
-void partition_update(int n, const int *xadj, const int *adjncy, int **sx,
+// xadj/adjncy are zero-based here. Returns the new arrays, or false (and
+// nothing allocated) when the heap refuses.
+bool partition_update(int n, const int *xadj, const int *adjncy, int **sx,
                       int **sa) {
   const int nnz = xadj[n];
   int *xt = ialloc(n + 1);
   int *jt = ialloc(nnz);
+  int *mark = ialloc(n);
+  int *x = ialloc(n + 1);
+  int *a = ialloc(2 * static_cast<long>(nnz));
+  if (!xt || !jt || !mark || !x || !a) {
+    vek_serv_free_list(reinterpret_cast<void **>(&xt), reinterpret_cast<void **>(&jt),
+                       reinterpret_cast<void **>(&mark), reinterpret_cast<void **>(&x),
+                       reinterpret_cast<void **>(&a), static_cast<void **>(nullptr));
+    return false;
+  }
   for (int i = 0; i <= n; ++i) xt[i] = 0;
   for (int p = 0; p < nnz; ++p) ++xt[adjncy[p] + 1];
   for (int i = 1; i <= n; ++i) xt[i] += xt[i - 1];
@@ -31,10 +42,7 @@ void partition_update(int n, const int *xadj, const int *adjncy, int **sx,
   for (int i = n; i >= 1; --i) xt[i] = xt[i - 1];
   xt[0] = 0;
 
-  int *mark = ialloc(n);
   for (int i = 0; i < n; ++i) mark[i] = -1;
-  int *x = ialloc(n + 1);
-  int *a = ialloc(2 * static_cast<long>(nnz));
   int out = 0;
   for (int i = 0; i < n; ++i) {
     x[i] = out;
@@ -56,6 +64,7 @@ void partition_update(int n, const int *xadj, const int *adjncy, int **sx,
   vek_serv_free(mark);
   *sx = x;
   *sa = a;
+  return true;
 }
 
 // A small linear congruential generator for the visiting order.
@@ -116,52 +125,54 @@ void ddecomp(int *nparts_, int *n_, int *xadj, int *adjncy, int *perm,
   for (int p = 0; p < nnz; ++p) --adjncy[p];
 
   int *sx = nullptr, *sa = nullptr;
-  partition_update(n, xadj, adjncy, &sx, &sa);
-
   int *part = ialloc(n);
-  idx_t nvtxs = n, ncon1 = 1, np = nparts, objval = 0;
-  idx_t options[METIS_NOPTIONS];
-  METIS_SetDefaultOptions(options);
-  options[METIS_OPTION_NUMBERING] = 0;
-  int rc = METIS_OK;
-  if (sx[n] > 0) {
-    rc = METIS_PartGraphKway(&nvtxs, &ncon1, sx, sa, nullptr, nullptr,
-                             nullptr, &np, nullptr, nullptr, options, &objval,
-                             part);
-  } else {
-    for (int i = 0; i < n; ++i) part[i] = static_cast<int>(
-        static_cast<long>(i) * nparts / n);
-  }
-
-  if (rc != METIS_OK) {
+  int *bnd = ialloc(n);
+  int *visit = ialloc(n);
+  int *cnt = ialloc(2 * nparts + 1);
+  if (!part || !bnd || !visit || !cnt || !partition_update(n, xadj, adjncy, &sx, &sa)) {
     *status = -2;
   } else {
-    int *bnd = ialloc(n);
-    int *visit = ialloc(n);
-    find_interface(n, sx, sa, part, bnd, visit);
-    // Interior vertices by part, then boundary vertices by part.
-    int *cnt = ialloc(2 * nparts + 1);
-    for (int k = 0; k <= 2 * nparts; ++k) cnt[k] = 0;
-    int ninterior = 0;
-    for (int i = 0; i < n; ++i) {
-      ++cnt[part[i] + (bnd[i] ? nparts : 0) + 1];
-      if (!bnd[i]) ++ninterior;
+    idx_t nvtxs = n, ncon1 = 1, np = nparts, objval = 0;
+    idx_t options[METIS_NOPTIONS];
+    METIS_SetDefaultOptions(options);
+    options[METIS_OPTION_NUMBERING] = 0;
+    options[METIS_OPTION_SEED] = 4321;  // the order depends on the graph alone
+    int rc = METIS_OK;
+    if (sx[n] > 0) {
+      // The partitioner's calls take turns (see metis_nd.cpp).
+#pragma omp critical(telmira_partitioner)
+      rc = METIS_PartGraphKway(&nvtxs, &ncon1, sx, sa, nullptr, nullptr,
+                               nullptr, &np, nullptr, nullptr, options, &objval,
+                               part);
+    } else {
+      for (int i = 0; i < n; ++i) part[i] = static_cast<int>(
+          static_cast<long>(i) * nparts / n);
     }
-    for (int k = 1; k <= 2 * nparts; ++k) cnt[k] += cnt[k - 1];
-    for (int i = 0; i < n; ++i) {
-      int pos = cnt[part[i] + (bnd[i] ? nparts : 0)]++;
-      perm[pos] = i + 1;
-      invp[i] = pos + 1;
+    if (rc != METIS_OK) {
+      *status = -2;  // the partitioner failed (memory or input)
+    } else {
+      find_interface(n, sx, sa, part, bnd, visit);
+      // Interior vertices by part, then boundary vertices by part.
+      for (int k = 0; k <= 2 * nparts; ++k) cnt[k] = 0;
+      int ninterior = 0;
+      for (int i = 0; i < n; ++i) {
+        ++cnt[part[i] + (bnd[i] ? nparts : 0) + 1];
+        if (!bnd[i]) ++ninterior;
+      }
+      for (int k = 1; k <= 2 * nparts; ++k) cnt[k] += cnt[k - 1];
+      for (int i = 0; i < n; ++i) {
+        int pos = cnt[part[i] + (bnd[i] ? nparts : 0)]++;
+        perm[pos] = i + 1;
+        invp[i] = pos + 1;
+      }
+      int c = n - ninterior + 2;
+      *ncon = c > n ? n : c;
     }
-    int c = n - ninterior + 2;
-    *ncon = c > n ? n : c;
-    vek_serv_free(cnt);
-    vek_serv_free(bnd);
-    vek_serv_free(visit);
   }
-  vek_serv_free(part);
-  vek_serv_free(sx);
-  vek_serv_free(sa);
+  vek_serv_free_list(reinterpret_cast<void **>(&part), reinterpret_cast<void **>(&bnd),
+                     reinterpret_cast<void **>(&visit), reinterpret_cast<void **>(&cnt),
+                     reinterpret_cast<void **>(&sx), reinterpret_cast<void **>(&sa),
+                     static_cast<void **>(nullptr));
 
   for (int p = 0; p < nnz; ++p) ++adjncy[p];
   for (int i = 0; i <= n; ++i) ++xadj[i];

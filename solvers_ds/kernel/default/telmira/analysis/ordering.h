@@ -68,7 +68,8 @@ void genmmd_constrained(int *n, int *xadj, int *adjncy, int *invp, int *perm,
 // keeps a minimal vertex separator between them. perm/invp receive the
 // order: interior vertices by part, then separator vertices by part. *ncon
 // is the count of positions to constrain at the end (separator + 2). With
-// *nparts <= 1 only *ncon = 0 is set. *status: 0 or -2 (partitioner failed).
+// *nparts <= 1 only *ncon = 0 is set. *status: 0, or -2 when the
+// partitioner failed or memory ran out.
 void ddecomp(int *nparts, int *n, int *xadj, int *adjncy, int *perm,
              int *invp, int *ncon, int *status);
 
@@ -81,7 +82,10 @@ void ddecomp(int *nparts, int *n, int *xadj, int *adjncy, int *perm,
 // (-1,-1) (the caller sets the top region), pairs nparts+2..2 nparts the
 // separators in pre-order; all one-based. Dense rows (maximum degree at
 // least n/8) are pruned and numbered last; otherwise indistinguishable
-// vertices are compressed. *status: 0, or -2 when the bisection failed.
+// vertices are compressed. *status: 0, or -2 when a bisection failed or
+// memory ran out (perm and invp are then undefined). The order depends on
+// the graph and the thread count only: two calls at the same time give what
+// each gives alone.
 void metis_nd(int *n, int *xadj, int *adjncy, int *threads, int *perm,
               int *invp, int *nparts, int *parts, int *status);
 

@@ -21,9 +21,11 @@
 #include <climits>
 #include <cstring>
 
+#include "analysis_profile.h"
 #include "ordering.h"
 #include "parlist.h"
 #include "scatter_map.h"
+#include "service/vek_serv_clock.h"
 #include "service/vek_serv_memory.h"
 #include "service/vek_serv_message.h"
 #include "telmira_layout.h"
@@ -120,6 +122,7 @@ template <class R> struct analysis_steps {
   void *loc_int = nullptr;    // the parallel lists until stage 3 is done
   std::int64_t work_i0_bytes = 0;
   fi_counts counts{};
+  analysis_profile *prof = analysis_profile_sink();  // null: not timed
 
   analysis_steps(std::intptr_t *h_, int *ip, const call_args &c_, call_record *r, int m)
       : handle(h_), iparam(ip), c(c_), rec(r), mark(m) {
@@ -148,13 +151,24 @@ template <class R> struct analysis_steps {
     CTRL(IP_STATUS) = st;
     return failed(st == -182 ? -8 : -3);
   }
+  // Seconds since t0, added to *slot of the profile when there is one.
+  void took(double *slot, double t0) {
+    if (prof == nullptr) return;
+    *slot += vek_serv_seconds() - t0;
+  }
+  double start() const { return prof != nullptr ? vek_serv_seconds() : 0.0; }
   bool alloc_slot(int slot, std::int64_t bytes, int failure_status) {
-    return storage_alloc_slot(handle, slot, bytes, failure_status, status, sums) != 0;
+    const double t0 = start();
+    const bool ok = storage_alloc_slot(handle, slot, bytes, failure_status, status, sums) != 0;
+    if (prof) took(&prof->alloc, t0);
+    return ok;
   }
   // Resizes an integer slot; the sums are the caller's business.
   bool resize_slot(int slot, std::int64_t bytes, int failure_status) {
     void *old = reinterpret_cast<void *>(handle[slot]);
+    const double t0 = start();
     void *q = bytes <= INT_MAX ? vek_serv_realloc(old, static_cast<std::size_t>(bytes)) : nullptr;
+    if (prof) took(&prof->alloc, t0);
     if (q == nullptr) {
       rec->status = failure_status;
       sums->failed_bytes = bytes;
@@ -269,7 +283,9 @@ template <class R> struct analysis_steps {
     COMX(CX_S2_XLINDX) = 1;
     COMX(CX_S2_LINDX) = static_cast<int>(ns + 2);
     for (int k = 0; k < 6; ++k) COMX(CX_S2_SPARENT + k) = static_cast<int>(ns + 2 + cl + k * ns);
+    const double t0 = start();
     stage_symbolic(context());
+    if (prof) took(&prof->symbolic, t0);
     return COMI(CI_STATUS) == 0 ? true : stage_failed(COMI(CI_STATUS));
   }
 
@@ -397,7 +413,10 @@ template <class R> struct analysis_steps {
       const std::int64_t cells =
           std::max<std::int64_t>(ns + 1, parlist_cells(static_cast<int>(ns), COMI(CI_NPARTS)));
       const std::int64_t bytes = std::max<std::int64_t>(8 * cl + 60, 4 * (2 * cl + cells + 16));
-      if (!storage_alloc(&loc_int, bytes, ST_LOC_INT, status, sums)) return failed(-2);
+      const double t0 = start();
+      const bool ok = storage_alloc(&loc_int, bytes, ST_LOC_INT, status, sums);
+      if (prof) took(&prof->alloc, t0);
+      if (!ok) return failed(-2);
     }
     stage_layout(context());
     CTRL(IP_OOC_LEVEL) = OOCL(OL_ALGORITHM);
@@ -462,11 +481,22 @@ template <class R> struct analysis_steps {
 template <class R>
 void analysis_phase(std::intptr_t *handle, int *iparam, const call_args &c,
                     call_record *rec, int mark) {
+  analysis_profile *prof = analysis_profile_sink();
+  const double t0 = vek_serv_seconds();
+  if (prof) *prof = analysis_profile{};
   plan_parts(state_of(handle).comi);
   analysis_steps<R> a(handle, iparam, c, rec, mark);
-  if (a.structure() && a.matching() && a.order() && a.symbolic() && a.mode() && a.layout() &&
-      a.release() && a.files())
-    a.plan();
+  if (a.structure() && a.matching() && a.order() && a.symbolic()) {
+    double tm = a.start();
+    const bool planned = a.mode();
+    if (prof) a.took(&prof->plan, tm);
+    if (planned && a.layout() && a.release() && a.files()) {
+      tm = a.start();
+      a.plan();
+      if (prof) a.took(&prof->plan, tm);
+    }
+  }
+  if (prof) prof->total = vek_serv_seconds() - t0;
 }
 
 template void analysis_phase<double>(std::intptr_t *, int *, const call_args &, call_record *,

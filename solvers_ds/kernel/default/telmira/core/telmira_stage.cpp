@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "analysis_profile.h"
 #include "ordering.h"
 #include "parlist.h"
 #include "scatter_map.h"
@@ -80,6 +81,11 @@ void stage_order(const stage_context &s) {
          sub(s0, comx, CX_S0_PARTS), times);
   comr[0] = times[0];
   comr[1] = times[1];
+  analysis_profile *prof = analysis_profile_sink();
+  if (prof) {
+    prof->graph = times[0];
+    prof->reorder = times[1];
+  }
   timer_flags[0] = 1;
   timer_flags[1] = 1;
   if (COMI(CI_STATUS) != 0) {
@@ -96,6 +102,7 @@ void stage_order(const stage_context &s) {
          static_cast<int *>(work_i0), comi, &error);
   telmira_clock(&t1);
   comr[2] = t1 - t0;
+  if (prof) prof->sfinit = t1 - t0;
   timer_flags[2] = 1;
   COMI(CI_STATUS) = error;
   stage_clock_end(comr);
@@ -165,6 +172,8 @@ void stage_layout(const stage_context &s) {
   if (CTRL(IP_PERM_MODE) < 0) copy_ints(perm, sub(fi, comx, CX_PERM), n);
 
   // Where each entry of A goes in the factor.
+  analysis_profile *prof = analysis_profile_sink();
+  const double tmap = prof ? vek_serv_seconds() : 0.0;
   int *work = static_cast<int *>(work_i0);
   int lcount = 0, ucount = 0;
   if (sym) {
@@ -198,6 +207,7 @@ void stage_layout(const stage_context &s) {
     COMX(CX_JAUF) = COMX(CX_JALF) + lcount;
   }
   COMX(CX_FI_END) = static_cast<int>(end - (sym ? 0 : e));
+  if (prof) prof->scatter = vek_serv_seconds() - tmap;
 
   // Lists of the parallel numeric phase.
   if (t > 1) {
@@ -217,6 +227,7 @@ void stage_layout(const stage_context &s) {
     COMI(CI_INLIST_END) = sub(fi, comx, CX_XNMOD)[ns];
     telmira_clock(&t1);
     comr[3] = t1 - t0;
+    if (prof) prof->lists = t1 - t0;
     timer_flags[3] = 1;
     if (error != 0) {
       COMI(CI_STATUS) = -1;
