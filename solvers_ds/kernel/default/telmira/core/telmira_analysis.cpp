@@ -142,11 +142,12 @@ template <class R> struct analysis_steps {
     rec->error = error;
     return false;
   }
-  // Error of a failed stage: -8 for an overflow, -3 otherwise.
+  // Error of a failed stage: -8 for an overflow, -2 for scratch memory
+  // that could not be had, -3 otherwise.
   bool stage_failed(int st) {
     rec->status = st;
     CTRL(IP_STATUS) = st;
-    return failed(st == -182 ? -8 : -3);
+    return failed(st == -182 ? -8 : st == ORDERING_NO_MEMORY ? -2 : -3);
   }
   bool alloc_slot(int slot, std::int64_t bytes, int failure_status) {
     return storage_alloc_slot(handle, slot, bytes, failure_status, status, sums) != 0;
