@@ -216,7 +216,10 @@ template <class R> struct analysis_steps {
           comi, c.a, c.ia, c.ja, static_cast<int *>(mc64_i), static_cast<R *>(mc64_r),
           static_cast<int *>(ddist_mps), reinterpret_cast<int *>(handle[MC64PERM]),
           reinterpret_cast<R *>(handle[MC64UV]), &bad);
-      if (bad) {
+      if (bad == 2) {
+        rec->status = ST_MC64_I;
+        error = -2;
+      } else if (bad) {
         rec->status = st;
         error = -6;
       }
