@@ -64,19 +64,20 @@ void ladj_mod(int *n_, int *ia_, int *ja_, int *threads_, int *triangular_,
   xadj[2] = 1;
   for (int i = 3; i <= n + 1; ++i) xadj[i] += xadj[i - 1];
 
-  if (threads < 2 || n < 2) {
+  // Two row ranges, 1..m-1 and m..n, with cursors of their own. The second
+  // range writes only rows from m on, behind what the first range puts
+  // there, so both write disjoint slots and the result is the serial one,
+  // which is also the pass taken when the cursors cannot be had.
+  int *cur1 = threads < 2 || n < 2 ? nullptr : mem_try_alloc_int(n + 1, "ladj_mod");
+  int *cur2 = cur1 == nullptr ? nullptr : mem_try_alloc_int(n + 1, "ladj_mod");
+  if (cur2 == nullptr) {
+    vek_serv_free(cur1);
     ladj_scatter(1, n, ia, ja, xadj + 1, adjncy);
     xadj[1] = 1;
     return;
   }
-
-  // Two row ranges, 1..m-1 and m..n, with cursors of their own. The second
-  // range writes only rows from m on, behind what the first range puts
-  // there, so both write disjoint slots and the result is the serial one.
   int m = static_cast<int>(0.48f * static_cast<float>(n));
   if (m < 1) m = 1;
-  int *cur1 = static_cast<int *>(mem_alloc(sizeof(int) * (n + 1), "ladj_mod"));
-  int *cur2 = static_cast<int *>(mem_alloc(sizeof(int) * (n + 1), "ladj_mod"));
   int *c1 = cur1 - 1;
   int *c2 = cur2 - 1;
   for (int i = 1; i <= n; ++i) {

@@ -28,14 +28,20 @@ struct match_bits {
   std::uint32_t *v;
 };
 
+// Null when the heap has no room.
 match_bits *bits_new(int size) {
-  match_bits *b = static_cast<match_bits *>(mem_alloc(sizeof(match_bits), "bvec_new: vec"));
+  match_bits *b = static_cast<match_bits *>(mem_try_alloc(sizeof(match_bits), "bvec_new: vec"));
+  if (b == nullptr) return nullptr;
   b->size = size;
   b->shift = 5;
   b->mask = 31;
   const int words = (size + b->mask) / (b->mask + 1);
   b->v = static_cast<std::uint32_t *>(
-      mem_alloc(sizeof(std::uint32_t) * static_cast<std::size_t>(words), "bvec_new: vec->v"));
+      mem_try_alloc(sizeof(std::uint32_t) * static_cast<std::size_t>(words > 0 ? words : 1), "bvec_new: vec->v"));
+  if (b->v == nullptr) {
+    vek_serv_free(b);
+    return nullptr;
+  }
   for (int k = 0; k < words; ++k) b->v[k] = 0;
   return b;
 }
@@ -188,12 +194,17 @@ mc64_csr<R> *mc64_cost(int n, const int *ia, const int *ja, const R *values,
                        R *colmax, R *bound) {
   const int nnz = ia[n] - ia[0];
   if (nnz <= 0) return nullptr;
-  mc64_csr<R> *rec = static_cast<mc64_csr<R> *>(mem_alloc(sizeof(mc64_csr<R>), "csr_new: mat"));
+  mc64_csr<R> *rec = static_cast<mc64_csr<R> *>(mem_try_alloc(sizeof(mc64_csr<R>), "csr_new: mat"));
+  if (rec == nullptr) return nullptr;
   rec->n = n;
   rec->nnz = nnz;
-  rec->ia = static_cast<int *>(mem_alloc(sizeof(int) * static_cast<std::size_t>(n + 1), "csr_new: mat->ia"));
-  rec->ja = static_cast<int *>(mem_alloc(sizeof(int) * static_cast<std::size_t>(nnz), "csr_new: mat->ja"));
-  rec->m = static_cast<R *>(mem_alloc(sizeof(R) * static_cast<std::size_t>(nnz), "csr_new: mat->m"));
+  rec->ia = static_cast<int *>(mem_try_alloc(sizeof(int) * static_cast<std::size_t>(n + 1), "csr_new: mat->ia"));
+  rec->ja = static_cast<int *>(mem_try_alloc(sizeof(int) * static_cast<std::size_t>(nnz), "csr_new: mat->ja"));
+  rec->m = static_cast<R *>(mem_try_alloc(sizeof(R) * static_cast<std::size_t>(nnz), "csr_new: mat->m"));
+  if (rec->ia == nullptr || rec->ja == nullptr || rec->m == nullptr) {
+    mc64_csr_free(rec);
+    return nullptr;
+  }
   for (int j = 0; j < n; ++j) colmax[j] = R(0);
   int kept = 0;
   rec->ia[0] = 0;
@@ -236,14 +247,21 @@ int mc64_search(const mc64_csr<R> *rec, int *perm, R *rowdual, R *coldual,
                 R bound) {
   const int n = rec->n;
   match_bits *matched = bits_new(n > 0 ? n : 1);
+  if (matched == nullptr) return -1;
   int count = mc64_cheap(rec, perm, rowdual, coldual, matched);
   if (count == n) {
     bits_free(matched);
     return count;
   }
   const std::size_t N = static_cast<std::size_t>(n);
-  R *dist = static_cast<R *>(mem_alloc(sizeof(R) * N, "mc64_search: dist"));
-  int *iwork = static_cast<int *>(mem_alloc(sizeof(int) * 7 * N, "mc64_search: work"));
+  R *dist = static_cast<R *>(mem_try_alloc(sizeof(R) * N, "mc64_search: dist"));
+  int *iwork = static_cast<int *>(mem_try_alloc(sizeof(int) * 7 * N, "mc64_search: work"));
+  if (dist == nullptr || iwork == nullptr) {
+    vek_serv_free(dist);
+    vek_serv_free(iwork);
+    bits_free(matched);
+    return -1;
+  }
   int *hpos = iwork, *heapv = iwork + N, *pred = iwork + 2 * N, *colof = iwork + 3 * N;
   int *queue = iwork + 4 * N, *scanned = iwork + 5 * N, *finished = iwork + 6 * N;
   for (int j = 0; j < n; ++j) hpos[j] = -1;
@@ -352,14 +370,20 @@ int mc64_match(const int *n_, const int *ia, const int *ja, const R *values,
                int *perm, R *rowdual, R *coldual, int *rank) {
   const int n = *n_;
   if (rank != nullptr) *rank = 0;
-  R *colmax = static_cast<R *>(mem_alloc(sizeof(R) * static_cast<std::size_t>(n > 0 ? n : 1), "mc64_match: colmax"));
+  if (ia[n] - ia[0] <= 0) return -2;
+  R *colmax = static_cast<R *>(mem_try_alloc(sizeof(R) * static_cast<std::size_t>(n > 0 ? n : 1), "mc64_match: colmax"));
+  if (colmax == nullptr) return MC64_NO_MEMORY;
   R bound = R(0);
   mc64_csr<R> *rec = mc64_cost(n, ia, ja, values, colmax, &bound);
-  if (rec == nullptr) {
+  int count = rec == nullptr ? -1 : mc64_search(rec, perm, rowdual, coldual, bound);
+  int *mark = count >= 0 && count < n
+                  ? static_cast<int *>(mem_try_alloc(sizeof(int) * static_cast<std::size_t>(n), "mc64_match: mark"))
+                  : nullptr;
+  if (count < 0 || (count < n && mark == nullptr)) {
+    mc64_csr_free(rec);
     vek_serv_free(colmax);
-    return -2;
+    return MC64_NO_MEMORY;
   }
-  int count = mc64_search(rec, perm, rowdual, coldual, bound);
   if (rank != nullptr) *rank = count;
 
   if (count < n) {
@@ -367,7 +391,6 @@ int mc64_match(const int *n_, const int *ia, const int *ja, const R *values,
     // column; following perm from a matched column leads either back to it
     // (a cycle) or to an unmatched index, which is the free row that the
     // head of the chain can take.
-    int *mark = static_cast<int *>(mem_alloc(sizeof(int) * static_cast<std::size_t>(n), "mc64_match: mark"));
     for (int c = 0; c < n; ++c) mark[c] = -1;
     for (int c = 0; c < n; ++c) {
       if (mark[c] == -2 || perm[c] < 0) continue;

@@ -31,7 +31,8 @@ template <class R> void mc64_abs(const int *count, const R *values, R *out);
 // Builds the cost record of an n by n matrix (zero-based ia, ja) with real
 // values. colmax (n) receives log max |a| of each column, or 0 for a column
 // without non-zero entries; *bound receives (-1-n) times the smallest cost.
-// Returns the record, or null when it has no room (no stored entries).
+// Returns the record, or null when it has no stored entries or the heap no
+// room.
 template <class R>
 mc64_csr<R> *mc64_cost(int n, const int *ia, const int *ja, const R *values,
                        R *colmax, R *bound);
@@ -39,7 +40,7 @@ template <class R> void mc64_csr_free(mc64_csr<R> *rec);
 
 // The cheap assignment followed by the shortest augmenting path searches.
 // perm[j] receives the row matched with column j, or -1. Returns the number
-// of matched columns.
+// of matched columns, or -1 when the heap has no room for the search.
 template <class R>
 int mc64_search(const mc64_csr<R> *rec, int *perm, R *rowdual, R *coldual,
                 R bound);
@@ -52,7 +53,10 @@ int mc64_search(const mc64_csr<R> *rec, int *perm, R *rowdual, R *coldual,
 // the unmatched columns are joined to the remaining rows. *rank (may be
 // null) receives the number of columns that the search matched, the
 // structural rank of the matrix. Returns 0, -1 when the permutation could
-// not be completed, -2 when the cost record could not be made.
+// not be completed, -2 when the matrix has no stored entries, and
+// MC64_NO_MEMORY when the heap has no room for the work arrays (perm and the
+// duals are then undefined).
+constexpr int MC64_NO_MEMORY = -3;
 template <class R>
 int mc64_match(const int *n, const int *ia, const int *ja, const R *values,
                int *perm, R *rowdual, R *coldual, int *rank);

@@ -105,6 +105,10 @@ constexpr int ORDERING_PATTERN_MALFORMED = -32;
 // serves (-1, -3, 5, -5, -6, -11).
 constexpr int ORDERING_TYPE_UNDEFINED = -34;
 
+// Status for scratch memory of the ordering that could not be had (also
+// that of metis_nd and of the column counts); the analysis ends with -2.
+constexpr int ORDERING_NO_MEMORY = -2;
+
 // Status for a caller's order (iparam(5) = 1) that is not a permutation of
 // 1..n.
 constexpr int ORDERING_PERM_INVALID = -33;

@@ -13,10 +13,8 @@ namespace {
 inline int comi_get(const int *comi, int k) { return comi[k - 1]; }
 inline void comi_set(int *comi, int k, int v) { comi[k - 1] = v; }
 
-inline int *iwork_alloc(long count) {
-  return static_cast<int *>(mem_alloc(
-      sizeof(int) * static_cast<size_t>(count > 0 ? count : 1), "sssord"));
-}
+// Scratch of the ordering step; null when the heap has none.
+inline int *iwork_alloc(long count) { return mem_try_alloc_int(count, "sssord"); }
 
 // When the last subgraph reaches n, the last column becomes the top region.
 void split_last_part(int n, int nparts, int *parts) {
@@ -34,6 +32,11 @@ int order_by_mmd(int n, int *xadj, int *adjncy, int *comi, int constrained,
   const int nnz = xadj[n] - 1;
   int *copy = iwork_alloc(nnz);
   int *work = iwork_alloc(5L * n);
+  if (copy == nullptr || work == nullptr) {
+    vek_serv_free(copy);
+    vek_serv_free(work);
+    return ORDERING_NO_MEMORY;
+  }
   for (int p = 0; p < nnz; ++p) copy[p] = adjncy[p];
   int delta = comi_get(comi, CI_DELTA);
   int maxint = comi_get(comi, CI_MAXINT) > 0 ? comi_get(comi, CI_MAXINT) : 2147483647;
@@ -59,12 +62,18 @@ int order_by_mmd(int n, int *xadj, int *adjncy, int *comi, int constrained,
 // Whether a full pattern (one-based) is structurally symmetric with every
 // diagonal entry present, as the types that store both triangles of a
 // symmetric pattern must be: the entries of A^T, counted per row, must be
-// those of A. O(nnz) with n + nnz scratch.
-bool pattern_symmetric(int n, const int *ia, const int *ja) {
+// those of A. O(nnz) with n + nnz scratch. Returns 0 (symmetric),
+// ORDERING_PATTERN_NOT_SYMMETRIC or ORDERING_NO_MEMORY.
+int pattern_symmetric(int n, const int *ia, const int *ja) {
   const long nnz = ia[n] - 1;
   int *start = iwork_alloc(n + 1L);
   int *cols = iwork_alloc(nnz);
   int *mark = iwork_alloc(n);
+  if (start == nullptr || cols == nullptr || mark == nullptr) {
+    vek_serv_free_list(reinterpret_cast<void **>(&start), reinterpret_cast<void **>(&cols),
+                       reinterpret_cast<void **>(&mark), static_cast<void **>(nullptr));
+    return ORDERING_NO_MEMORY;
+  }
   for (int i = 0; i <= n; ++i) start[i] = 0;
   bool ok = true;
   for (long k = 0; k < nnz && ok; ++k) {
@@ -97,7 +106,7 @@ bool pattern_symmetric(int n, const int *ia, const int *ja) {
   vek_serv_free(start);
   vek_serv_free(cols);
   vek_serv_free(mark);
-  return ok;
+  return ok ? 0 : ORDERING_PATTERN_NOT_SYMMETRIC;
 }
 
 }  // namespace
@@ -189,6 +198,10 @@ void sssord(int *n_, int *ia, int *ja, int *comi, int *user_perm,
   for (int i = 0; i <= n; ++i) xadj[i] = 0;
   if (mtype > 10) {
     int *work = iwork_alloc(fulladj_unsym_work(n, nnz));
+    if (work == nullptr) {
+      comi_set(comi, CI_STATUS, ORDERING_NO_MEMORY);
+      return;
+    }
     int nadj = 0, nn = n;
     fulladj_unsym(&nn, ia, ja, matching > 0 ? match_perm : nullptr, xadj,
                   adjncy, &nadj, work);
@@ -199,8 +212,9 @@ void sssord(int *n_, int *ia, int *ja, int *comi, int *user_perm,
     // Both triangles of a structurally symmetric matrix: a pattern that is
     // not symmetric, or a row without its diagonal entry, cannot be ordered
     // as one (an unsymmetric type takes such a matrix).
-    if (tri != 1 && !pattern_symmetric(n, ia, ja)) {
-      comi_set(comi, CI_STATUS, ORDERING_PATTERN_NOT_SYMMETRIC);
+    const int shape = tri != 1 ? pattern_symmetric(n, ia, ja) : 0;
+    if (shape != 0) {
+      comi_set(comi, CI_STATUS, shape);
       return;
     }
     ladj_mod(&nn, ia, ja, &threads, &tri, xadj, adjncy);
@@ -269,6 +283,10 @@ void sssord(int *n_, int *ia, int *ja, int *comi, int *user_perm,
     ordering_single_part(n, parts);
   } else if (dissection && nparts >= 2) {
     int *work = iwork_alloc(2L * n + 4L * nparts);
+    if (work == nullptr) {
+      comi_set(comi, CI_STATUS, ORDERING_NO_MEMORY);
+      return;
+    }
     ordering_regroup(n, nparts, perm, parts, work);
     vek_serv_free(work);
   }

@@ -30,8 +30,14 @@ int telmira_matching(int *comi, const void *a, const int *ia, const int *ja,
   *failed = 0;
 
   // Zero-based copies of the structure.
-  pint *ia0 = static_cast<pint *>(mem_alloc(sizeof(pint) * static_cast<std::size_t>(n + 1), "matching: ia"));
-  pint *ja0 = static_cast<pint *>(mem_alloc(sizeof(pint) * static_cast<std::size_t>(e > 0 ? e : 1), "matching: ja"));
+  pint *ia0 = static_cast<pint *>(mem_try_alloc(sizeof(pint) * static_cast<std::size_t>(n + 1), "matching: ia"));
+  pint *ja0 = static_cast<pint *>(mem_try_alloc(sizeof(pint) * static_cast<std::size_t>(e > 0 ? e : 1), "matching: ja"));
+  if (ia0 == nullptr || ja0 == nullptr) {
+    vek_serv_free(ia0);
+    vek_serv_free(ja0);
+    *failed = 2;
+    return 0;
+  }
   for (int i = 0; i <= n; ++i) ia0[i] = ia[i] - 1;
   for (int k = 0; k < e; ++k) ja0[k] = ja[k] - 1;
 
@@ -51,7 +57,8 @@ int telmira_matching(int *comi, const void *a, const int *ia, const int *ja,
     smat<R> upper{static_cast<std::uint32_t>(n), static_cast<std::uint32_t>(n),
                   static_cast<std::uint32_t>(e), 1u, ia0, ja0, const_cast<R *>(values)};
     smat<R> *full = smat_expand(&upper, 1, nullptr);
-    result = mc64_match(&n, full->ia, full->ja, full->a, mc64_i, u, v, nullptr);
+    result = full == nullptr ? MC64_NO_MEMORY
+                             : mc64_match(&n, full->ia, full->ja, full->a, mc64_i, u, v, nullptr);
     smat_free(full);
   } else {
     result = mc64_match(&n, ia0, ja0, values, mc64_i, u, v, nullptr);
@@ -60,18 +67,24 @@ int telmira_matching(int *comi, const void *a, const int *ia, const int *ja,
   // A matrix without a perfect matching passes: the permutation has been
   // completed, and the pivots that stay zero are perturbed.
   int status = 0;
-  if (result != 0) {
+  if (result == MC64_NO_MEMORY) {
+    *failed = 2;
+  } else if (result != 0) {
     status = -result;
     *failed = 1;
   }
 
+  int nparts = COMI(CI_NPARTS) < 1 ? 1 : COMI(CI_NPARTS);
   if (!*failed && symmetric) {
     const int method = COMI(CI_METHOD), threads = COMI(CI_THREADS) < 1 ? 1 : COMI(CI_THREADS);
-    int nparts = COMI(CI_NPARTS) < 1 ? 1 : COMI(CI_NPARTS);
     bvec *pivots = bvec_new(static_cast<std::uint32_t>(n));
-    mpssym_order(&n, ia0, ja0, values, &method, &threads, mc64_i, pivots,
-                 &nparts, ddist_mps);
+    const int ordered = pivots != nullptr && mpssym_order(&n, ia0, ja0, values, &method, &threads,
+                                                          mc64_i, pivots, &nparts, ddist_mps) == 1;
     bvec_free(pivots);
+    if (!ordered) *failed = 2;
+  }
+
+  if (!*failed && symmetric) {
     // One-based ranges, closed by the top region.
     for (int k = 0; k < 2 * nparts; ++k) ddist_mps[k] += 1;
     ddist_mps[2 * nparts] = ddist_mps[2 * nparts - 1] + 1;

@@ -19,7 +19,8 @@ namespace tlm {
 //   matchperm handle[MC64PERM]: the one-based permutation
 //   uv        handle[MC64UV]: column factors, then row factors
 // Returns 0, or the status of error -6, minus the result of the matching;
-// *failed is set to 1 when the step failed. A matrix without a perfect
+// *failed is set to 1 when the step failed, and to 2 (status 0) when the
+// heap had no room for its work. A matrix without a perfect
 // matching (structurally singular) passes with a completed permutation.
 template <class R>
 int telmira_matching(int *comi, const void *a, const int *ia, const int *ja,

@@ -145,11 +145,12 @@ template <class R> struct analysis_steps {
     rec->error = error;
     return false;
   }
-  // Error of a failed stage: -8 for an overflow, -3 otherwise.
+  // Error of a failed stage: -8 for an overflow, -2 for scratch memory
+  // that could not be had, -3 otherwise.
   bool stage_failed(int st) {
     rec->status = st;
     CTRL(IP_STATUS) = st;
-    return failed(st == -182 ? -8 : -3);
+    return failed(st == -182 ? -8 : st == ORDERING_NO_MEMORY ? -2 : -3);
   }
   // Seconds since t0, added to *slot of the profile when there is one.
   void took(double *slot, double t0) {
@@ -229,7 +230,10 @@ template <class R> struct analysis_steps {
           comi, c.a, c.ia, c.ja, static_cast<int *>(mc64_i), static_cast<R *>(mc64_r),
           static_cast<int *>(ddist_mps), reinterpret_cast<int *>(handle[MC64PERM]),
           reinterpret_cast<R *>(handle[MC64UV]), &bad);
-      if (bad) {
+      if (bad == 2) {
+        rec->status = ST_MC64_I;
+        error = -2;
+      } else if (bad) {
         rec->status = st;
         error = -6;
       }

@@ -84,7 +84,9 @@ void telmira_report(int *error, const int *status, const int *comi,
       }
       break;
     case -2:
-      say(allocation_message(st), 1, static_cast<std::intptr_t>(*failed_size));
+      // A slot of the plan names its block; the scratch of a stage (status
+      // -2 from the ordering or the column counts) has no line of its own.
+      if (st <= -100) say(allocation_message(st), 1, static_cast<std::intptr_t>(*failed_size));
       say(433, 1, *memory_sum);
       say(434, 2, CTRL(IP_PEAK_KB), CTRL(IP_PERMANENT_KB));
       say(435, 1, CTRL(IP_NUMERIC_KB));

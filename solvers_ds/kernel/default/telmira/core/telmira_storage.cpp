@@ -314,3 +314,21 @@ int *mem_realloc_int(int *pointer, int count, const char *name) {
   return static_cast<int *>(mem_realloc(
       pointer, static_cast<std::size_t>(count) * sizeof(int), name));
 }
+
+void *mem_try_alloc(std::size_t size, const char *) {
+  if (size == 0) return nullptr;
+  return vek_serv_malloc(size, tlm::ALIGNMENT);
+}
+
+void *mem_try_realloc(void *pointer, std::size_t size, const char *) {
+  if (size == 0) {
+    vek_serv_free(pointer);
+    return nullptr;
+  }
+  return vek_serv_realloc(pointer, size);
+}
+
+int *mem_try_alloc_int(long count, const char *name) {
+  return static_cast<int *>(
+      mem_try_alloc(sizeof(int) * static_cast<std::size_t>(count > 0 ? count : 1), name));
+}

@@ -189,4 +189,12 @@ int *mem_alloc_int(int count, const char *name);
 int *mem_alloc_int_fill(int count, int value, const char *name);
 int *mem_realloc_int(int *pointer, int count, const char *name);
 
+// The same requests for code that has an error path: null on failure (and
+// for size 0), nothing printed, the process goes on. mem_try_realloc keeps
+// the old block intact when it fails. The name is for the reader.
+void *mem_try_alloc(std::size_t size, const char *name);
+void *mem_try_realloc(void *pointer, std::size_t size, const char *name);
+// count ints, at least one, so that null always means failure.
+int *mem_try_alloc_int(long count, const char *name);
+
 #endif
