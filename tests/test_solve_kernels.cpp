@@ -126,7 +126,10 @@ template <class T> void check_solves(const problem &p, int diagp, double tol) {
   ASSERT_EQ(f.error, 0);
   ASSERT_TRUE((p.mtype != 11 && p.mtype != 13) || f.npert == 0) << "the factor is not that of A";
   const int n = p.s.n, ldw = work_rows(p.s);
-  const double same = 1e4 * std::numeric_limits<tlm::real_of<T>>::epsilon();
+  // Orders of rounding apart, as the growth of the factor allows; a fault
+  // in a sweep is of the order of the solution.
+  const double same = (sizeof(tlm::real_of<T>) == 8 ? 1e6 : 1e4) *
+                      std::numeric_limits<tlm::real_of<T>>::epsilon();
   const T nan = T(std::numeric_limits<tlm::real_of<T>>::quiet_NaN());
   std::vector<zc> b;
   const std::vector<T> y = sides<T>(p, 5, b);
@@ -176,8 +179,8 @@ TEST(SolveKernels, EveryTypeSolvesWithItsFactorOnOneAndSeveralSides) {
         SCOPED_TRACE(testing::Message() << row.matrix << " type " << row.mtype << " panel "
                                         << panel << " diagp " << diagp);
         const problem p = prepare(m, row.mtype, 2, panel, false);
-        if (complex_type(row.mtype)) check_solves<zc>(p, diagp, 1e-12);
-        else check_solves<double>(p, diagp, 1e-12);
+        if (complex_type(row.mtype)) check_solves<zc>(p, diagp, 1e-10);
+        else check_solves<double>(p, diagp, 1e-10);
         if (panel == 1) continue;
         if (complex_type(row.mtype)) check_solves<std::complex<float>>(p, diagp, 1e-3);
         else check_solves<float>(p, diagp, 1e-3);
