@@ -128,7 +128,7 @@ template <class T> void check_solves(const problem &p, int diagp, double tol) {
   const int n = p.s.n, ldw = work_rows(p.s);
   // Orders of rounding apart, as the growth of the factor allows; a fault
   // in a sweep is of the order of the solution.
-  const double same = (sizeof(tlm::real_of<T>) == 8 ? 1e6 : 1e4) *
+  const double same = (sizeof(tlm::real_of<T>) == 8 ? 1e6 : 1e5) *
                       std::numeric_limits<tlm::real_of<T>>::epsilon();
   const T nan = T(std::numeric_limits<tlm::real_of<T>>::quiet_NaN());
   std::vector<zc> b;
