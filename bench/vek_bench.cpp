@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -41,7 +42,32 @@ struct outcome {
   int peak_kb = 0, permanent_kb = 0, numeric_kb = 0;
   double residual = -1.0;
   int error = 0, failed_ido = 0;
+  long rss_start[3] = {-1, -1, -1};    // resident as each phase starts
+  long rss_peak[3] = {-1, -1, -1};     // the peak within each phase
 };
+
+// Resident memory from /proc/self/status: key "VmRSS:" or "VmHWM:", in
+// kilobytes; -1 where it cannot be read.
+long status_kb(const char *key) {
+  std::FILE *f = std::fopen("/proc/self/status", "r");
+  if (f == nullptr) return -1;
+  char line[256];
+  long v = -1;
+  const std::size_t klen = std::strlen(key);
+  while (std::fgets(line, sizeof line, f) != nullptr)
+    if (std::strncmp(line, key, klen) == 0) v = std::atol(line + klen);
+  std::fclose(f);
+  return v;
+}
+
+// Starts a new peak: the kernel sets the high-water mark back to the
+// present resident size. Returns false where it refuses.
+bool reset_peak() {
+  std::FILE *f = std::fopen("/proc/self/clear_refs", "w");
+  if (f == nullptr) return false;
+  const bool ok = std::fputs("5", f) >= 0;
+  return std::fclose(f) == 0 && ok;
+}
 
 double now() {
   using clock = std::chrono::steady_clock;
@@ -196,10 +222,13 @@ outcome run(const vekio::sparse &A, int mtype, const options &opt) {
     const int phases[3] = {11, 22, 33};
     for (int p = 0; p < 3; ++p) {
       int ido = phases[p], error = 0;
+      const bool peaks = rep == 0 && reset_peak();
+      if (peaks) out.rss_start[p] = status_kb("VmRSS:");
       const double t0 = now();
       telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, ap, A.ia.data(),
               A.ja.data(), perm.data(), &nrhs, iparam, &msglvl, bp, xp, &error);
       out.seconds[p] = std::min(out.seconds[p], now() - t0);
+      if (peaks) out.rss_peak[p] = status_kb("VmHWM:");
       // The entry stores its thread count in iparam(3) whenever the phase
       // driver runs; the diagonal shortcut leaves it alone.
       if (ido == 11) out.threads = iparam[2];
@@ -362,6 +391,12 @@ int main(int argc, char **argv) {
     }
     const outcome o = run(A, mtype, opt);
     print_line(base_name(name), mtype, opt, A, o);
+    // Where the process's memory went: resident as each phase starts (the
+    // first: the bench's own matrix and vectors) and its peak within it.
+    if (o.rss_peak[0] >= 0)
+      std::printf("# rss_kb analysis %ld..%ld factorization %ld..%ld solve %ld..%ld\n",
+                  o.rss_start[0], o.rss_peak[0], o.rss_start[1], o.rss_peak[1],
+                  o.rss_start[2], o.rss_peak[2]);
     if (o.error != 0) ++failures;
   }
   // The peak resident memory of the whole process, for comparing runs of
