@@ -2,6 +2,7 @@
 // (blkl_ooc_omp.h).
 #include "blkl_ooc_omp.h"
 
+#include <complex>
 #include <cstdlib>
 #include <cstring>
 
@@ -219,13 +220,15 @@ void blkl_ooc_omp(const T *a, const sweep_shape &sh, const sweep_incoming &in, i
   sweep_run_omp(sh, in, nthreads, temp, step, &counts, error);
 }
 
-template void blkl_ooc_omp<double>(const double *, const sweep_shape &, const sweep_incoming &,
-                                   int, const int *, const int *, const int *, const int *,
-                                   int *, double *, int, int, double *, ooc_file *, int,
-                                   int *, char *, int *, ooc_thread_io *, int *);
-template void blkl_ooc_omp<float>(const float *, const sweep_shape &, const sweep_incoming &,
-                                  int, const int *, const int *, const int *, const int *,
-                                  int *, float *, int, int, float *, ooc_file *, int,
-                                  int *, char *, int *, ooc_thread_io *, int *);
+#define TLM_BLKL_OOC_OMP(T)                                                                   \
+  template void blkl_ooc_omp<T>(const T *, const sweep_shape &, const sweep_incoming &, int,     \
+                                const int *, const int *, const int *, const int *, int *, T *,  \
+                                int, int, T *, ooc_file *, int, int *, char *, int *,            \
+                                ooc_thread_io *, int *);
+TLM_BLKL_OOC_OMP(float)
+TLM_BLKL_OOC_OMP(double)
+TLM_BLKL_OOC_OMP(std::complex<float>)
+TLM_BLKL_OOC_OMP(std::complex<double>)
+#undef TLM_BLKL_OOC_OMP
 
 }  // namespace tlm
