@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -47,7 +48,32 @@ struct outcome {
   double residual = -1.0;
   int error = 0, failed_ido = 0;
   analysis_profile steps{};  // of the fastest analysis, with --steps
+  long rss_start[3] = {-1, -1, -1};    // resident as each phase starts
+  long rss_peak[3] = {-1, -1, -1};     // the peak within each phase
 };
+
+// Resident memory from /proc/self/status: key "VmRSS:" or "VmHWM:", in
+// kilobytes; -1 where it cannot be read.
+long status_kb(const char *key) {
+  std::FILE *f = std::fopen("/proc/self/status", "r");
+  if (f == nullptr) return -1;
+  char line[256];
+  long v = -1;
+  const std::size_t klen = std::strlen(key);
+  while (std::fgets(line, sizeof line, f) != nullptr)
+    if (std::strncmp(line, key, klen) == 0) v = std::atol(line + klen);
+  std::fclose(f);
+  return v;
+}
+
+// Starts a new peak: the kernel sets the high-water mark back to the
+// present resident size. Returns false where it refuses.
+bool reset_peak() {
+  std::FILE *f = std::fopen("/proc/self/clear_refs", "w");
+  if (f == nullptr) return false;
+  const bool ok = std::fputs("5", f) >= 0;
+  return std::fclose(f) == 0 && ok;
+}
 
 double now() {
   using clock = std::chrono::steady_clock;
@@ -222,11 +248,14 @@ outcome run(const vekio::sparse &A, int mtype, const options &opt,
       int ido = phases[p], error = 0;
       analysis_profile steps{};
       if (ido == 11 && opt.steps) analysis_profile_attach(&steps);
+      const bool peaks = rep == 0 && reset_peak();
+      if (peaks) out.rss_start[p] = status_kb("VmRSS:");
       const double t0 = now();
       telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, ap, A.ia.data(),
               A.ja.data(), perm.data(), &nrhs, iparam, &msglvl, bp, xp, &error);
       const double took = now() - t0;
       analysis_profile_attach(nullptr);
+      if (peaks) out.rss_peak[p] = status_kb("VmHWM:");
       if (ido == 11 && opt.steps && took < out.seconds[p]) out.steps = steps;
       out.seconds[p] = std::min(out.seconds[p], took);
       // The entry stores its thread count in iparam(3) whenever the phase
@@ -458,6 +487,12 @@ int main(int argc, char **argv) {
     }
     const outcome o = run(A, mtype, opt);
     print_line(base_name(name), mtype, opt, A, o);
+    // Where the process's memory went: resident as each phase starts (the
+    // first: the bench's own matrix and vectors) and its peak within it.
+    if (o.rss_peak[0] >= 0)
+      std::printf("# rss_kb analysis %ld..%ld factorization %ld..%ld solve %ld..%ld\n",
+                  o.rss_start[0], o.rss_peak[0], o.rss_start[1], o.rss_peak[1],
+                  o.rss_start[2], o.rss_peak[2]);
     if (o.error != 0) ++failures;
     if (opt.steps && o.error == 0) print_steps(base_name(name), o.steps);
     if (opt.metis_ref && o.error == 0) print_metis_ref(base_name(name), A, mtype, opt, o);

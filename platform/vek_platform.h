@@ -40,6 +40,12 @@ std::int64_t vek_os_file_write(vek_os_file f, std::int64_t pos, const void *buf,
 std::int64_t vek_os_file_size(vek_os_file f);  // -1 on failure
 int vek_os_file_remove(const char *name);      // 0 on success
 
+// --- Heap (HeapCompact) ----------------------------------------------------
+// Hands the free pages of the C runtime's heap back to the system, so that
+// memory freed by one phase leaves the process's resident size before the
+// next one allocates. Does nothing where the runtime has no such call.
+void vek_os_heap_release();
+
 // --- Thread-local storage (TlsAlloc, TlsGetValue, TlsSetValue, TlsFree) ---
 typedef std::uintptr_t vek_os_tls_key;
 int   vek_os_tls_alloc(vek_os_tls_key *key);  // 1 on success, 0 on failure

@@ -15,6 +15,11 @@
 vek_serv_heap_table vek_serv_heap = {std::malloc, std::calloc,
                                     std::realloc, std::free};
 
+void vek_serv_heap_release() {
+  if (vek_serv_heap.malloc_fn == std::malloc && vek_serv_heap.free_fn == std::free)
+    vek_os_heap_release();
+}
+
 // ---------------------------------------------------------------------------
 // Alignment rule
 // ---------------------------------------------------------------------------

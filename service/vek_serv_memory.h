@@ -17,6 +17,10 @@ struct vek_serv_heap_table {
 };
 extern "C" vek_serv_heap_table vek_serv_heap;
 
+// Returns the heap's free pages to the system when the table holds the C
+// runtime's own functions; a replaced heap is left to its owner.
+void vek_serv_heap_release();
+
 // Alignment rule of both families: below 4 means none (0); 4 or more that
 // is not a power of two becomes 32; otherwise the alignment itself.
 int vek_serv_effective_alignment(int alignment);

@@ -339,3 +339,68 @@ TEST_F(Ooc, SeveralMatrixNumbersNeverSolveWithForeignFactors) {
 }
 
 }  // namespace
+
+namespace {
+
+// Type 2 on two threads shares its out-of-core sweep among them: each
+// thread makes its targets in slots of its own and takes its sources from
+// the shared arena or the file. Under a limit far below the factors, and
+// again and again, it must give the answer of memory; a pivot that is not
+// positive, or a NaN in A, must fail as in memory.
+TEST_F(Ooc, CholeskyOnTwoThreadsGivesTheAnswerOfMemoryRunAfterRun) {
+  vek_serv_set_dynamic(0);
+  vek_serv_set_num_threads(2);
+  const vekio::sparse m = vekio::lap3d(20);
+  system core(m, 2, 1);
+  controls(core, 0);
+  ASSERT_EQ(core.call(13), 0);
+
+  set_env(base_, 4, 1);
+  system files(m, 2, 1);
+  controls(files, 2);
+  ASSERT_EQ(files.call(11), 0);
+  ASSERT_EQ(files.iparam[2], 2);
+  const int *comi = files.comi();
+  const int *ooc_l = tlm::state_of(files.handle).ooc_l;
+  const tlm::ooc_file &lfile = tlm::telmira_ooc_blocks(ooc_l).ooc[tlm::OOC_LNZ - 1];
+  std::vector<double> first;
+  unsigned written = 0, read = 0;
+  for (int run = 0; run < 4; ++run) {
+    SCOPED_TRACE(run);
+    ASSERT_EQ(files.call(23), 0);
+    // The slots of the threads came off the arena: the parallel sweep ran.
+    EXPECT_LT(lfile.len_arena, OOCL(OL_ARENA_VALUES));
+    // Every panel written once; the small arena sent some back to the file.
+    // (The counters run on over factorizations into the same block.)
+    EXPECT_EQ(static_cast<unsigned>(OOCL(OL_BYTES_WRITTEN)) - written,
+              static_cast<unsigned>(COMI(CI_LNZ_LEN)) * 8u);
+    EXPECT_GT(static_cast<unsigned>(OOCL(OL_BYTES_READ)), read);
+    written = static_cast<unsigned>(OOCL(OL_BYTES_WRITTEN));
+    read = static_cast<unsigned>(OOCL(OL_BYTES_READ));
+    EXPECT_LT(files.residual(files.x), 1e-13);
+    EXPECT_LT(max_difference(files.x, core.x), 1e-10);
+    if (run == 0) first = files.x;
+    EXPECT_LT(max_difference(files.x, first), 1e-12);
+  }
+  files.release();
+  EXPECT_FALSE(exists(base_ + ".lnz"));
+
+  // Failures: a negative diagonal entry deep in the matrix, and a NaN.
+  for (int fault = 0; fault < 2; ++fault) {
+    SCOPED_TRACE(fault);
+    system in_memory(m, 2, 1), in_files(m, 2, 1);
+    for (system *s : {&in_memory, &in_files}) {
+      const int row = s->n / 2;  // stored first in its row: the diagonal
+      s->A.a[s->A.ia[row] - 1] = fault == 0 ? -1.0 : std::nan("");
+    }
+    controls(in_memory, 0);
+    controls(in_files, 2);
+    const int expected = in_memory.call(13);
+    ASSERT_NE(expected, 0);
+    EXPECT_EQ(in_files.call(13), expected);
+    EXPECT_EQ(in_files.iparam[29], in_memory.iparam[29]);
+  }
+  vek_serv_set_num_threads(1);
+}
+
+}  // namespace

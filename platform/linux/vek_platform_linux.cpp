@@ -3,6 +3,9 @@
 #include "platform/vek_platform.h"
 
 #include <fcntl.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 #include <pthread.h>
 #include <sys/stat.h>
 #include <sched.h>
@@ -30,6 +33,13 @@ unsigned vek_os_getenv(const char *name, char *buf, unsigned size) {
   if (len + 1 > size) return static_cast<unsigned>(len + 1);
   std::memcpy(buf, v, len + 1);
   return static_cast<unsigned>(len);
+}
+
+// --- Heap --------------------------------------------------------------------
+void vek_os_heap_release() {
+#if defined(__GLIBC__)
+  ::malloc_trim(0);
+#endif
 }
 
 // --- Paths -------------------------------------------------------------------

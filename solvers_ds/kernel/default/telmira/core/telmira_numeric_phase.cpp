@@ -40,6 +40,10 @@ bool allocate_numeric(std::intptr_t *handle, int *iparam, std::intptr_t *entry,
     void *old = reinterpret_cast<void *>(entry[0]);
     storage_free(&old, mark);
     entry[0] = 0;
+    // With the factors in files the memory freed by the analysis would
+    // otherwise stay resident beside the panel buffers: the heap gives
+    // its free pages back before they are allocated.
+    if (OOCL(OL_MODE) == 2) vek_serv_heap_release();
     if (plan.factor > 0) {
       OOCL(OL_BYTES_WRITTEN) = OOCL(OL_BYTES_READ) = OOCL(OL_BYTES_READ_SOLVE) = OOCL(OL_STATUS) = 0;
       OOCL(OL_COUNTER43) = OOCL(OL_COUNTER44) = 0;

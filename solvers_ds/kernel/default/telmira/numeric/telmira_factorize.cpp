@@ -364,7 +364,8 @@ void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
   vekd::blas_threads(COMI(CI_THREADS));
   if (ooc_l != nullptr && OOCL(OL_MODE) == 2) {
     // Factors in files: the kernels check their pivots panel by panel.
-    telmira_factorize_ooc<R>(a, ia, ja, fi, comx, factors, work, scaling, comi, ooc_l);
+    telmira_factorize_ooc<R>(a, ia, ja, fi, comx, factors, work, up_uplen, scaling, comi,
+                             ooc_l);
     telmira_clock(&t1);
     if (COMI(CI_STATUS) == 0) comr[5] = t1 - t0;
     return;

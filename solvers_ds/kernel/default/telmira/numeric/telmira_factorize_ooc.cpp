@@ -2,20 +2,22 @@
 // every matrix type in the storage policy of ooc_step.h, between the open
 // and the close of the factor files.
 //
-//   type 2        blkl_ooc: Cholesky, panels kept in the value arena
+//   type 2        blkl_ooc: Cholesky, panels kept in the value arena;
+//                 blkl_ooc_omp on several threads
 //   type 4        ch_blkl_ooc: Hermitian Cholesky
 //   types -2,-4,6 blkldl_ooc, ch_blkldl_ooc, c_blkl_ooc: L D L^T
 //   types 1, 3    blklu_ooc, c_blklu_ooc
 //   types 11, 13  blklu_unsym_ooc, c_blklu_unsym_ooc
 //
-// The sweep is the sequential one; the dense routines below it run on the
-// call's threads.
+// The other sweeps are sequential; the dense routines below them run on
+// the call's threads.
 #include "telmira_factorize_ooc.h"
 #include "telmira_slots.h"
 
 #include <complex>
 #include <cstdlib>
 
+#include "blkl_ooc_omp.h"
 #include "blkl_step.h"
 #include "blkldl_step.h"
 #include "blklu_step.h"
@@ -129,12 +131,85 @@ void ooc_kernels(const void *a_, const int *ja, const ooc_arrays &k, const sweep
   }
 }
 
+// The parallel Cholesky sweep of type 2 when the call has several threads,
+// the lists of the parallel frame and a block that holds the slots of
+// every thread beside some arena. Returns false when the sequential sweep
+// is to run instead; otherwise the sweep ran, with the counts in io.
+template <class R>
+bool cholesky_on_threads(const void *a, void *fi, const int *comx, void *up_uplen,
+                         const ooc_arrays &k, const sweep_shape &sh, R *block,
+                         R *temp, int *comi, const int *ooc_l, ooc_file *ooc,
+                         ooc_sweep_io *total, int *error) {
+  const int threads = COMI(CI_THREADS);
+  if (COMI(CI_MTYPE) != 2 || threads < 2 || COMI(CI_ONE_THREAD) != 0 || up_uplen == nullptr)
+    return false;
+  const int panel = OOCL(OL_PANEL_VALUES);
+  std::int64_t lvalues = 0;
+  telmira_ooc_block_values(true, false, panel, OOCL(OL_ARENA_VALUES), &lvalues);
+  const std::int64_t arena = lvalues - blkl_ooc_omp_slot_values(panel, threads);
+  if (arena < 0) return false;
+  ooc_thread_io *io = static_cast<ooc_thread_io *>(
+      vek_serv_calloc(threads, static_cast<int>(sizeof(ooc_thread_io)), 128));
+  int *up = sub(up_uplen, comx, CX_INLIST);
+  const sweep_incoming in{COMI(CI_NPARTS),
+                          sub(fi, comx, CX_PARTS),
+                          sub(fi, comx, CX_XNMOD),
+                          sub(up_uplen, comx, CX_XSLINDX),
+                          sub(up_uplen, comx, CX_SLINDX),
+                          sub(up_uplen, comx, CX_SLENGTH),
+                          up,
+                          up + COMI(CI_INLIST_END)};
+  // xl: a copy of xlnz for each thread; first and rows_kept; the flags.
+  const std::int64_t n1 = static_cast<std::int64_t>(sh.n) + 1, ns = sh.nsuper;
+  const std::int64_t places = in.xslindx[ns] - 1;
+  int *xl = static_cast<int *>(vek_serv_malloc(
+      sizeof(int) * static_cast<std::size_t>(n1 * threads + 2 * ns) +
+          static_cast<std::size_t>(places + 1), 128));
+  if (io == nullptr || xl == nullptr) {
+    vek_serv_free_list(reinterpret_cast<void **>(&io), reinterpret_cast<void **>(&xl),
+                       static_cast<void **>(nullptr));
+    *error = -2;
+    return true;
+  }
+  for (int t = 0; t < threads; ++t)
+    for (std::int64_t i = 0; i < n1; ++i) xl[t * n1 + i] = k.xlnz[i];
+  int *first = xl + n1 * threads, *rows_kept = first + ns;
+  char *done = reinterpret_cast<char *>(rows_kept + ns);
+  for (std::int64_t i = 0; i <= places; ++i) done[i] = 0;
+  for (int K = 1; K <= ns; ++K) {
+    first[K - 1] = in.xslindx[K - 1] - 1;
+    rows_kept[K - 1] = 0;
+    for (int i = first[K - 1]; i < in.xslindx[K] - 1; ++i)
+      if (in.slength[i] > rows_kept[K - 1]) rows_kept[K - 1] = in.slength[i];
+  }
+  telmira_ooc_arena_reset(ooc + (OOC_LNZ - 1), static_cast<int>(arena));
+  // Each thread calls the dense routines on one thread.
+  vekd::blas_threads(1);
+  blkl_ooc_omp<R>(static_cast<const R *>(a), sh, in, threads, k.xjalf, k.jalf, k.luperm,
+                  k.perm, xl, block, static_cast<int>(arena), panel, temp, ooc, total->msglvl,
+                  first, done, rows_kept, io, error);
+  for (int t = 0; t < threads; ++t) {
+    total->written += io[t].written;
+    total->read += io[t].read;
+    total->t_write += io[t].t_write;
+    total->t_read += io[t].t_read;
+    if (total->io_error == 0) total->io_error = io[t].io_error;
+    if (total->arena_error == 0) total->arena_error = io[t].arena_error;
+    if (io[t].nonfinite != 0 &&
+        (total->nonfinite == 0 || io[t].nonfinite < total->nonfinite))
+      total->nonfinite = io[t].nonfinite;
+  }
+  vek_serv_free_list(reinterpret_cast<void **>(&io), reinterpret_cast<void **>(&xl),
+                     static_cast<void **>(nullptr));
+  return true;
+}
+
 }  // namespace
 
 template <class R>
 void telmira_factorize_ooc(const void *a, const int *ia, const int *ja, void *fi,
-                           const int *comx, void *factors, void *work, const void *scaling,
-                           int *comi, int *ooc_l) {
+                           const int *comx, void *factors, void *work, void *up_uplen,
+                           const void *scaling, int *comi, int *ooc_l) {
   const ooc_blocks ob = telmira_ooc_blocks(ooc_l);
   const int mtype = COMI(CI_MTYPE), n = COMI(CI_N), w = words_per_value(mtype);
   const bool upper = COMI(CI_TRIANGLE) != 1;
@@ -195,7 +270,12 @@ void telmira_factorize_ooc(const void *a, const int *ia, const int *ja, void *fi
     inner_sh.xlnz = xl;
     const double eps = pivot_perturbation(COMI(CI_PERTURBATION), mtype, n, ia, a,
                                           sizeof(R) == sizeof(float));
-    if (w == 1) {
+    if (cholesky_on_threads<R>(a, fi, comx, up_uplen, k, sh, static_cast<R *>(factors),
+                               static_cast<R *>(work), comi, ooc_l, ooc, &io, &error)) {
+      // The steps end the sweep with -3 on what io names.
+      if (error == -3 && (io.io_error != 0 || io.nonfinite != 0 || io.arena_error != 0))
+        error = 0;
+    } else if (w == 1) {
       R *l = static_cast<R *>(factors);
       ooc_kernels<R>(a, ja, k, sh, inner_sh, xl, xu, l, l + lvalues, static_cast<R *>(work),
                      static_cast<const R *>(scaling), eps, comi, &io, &error);
@@ -230,10 +310,10 @@ void telmira_factorize_ooc(const void *a, const int *ia, const int *ja, void *fi
 }
 
 template void telmira_factorize_ooc<double>(const void *, const int *, const int *, void *,
-                                            const int *, void *, void *, const void *, int *,
-                                            int *);
+                                            const int *, void *, void *, void *, const void *,
+                                            int *, int *);
 template void telmira_factorize_ooc<float>(const void *, const int *, const int *, void *,
-                                           const int *, void *, void *, const void *, int *,
-                                           int *);
+                                           const int *, void *, void *, void *, const void *,
+                                           int *, int *);
 
 }  // namespace tlm

@@ -206,9 +206,13 @@ std::int64_t telmira_read_ooc_file(vek_os_file f, int elem_size, std::int64_t nf
   return total;
 }
 
-std::int64_t telmira_write_ooc_file(vek_os_file f, int elem_size, std::int64_t nfirst,
-                                    int count, int stride, int blocks, const void *buffer,
-                                    int message_level, int *error) {
+namespace {
+
+// The raw write; with gaps the start may lie behind the end of the file:
+// a writer on another thread fills what lies between.
+std::int64_t write_blocks(vek_os_file f, int elem_size, std::int64_t nfirst, int count,
+                          int stride, int blocks, const void *buffer, int message_level,
+                          bool gaps, int *error) {
   if (entered_failed(error)) return 0;
   if (nfirst < 0 || count < 0 || stride < 0 || blocks < 0 || (blocks > 1 && stride < count)) {
     *error = OOC_WRITE_ARGS;
@@ -221,13 +225,13 @@ std::int64_t telmira_write_ooc_file(vek_os_file f, int elem_size, std::int64_t n
   for (int i = 0; i < blocks; ++i) {
     const std::int64_t pos = (nfirst - 1 + static_cast<std::int64_t>(i) * stride) * elem_size;
     // A start behind the end of the file would leave a gap.
-    const std::int64_t size = vek_os_file_size(f);
+    const std::int64_t size = gaps ? 0 : vek_os_file_size(f);
     if (size < 0 || pos < 0) {
       vek_serv_print_message(0, 963, 0);
       *error = OOC_WRITE_SEEK;
       return total;
     }
-    if (pos > size) {
+    if (!gaps && pos > size) {
       vek_serv_print_message(0, 984, 0);
       *error = OOC_WRITE_EOF;
       return total;
@@ -254,37 +258,71 @@ std::int64_t telmira_write_ooc_file(vek_os_file f, int elem_size, std::int64_t n
   return total;
 }
 
-std::int64_t telmira_ooc_write_record(ooc_file *ooc, int file, int record, int count,
-                                      const void *data, int message_level, int *error) {
-  if (*error != 0) return 0;
+}  // namespace
+
+std::int64_t telmira_write_ooc_file(vek_os_file f, int elem_size, std::int64_t nfirst,
+                                    int count, int stride, int blocks, const void *buffer,
+                                    int message_level, int *error) {
+  return write_blocks(f, elem_size, nfirst, count, stride, blocks, buffer, message_level, false,
+                      error);
+}
+
+int telmira_ooc_reserve_record(ooc_file *ooc, int file, int record, int count, int *error) {
+  if (*error != 0) return *error;
   ooc_file *f = ooc + (file - 1);
-  flip_resident(f, file, record);
   if (count == 0) {
     f->kfile[record] = 0;
     f->pt_inf[record] = 0;
     return 0;
   }
   const std::uint64_t need = static_cast<std::uint64_t>(count) * f->elem_size;
-  if (need > static_cast<std::uint64_t>(f->max_bytes)) {
-    *error = OOC_RECORD_TOO_LARGE;
-    return 0;
-  }
+  if (need > static_cast<std::uint64_t>(f->max_bytes)) return *error = OOC_RECORD_TOO_LARGE;
   int k = 0;
   while (k < f->nfile &&
          static_cast<std::uint64_t>(f->elem_size) *
                  (static_cast<std::uint64_t>(f->ne_inf[k]) + static_cast<std::uint64_t>(count)) >
              static_cast<std::uint64_t>(f->max_bytes))
     ++k;
-  if (k >= f->nfile) {
-    *error = OOC_NO_ROOM;
-    return 0;
-  }
+  if (k >= f->nfile) return *error = OOC_NO_ROOM;
   f->kfile[record] = k;
   f->pt_inf[record] = f->ne_inf[k];
   f->ne_inf[k] += count;
-  return telmira_write_ooc_file(f->pt_tof[k], f->elem_size,
+  return 0;
+}
+
+std::int64_t telmira_ooc_write_reserved(const ooc_file *ooc, int file, int record, int count,
+                                        const void *data, int message_level, int *error) {
+  if (*error != 0 || count == 0) return 0;
+  const ooc_file *f = ooc + (file - 1);
+  return write_blocks(f->pt_tof[f->kfile[record]], f->elem_size,
+                      static_cast<std::int64_t>(f->pt_inf[record]) + 1, count, count, 1, data,
+                      message_level, true, error);
+}
+
+std::int64_t telmira_ooc_write_record(ooc_file *ooc, int file, int record, int count,
+                                      const void *data, int message_level, int *error) {
+  if (*error != 0) return 0;
+  flip_resident(ooc + (file - 1), file, record);
+  if (telmira_ooc_reserve_record(ooc, file, record, count, error) != 0 || count == 0) return 0;
+  const ooc_file *f = ooc + (file - 1);
+  return telmira_write_ooc_file(f->pt_tof[f->kfile[record]], f->elem_size,
                                 static_cast<std::int64_t>(f->pt_inf[record]) + 1, count, count,
                                 1, data, message_level, error);
+}
+
+std::int64_t telmira_ooc_read_rows(const ooc_file *ooc, int file, int record, int count,
+                                   int length, int columns, void *buffer, int message_level,
+                                   int *error) {
+  if (*error != 0) return 0;
+  if (count < 1) return 0;
+  const ooc_file *f = ooc + (file - 1);
+  const int k = f->kfile[record];
+  const std::int64_t first = static_cast<std::int64_t>(f->pt_inf[record]) + (length - count) + 1;
+  if (count == length)  // the whole record in one transfer
+    return telmira_read_ooc_file(f->pt_tof[k], f->elem_size, first, count * columns,
+                                 count * columns, 1, buffer, message_level, error);
+  return telmira_read_ooc_file(f->pt_tof[k], f->elem_size, first, count, length, columns,
+                               buffer, message_level, error);
 }
 
 std::int64_t telmira_ooc_read_record(ooc_file *ooc, int file, int record, int count,
@@ -292,17 +330,9 @@ std::int64_t telmira_ooc_read_record(ooc_file *ooc, int file, int record, int co
                                      int message_level, int *error) {
   if (*error != 0) return 0;
   if (count < 1) return 0;
-  ooc_file *f = ooc + (file - 1);
-  const int k = f->kfile[record];
-  const std::int64_t first = static_cast<std::int64_t>(f->pt_inf[record]) + (length - count) + 1;
-  std::int64_t got;
-  if (count == length)  // the whole record in one transfer
-    got = telmira_read_ooc_file(f->pt_tof[k], f->elem_size, first, count * columns,
-                                count * columns, 1, buffer, message_level, error);
-  else
-    got = telmira_read_ooc_file(f->pt_tof[k], f->elem_size, first, count, length, columns,
-                                buffer, message_level, error);
-  flip_resident(f, file, record);
+  const std::int64_t got = telmira_ooc_read_rows(ooc, file, record, count, length, columns,
+                                                 buffer, message_level, error);
+  flip_resident(ooc + (file - 1), file, record);
   return got;
 }
 

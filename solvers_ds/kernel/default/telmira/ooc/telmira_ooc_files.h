@@ -130,11 +130,25 @@ std::int64_t telmira_write_ooc_file(vek_os_file f, int elem_size, std::int64_t n
 // the record flips. Returns the bytes written; on entry with a code set, 0.
 std::int64_t telmira_ooc_write_record(ooc_file *ooc, int file, int record, int count,
                                       const void *data, int message_level, int *error);
+// The two halves of a write, for writers on several threads: the place of
+// the record in the directory (the caller serializes these), then the
+// transfer, which reads the directory only and may start behind the end
+// of the file, where a record reserved before is still on its way. Neither
+// touches the arena
+// state. Return the code set in the error cell, the bytes written.
+int telmira_ooc_reserve_record(ooc_file *ooc, int file, int record, int count, int *error);
+std::int64_t telmira_ooc_write_reserved(const ooc_file *ooc, int file, int record, int count,
+                                        const void *data, int message_level, int *error);
 // Reads the last count rows of each of the columns columns (length rows
 // each) of a record, densely into buffer. count below 1 reads nothing.
 std::int64_t telmira_ooc_read_record(ooc_file *ooc, int file, int record, int count,
                                      int length, int columns, void *buffer,
                                      int message_level, int *error);
+// The same without touching the arena state of the record: the directory
+// is only read, so that threads may read records written before at once.
+std::int64_t telmira_ooc_read_rows(const ooc_file *ooc, int file, int record, int count,
+                                   int length, int columns, void *buffer, int message_level,
+                                   int *error);
 // Reads the records first..last (supernodes, record J spanning the
 // elements xstore(xsup(J)) to xstore(xsup(J+1)) - 1 of the store) densely
 // into buffer, merging neighbours that lie end to start in one physical
