@@ -355,7 +355,7 @@ TEST_F(Ooc, CholeskyOnTwoThreadsGivesTheAnswerOfMemoryRunAfterRun) {
   controls(core, 0);
   ASSERT_EQ(core.call(13), 0);
 
-  set_env(base_, 4, 1);
+  set_env(base_, 3, 1);
   system files(m, 2, 1);
   controls(files, 2);
   ASSERT_EQ(files.call(11), 0);
