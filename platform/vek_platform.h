@@ -86,6 +86,13 @@ void *vek_os_find_symbol(const char *name);
 unsigned vek_os_catalogue_format(void *catalogue, unsigned id, char *buf,
                                  unsigned size);
 
+// --- Address space (no limit on Windows: the first answers -1 there) ------
+// The limit on the process's virtual address space in bytes; -1 when there
+// is none.
+std::int64_t vek_os_address_space_limit();
+// The process's virtual size now, in bytes; -1 when it cannot be read.
+std::int64_t vek_os_virtual_size();
+
 // --- Atomic word for the spin lock (InterlockedCompareExchange) -----------
 // Stores desired when *word equals expected; returns the old value.
 std::int32_t vek_os_compare_exchange(volatile std::int32_t *word,

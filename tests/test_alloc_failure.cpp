@@ -8,8 +8,8 @@
 //
 // Each sequence of runs goes on in a child process, so that an allocation
 // point that ends the process is seen, named by the message of mem_alloc,
-// and stepped over: the child starts again behind it. The only points
-// allowed to end the process are listed in `process_ending_allowed`.
+// and stepped over: the child starts again behind it. No point may end the
+// process.
 #include <gtest/gtest.h>
 
 #include <poll.h>
@@ -23,7 +23,6 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -172,20 +171,6 @@ struct sequence_result {
   bool finished = false;
 };
 
-// The dissection and the domain decomposition still end the process when
-// their scratch cannot be had.
-const std::set<std::string> process_ending_allowed = {"metis_nd", "ddecomp"};
-
-// So does the matrix toolkit behind the symmetric matching (the pivot order
-// of types -2, -4 and 6 with iparam(13) = 1): its records and scratch have
-// no error path yet. Its points are printed, not counted as faults.
-bool toolkit_may_end(const alloc_case &c) {
-  if (c.mtype != -2 && c.mtype != -4 && c.mtype != 6) return false;
-  for (const auto &p : c.control)
-    if (p.first == 13 && p.second > 0) return true;
-  return false;
-}
-
 std::string name_in_message(const std::string &text) {
   const std::string key = "Memory allocation failed for ";
   const std::size_t at = text.rfind(key);
@@ -267,7 +252,7 @@ sequence_result run_sequence(const alloc_case &c, int threads) {
       const std::string name = name_in_message(tail);
       if (name.empty())
         r.faults.push_back(where + "the process ended (status " + std::to_string(wstatus) + ")");
-      else if (process_ending_allowed.count(name) == 0 && !toolkit_may_end(c))
+      else
         r.faults.push_back(where + "mem_alloc ended the process for " + name);
       r.process_ending.push_back(std::to_string(current) + ": " + (name.empty() ? "?" : name));
     }
@@ -277,11 +262,9 @@ sequence_result run_sequence(const alloc_case &c, int threads) {
   return r;
 }
 
-// On two threads the cases that step over process-ending points (one
-// process each) are left to the run on one thread, except the parallel
-// dissection; the others order by minimum degree.
+// On two threads every case but the parallel dissection orders by minimum
+// degree.
 bool runs_on_two_threads(alloc_case *c) {
-  if (toolkit_may_end(*c)) return false;
   for (const auto &p : c->control)
     if (p.first == 2) return true;
   c->control.insert(c->control.begin(), {2, 0});

@@ -340,6 +340,98 @@ TEST(Mpssym, RandomCyclesOnAGrid) {
   for (int method = 2; method < 4; ++method) check_result(w, matching, cycles, run(w, matching, method, 2, 8));
 }
 
+// --- A heap that refuses ----------------------------------------------------
+
+long heap_calls = 0, heap_fail_at = 0, heap_live = 0;
+vek_serv_heap_table heap_plain;
+bool refuse() { return ++heap_calls == heap_fail_at; }
+void *refusing_malloc(std::size_t n) {
+  void *p = refuse() ? nullptr : heap_plain.malloc_fn(n);
+  heap_live += p != nullptr;
+  return p;
+}
+void *refusing_calloc(std::size_t n, std::size_t s) {
+  void *p = refuse() ? nullptr : heap_plain.calloc_fn(n, s);
+  heap_live += p != nullptr;
+  return p;
+}
+void *refusing_realloc(void *p, std::size_t n) {
+  void *q = refuse() ? nullptr : heap_plain.realloc_fn(p, n);
+  heap_live += p == nullptr && q != nullptr;
+  return q;
+}
+void refusing_free(void *p) {
+  heap_live -= p != nullptr;
+  heap_plain.free_fn(p);
+}
+
+TEST(Mpssym, EveryRefusedBlockGivesZeroAndLeavesNothingBehind) {
+  // Each heap request of the step is refused in turn, for every ordering
+  // method: the step ends with 0, the matching and the ranges as they were
+  // for one part, and every block given back; or, where the refusal was
+  // absorbed, with a sound order: that of an undisturbed run, except where
+  // the domain decomposition of method 1 gave way to plain minimum degree.
+  const int k = 12, n = k * k;
+  edge_set edges;
+  for (int v = 0; v < n; ++v) {
+    if (v % k + 1 < k) edges.insert({v, v + 1});
+    if (v + k < n) edges.insert({v, v + k});
+  }
+  std::vector<ivec> cycles;
+  for (int v = 0; v + 3 <= n; v += 7) cycles.push_back({v, v + 1, v + 2});
+  const ivec matching = matching_of(n, cycles);
+  auto u = make_upper<double>(n, edges, std::vector<double>(n, 0.0));
+  heap_plain = vek_serv_heap;
+  for (int method = 0; method < 4; ++method) {
+    SCOPED_TRACE(::testing::Message() << "method " << method);
+    const result want = run(u, matching, method, 2, 4);
+    int refused = 0;
+    for (long fail = 1;; ++fail) {
+      int threads = 2, nparts = 4;
+      ivec order = matching;
+      std::vector<pint> ddist(20, -7);
+      vek_serv_free_buffers();
+      heap_live = 0;
+      heap_calls = 0;
+      heap_fail_at = fail;
+      vek_serv_heap = {refusing_malloc, refusing_calloc, refusing_realloc, refusing_free};
+      tlm::bvec *bits = tlm::bvec_new(n);
+      const int ok = bits == nullptr ? -1
+                                     : tlm::mpssym_order<double>(&n, u.ia.data(), u.ja.data(), u.a.data(),
+                                                                 &method, &threads, order.data(), bits,
+                                                                 &nparts, ddist.data());
+      result r;
+      if (ok == 1) {
+        r.order = order;
+        r.nparts = nparts;
+        r.ranges.assign(ddist.begin(), ddist.begin() + 2 * nparts);
+        for (int b = 0; b < n; ++b) r.bits.push_back(tlm::bvec_get(bits, b));
+      }
+      tlm::bvec_free(bits);
+      vek_serv_free_buffers();
+      vek_serv_heap = heap_plain;
+      const bool reached = heap_calls >= fail;
+      EXPECT_EQ(heap_live, 0) << "request " << fail;
+      if (ok == 0) {
+        ++refused;
+        EXPECT_EQ(order, matching) << "request " << fail;
+        EXPECT_EQ(nparts, 1) << "request " << fail;
+        EXPECT_EQ(std::vector<pint>(ddist.begin(), ddist.begin() + 4), (std::vector<pint>{0, n - 1, n, n}))
+            << "request " << fail;
+      } else if (ok == 1) {
+        SCOPED_TRACE(::testing::Message() << "request " << fail);
+        check_result(u, matching, cycles, r);
+        if (method != 1) {
+          EXPECT_EQ(order, want.order);
+        }
+        EXPECT_EQ(nparts, want.nparts);
+      }
+      if (!reached) break;
+    }
+    EXPECT_GT(refused, 5);
+  }
+}
+
 TEST(MpssymDeathTest, FrontEndContracts) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   auto u = make_upper<double>(10, path_edges(10), std::vector<double>(10, 1.0));

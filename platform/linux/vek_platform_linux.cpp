@@ -7,6 +7,7 @@
 #include <malloc.h>
 #endif
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sched.h>
 #include <unistd.h>
@@ -243,6 +244,25 @@ void *vek_os_catalogue_open(const char *) { return nullptr; }
 unsigned vek_os_catalogue_format(void *, unsigned, char *buf, unsigned size) {
   if (size > 0) buf[0] = '\0';
   return 0;
+}
+
+// --- Address space -------------------------------------------------------------------
+std::int64_t vek_os_address_space_limit() {
+  rlimit r;
+  if (getrlimit(RLIMIT_AS, &r) != 0 || r.rlim_cur == RLIM_INFINITY) return -1;
+  return r.rlim_cur > static_cast<rlim_t>(INT64_MAX) ? -1 : static_cast<std::int64_t>(r.rlim_cur);
+}
+
+std::int64_t vek_os_virtual_size() {
+  // The first field of statm: the total program size in pages.
+  std::FILE *f = std::fopen("/proc/self/statm", "r");
+  if (f == nullptr) return -1;
+  long long pages = -1;
+  const int got = std::fscanf(f, "%lld", &pages);
+  std::fclose(f);
+  const long page = sysconf(_SC_PAGESIZE);
+  if (got != 1 || pages < 0 || page <= 0) return -1;
+  return static_cast<std::int64_t>(pages) * page;
 }
 
 // --- Atomics ----------------------------------------------------------------------------

@@ -13,15 +13,14 @@ namespace tlm {
 
 namespace {
 
-// Zero-filled, aligned block; the process ends when there is no memory.
+// Zero-filled, aligned block; null when the heap refuses (and for nothing).
 void *zero_alloc(std::uint32_t count, std::uint32_t bytes, const char *name) {
   if (count == 0) return nullptr;
   void *p = vek_serv_calloc(static_cast<int>(count), static_cast<int>(bytes),
                             ALIGNMENT);
   if (p == nullptr) {
-    // mem_alloc reports the request and ends the process if it fails too.
-    p = mem_alloc(static_cast<std::size_t>(count) * bytes, name);
-    std::memset(p, 0, static_cast<std::size_t>(count) * bytes);
+    p = mem_try_alloc(static_cast<std::size_t>(count) * bytes, name);
+    if (p != nullptr) std::memset(p, 0, static_cast<std::size_t>(count) * bytes);
   }
   return p;
 }
@@ -34,16 +33,22 @@ inline std::uint32_t words_of(std::uint32_t size) {
 
 bvec *bvec_new(std::uint32_t size) {
   bvec *bv = static_cast<bvec *>(zero_alloc(1, sizeof(bvec), "bvec"));
+  if (bv == nullptr) return nullptr;
   bv->size = size;
   bv->nwords = words_of(size);
   bv->owned = 1;
   bv->v = static_cast<std::uint32_t *>(
       zero_alloc(bv->nwords, sizeof(std::uint32_t), "bvec->v"));
+  if (bv->v == nullptr && bv->nwords > 0) {
+    vek_serv_free(bv);
+    return nullptr;
+  }
   return bv;
 }
 
 bvec *bvec_wrap(std::uint32_t size, std::uint32_t *words) {
   bvec *bv = static_cast<bvec *>(zero_alloc(1, sizeof(bvec), "bvec"));
+  if (bv == nullptr) return nullptr;
   bv->size = size;
   bv->nwords = words_of(size);
   bv->owned = 0;
@@ -76,18 +81,21 @@ bvec *bvec_permute(const bvec *src, const perm *P) {
   TLM_ASSERT(src, "bitvec");
   TLM_ASSERT_TEXT(src->size == P->n, "bitvec", "src->size == perm->n");
   bvec *dst = bvec_new(src->size);
+  if (dst == nullptr) return nullptr;
   for (std::uint32_t i = 0; i < src->size; ++i)
     if ((src->v[i >> 5] >> (i & 31)) & 1u) bvec_set(dst, static_cast<std::uint32_t>(P->p[i]));
   return dst;
 }
 
-void bvec_permute_inplace(bvec *src, const perm *P) {
+int bvec_permute_inplace(bvec *src, const perm *P) {
   TLM_ASSERT(src, "bitvec");
   TLM_ASSERT_TEXT(src->size == P->n, "bitvec", "src->size == perm->n");
   bvec *tmp = bvec_permute(src, P);
+  if (tmp == nullptr) return 0;
   if (src->nwords > 0)
     std::memcpy(src->v, tmp->v, src->nwords * sizeof(std::uint32_t));
   bvec_free(tmp);
+  return 1;
 }
 
 }  // namespace tlm

@@ -1,7 +1,8 @@
 // bitvec.h - bit vectors of the preprocessing toolkit.
 //
 // Bit i is bit (i AND 31) of word i >> 5. A new vector and its words come
-// zero-filled from the 128-byte aligned allocator.
+// zero-filled from the 128-byte aligned allocator; a function that makes a
+// vector returns null when the heap refuses.
 #ifndef TELMIRA_BITVEC_H
 #define TELMIRA_BITVEC_H
 
@@ -30,8 +31,9 @@ void bvec_clear(bvec *bv, std::uint32_t bit);
 int bvec_get(const bvec *bv, std::uint32_t bit);
 // A new vector with bit P->p[i] set for each set bit i of src.
 bvec *bvec_permute(const bvec *src, const perm *P);
-// The same, written back into src.
-void bvec_permute_inplace(bvec *src, const perm *P);
+// The same, written back into src; 0 (src unchanged) when there was no
+// room for the copy, else 1.
+int bvec_permute_inplace(bvec *src, const perm *P);
 
 }  // namespace tlm
 

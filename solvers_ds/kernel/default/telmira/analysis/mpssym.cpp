@@ -25,9 +25,10 @@ constexpr pint run_end = 0x7FFFFFFF;
 
 constexpr int mmd_maxint = 2147483647;
 
+// At least one entry, so that null always means the heap refused.
 pint *pint_alloc(std::size_t count, const char *name) {
   return static_cast<pint *>(
-      mem_alloc((count > 0 ? count : 1) * sizeof(pint), name));
+      mem_try_alloc((count > 0 ? count : 1) * sizeof(pint), name));
 }
 
 inline bool bit_of(const bvec *bv, pint k) {
@@ -45,17 +46,24 @@ template <class V> bool strong_diagonal(const smat<V> *A, pint x) {
 }
 
 // The one-based graph of C for the ordering routines: both triangles, no
-// diagonal. adjncy always has at least one entry.
+// diagonal. adjncy always has at least one entry. 0 (both null) when the
+// heap refused.
 template <class V>
-void one_based_graph(const smat<V> *C, pint **xadj, pint **adjncy) {
+int one_based_graph(const smat<V> *C, pint **xadj, pint **adjncy) {
   *xadj = nullptr;
   *adjncy = nullptr;
-  smat_adjacency(C, xadj, adjncy);
+  if (!smat_adjacency(C, xadj, adjncy)) return 0;
   const pint m = static_cast<pint>(C->m);
   const pint nnz = (*xadj)[m];
   if (*adjncy == nullptr) *adjncy = pint_alloc(1, "adjncy");
+  if (*adjncy == nullptr) {
+    vek_serv_free(*xadj);
+    *xadj = nullptr;
+    return 0;
+  }
   for (pint i = 0; i <= m; ++i) ++(*xadj)[i];
   for (pint k = 0; k < nnz; ++k) ++(*adjncy)[k];
+  return 1;
 }
 
 // Q->p[old] = new from the one-based invp of the ordering routines.
@@ -64,17 +72,22 @@ void order_from_invp(perm *Q, const pint *invp) {
 }
 
 // The pattern of A with a leading diagonal entry in each row that lacks one,
-// or null when every row has it. The expansion inside smat_permute mirrors
+// or null when every row has it (*failed tells a refusal of the heap). The expansion inside smat_permute mirrors
 // all entries of a row but the first, which must therefore be the diagonal;
 // a missing one would lose an edge of the graph (and the 1e-8 test of the
 // pivots reads the values of A, where a missing diagonal stays missing).
-template <class V> smat<V> *with_diagonals(const smat<V> *A) {
+template <class V> smat<V> *with_diagonals(const smat<V> *A, bool *failed) {
   const pint m = static_cast<pint>(A->m);
   pint missing = 0;
+  *failed = false;
   for (pint i = 0; i < m; ++i)
     if (A->ia[i] == A->ia[i + 1] || A->ja[A->ia[i]] != i) ++missing;
   if (missing == 0) return nullptr;
   smat<V> *B = smat_new_pattern<V>(A->m, A->n, A->nnz + static_cast<std::uint32_t>(missing), 1);
+  if (B == nullptr) {
+    *failed = true;
+    return nullptr;
+  }
   pint out = 0;
   for (pint i = 0; i < m; ++i) {
     B->ia[i] = out;
@@ -98,14 +111,19 @@ void single_part(perm *ddist, pint m) {
 
 // --- Front ends of the ordering ---------------------------------------------
 
-template <class V> void smat_order_mmd(const smat<V> *C, perm *Q) {
+template <class V> int smat_order_mmd(const smat<V> *C, perm *Q) {
   TLM_ASSERT_TEXT(Q != NULL, "smat", "perm != NULL");
   TLM_ASSERT_TEXT(Q->n == C->m, "smat", "perm->n == A->m");
   int n = static_cast<int>(C->m);
-  if (n == 0) return;
+  if (n == 0) return 1;
   pint *xadj, *adjncy;
-  one_based_graph(C, &xadj, &adjncy);
+  if (!one_based_graph(C, &xadj, &adjncy)) return 0;
   pint *work = pint_alloc(6 * static_cast<std::size_t>(n), "smat_order_mmd");
+  if (work == nullptr) {
+    vek_serv_free(xadj);
+    vek_serv_free(adjncy);
+    return 0;
+  }
   pint *order = work + 4 * n, *invp = work + 5 * n;
   int delta = 0, maxint = mmd_maxint, nofsub = 0;
   genmmd(&n, xadj, adjncy, invp, order, &delta, work, work + n, work + 2 * n,
@@ -114,18 +132,24 @@ template <class V> void smat_order_mmd(const smat<V> *C, perm *Q) {
   vek_serv_free(work);
   vek_serv_free(xadj);
   vek_serv_free(adjncy);
+  return 1;
 }
 
 template <class V>
-void smat_order_mmd_constrained(const smat<V> *C, perm *Q, int threads) {
+int smat_order_mmd_constrained(const smat<V> *C, perm *Q, int threads) {
   TLM_ASSERT_TEXT(Q != NULL, "smat", "perm != NULL");
   TLM_ASSERT_TEXT(Q->n == C->m, "smat", "perm->n == A->m");
   int n = static_cast<int>(C->m);
-  if (n == 0) return;
+  if (n == 0) return 1;
   pint *xadj, *adjncy;
-  one_based_graph(C, &xadj, &adjncy);
+  if (!one_based_graph(C, &xadj, &adjncy)) return 0;
   pint *work = pint_alloc(7 * static_cast<std::size_t>(n),
                           "smat_order_mmd_constrained");
+  if (work == nullptr) {
+    vek_serv_free(xadj);
+    vek_serv_free(adjncy);
+    return 0;
+  }
   pint *order = work + 5 * n, *invp = work + 6 * n;
   int nparts = threads, ncon = 0, status = 0;
   ddecomp(&nparts, &n, xadj, adjncy, order, invp, &ncon, &status);
@@ -139,10 +163,11 @@ void smat_order_mmd_constrained(const smat<V> *C, perm *Q, int threads) {
   vek_serv_free(work);
   vek_serv_free(xadj);
   vek_serv_free(adjncy);
+  return 1;
 }
 
 template <class V>
-void smat_order_nd(const smat<V> *C, perm *Q, int threads, perm *ddist) {
+int smat_order_nd(const smat<V> *C, perm *Q, int threads, perm *ddist) {
   TLM_ASSERT_TEXT(Q != NULL, "smat", "perm != NULL");
   TLM_ASSERT_TEXT(Q->n == C->m, "smat", "perm->n == A->m");
   TLM_ASSERT(ddist != NULL, "smat");
@@ -151,7 +176,7 @@ void smat_order_nd(const smat<V> *C, perm *Q, int threads, perm *ddist) {
   if (n <= 8) {
     perm_identity(Q);
     single_part(ddist, n);
-    return;
+    return 1;
   }
   int nparts = static_cast<int>(ddist->n / 2);
   if (nparts < 1) nparts = 1;
@@ -159,13 +184,24 @@ void smat_order_nd(const smat<V> *C, perm *Q, int threads, perm *ddist) {
   while (width < nparts) width *= 2;
   pint *parts = pint_alloc(4 * static_cast<std::size_t>(width) + 4, "smat_order_nd");
   pint *order = pint_alloc(2 * static_cast<std::size_t>(n), "smat_order_nd");
+  pint *xadj = nullptr, *adjncy = nullptr;
+  if (parts == nullptr || order == nullptr || !one_based_graph(C, &xadj, &adjncy)) {
+    vek_serv_free(parts);
+    vek_serv_free(order);
+    return 0;
+  }
   pint *invp = order + n;
-  pint *xadj, *adjncy;
-  one_based_graph(C, &xadj, &adjncy);
   int t = threads > 0 ? threads : 1, status = 0;
-  // A failed bisection leaves its vertices in the separator: the order is
-  // still a permutation, and there is no error path here.
   metis_nd(&n, xadj, adjncy, &t, order, invp, &nparts, parts, &status);
+  // A dissection that failed (no room for its work, or a bisection that
+  // gave up) leaves no order behind.
+  if (status != 0) {
+    vek_serv_free(parts);
+    vek_serv_free(order);
+    vek_serv_free(xadj);
+    vek_serv_free(adjncy);
+    return 0;
+  }
   order_from_invp(Q, invp);
   if (nparts < 1) {
     single_part(ddist, n);
@@ -177,18 +213,20 @@ void smat_order_nd(const smat<V> *C, perm *Q, int threads, perm *ddist) {
   vek_serv_free(order);
   vek_serv_free(xadj);
   vek_serv_free(adjncy);
+  return 1;
 }
 
 // --- The pivots -------------------------------------------------------------
 
 template <class V>
-void mpssym_pivots(const smat<V> *A, const perm *M, perm *P,
-                   bvec *sym_perm_1x1_pivots) {
+int mpssym_pivots(const smat<V> *A, const perm *M, perm *P,
+                  bvec *sym_perm_1x1_pivots) {
   TLM_ASSERT(sym_perm_1x1_pivots != NULL, "mpssym");
   bvec *bits = sym_perm_1x1_pivots;
   if (bits->nwords > 0) std::memset(bits->v, 0, bits->nwords * sizeof(std::uint32_t));
   const pint n = static_cast<pint>(M->n);
   perm_cycle_set *cyc = perm_cycles(M);
+  if (cyc == nullptr) return 0;
   // P is filled by position (the element at each place), inverted at the
   // end.
   pint f = 0, back = n - 1;
@@ -219,17 +257,23 @@ void mpssym_pivots(const smat<V> *A, const perm *M, perm *P,
     }
   }
   perm_cycle_set_free(cyc);
-  perm_invert(P);
+  return perm_invert(P);
 }
 
 // --- Compression ------------------------------------------------------------
 
 template <class V>
-void mpssym_compress(smat<V> *C, const bvec *pivots, perm *map) {
+int mpssym_compress(smat<V> *C, const bvec *pivots, perm *map) {
   const pint m = static_cast<pint>(C->m);
   pint *ia0 = pint_alloc(static_cast<std::size_t>(m) + 1, "mpssym_compress: ia");
   pint *ja0 = pint_alloc(C->nnz, "mpssym_compress: ja");
   pint *map2 = pint_alloc(static_cast<std::size_t>(m), "mpssym_compress: map2");
+  if (ia0 == nullptr || ja0 == nullptr || map2 == nullptr) {
+    vek_serv_free(ia0);
+    vek_serv_free(ja0);
+    vek_serv_free(map2);
+    return 0;
+  }
   std::memcpy(ia0, C->ia, (static_cast<std::size_t>(m) + 1) * sizeof(pint));
   if (C->nnz > 0) std::memcpy(ja0, C->ja, C->nnz * sizeof(pint));
 
@@ -297,6 +341,7 @@ void mpssym_compress(smat<V> *C, const bvec *pivots, perm *map) {
   vek_serv_free(ia0);
   vek_serv_free(ja0);
   vek_serv_free(map2);
+  return 1;
 }
 
 // --- The step ---------------------------------------------------------------
@@ -315,79 +360,106 @@ int mpssym_order(const int *n_, pint *ia, pint *ja, const V *a,
   if (n <= 0) return 1;
 
   // Records around the caller's arrays: the matrix, the matching, the list.
+  // Everything made here is released on every way out; a refusal of the
+  // heap returns 0 with mc64_i and ddist_mps as they were (the ranges of
+  // the single part).
+  perm M{static_cast<std::uint32_t>(n), mc64_i};
+  perm ddist{static_cast<std::uint32_t>(2 * requested), ddist_mps};
   smat<V> *A = smat_wrap<V>(static_cast<std::uint32_t>(n),
                             static_cast<std::uint32_t>(n), ia, ja,
                             const_cast<V *>(a), 1, 0);
-  perm M{static_cast<std::uint32_t>(n), mc64_i};
-  perm ddist{static_cast<std::uint32_t>(2 * requested), ddist_mps};
   perm *map = perm_new(static_cast<std::uint32_t>(n));
   perm *P = perm_new(static_cast<std::uint32_t>(n));
+  smat<V> *C = nullptr;
+  perm *Q = nullptr, *E = nullptr;
+  pint *start = nullptr;
+  int ok = A != nullptr && map != nullptr && P != nullptr && mpssym_pivots(A, &M, P, pivots);
+  if (ok) {
+    bool failed = false;
+    smat<V> *B = with_diagonals(A, &failed);
+    if (!failed) C = smat_permute(B ? B : A, P, 0);
+    if (B) smat_free(B);
+    ok = C != nullptr && mpssym_compress(C, pivots, map);
+  }
+  const pint m = ok ? static_cast<pint>(C->m) : 0;
+  if (ok) {
+    Q = perm_new(static_cast<std::uint32_t>(m));
+    E = perm_new(static_cast<std::uint32_t>(n));
+    start = pint_alloc(static_cast<std::size_t>(m) + 1, "mpssym_order: start");
+    ok = Q != nullptr && E != nullptr && start != nullptr;
+  }
 
-  mpssym_pivots(A, &M, P, pivots);
-  smat<V> *B = with_diagonals(A);
-  smat<V> *C = smat_permute(B ? B : A, P, 0);
-  if (B) smat_free(B);
-  mpssym_compress(C, pivots, map);
-  const pint m = static_cast<pint>(C->m);
-
-  perm *Q = perm_new(static_cast<std::uint32_t>(m));
   const int meth = *method;
   const bool dissection = meth != 0 && meth != 1;
-  if (meth == 0) {
-    smat_order_mmd(C, Q);
-  } else if (meth == 1) {
-    smat_order_mmd_constrained(C, Q, *threads);
-  } else {
-    smat_order_nd(C, Q, meth == 3 ? *threads : 1, &ddist);
-    *nparts = static_cast<int>(ddist.n >> 1);
-    if (*nparts == 0) *nparts = 1;
-  }
-  perm_invert(Q);  // Q->p[k]: the compressed node at place k
-
-  // Expand: each place of the compressed order gives its node's first pivot
-  // position and, for a pair, the second. start[k] is the expanded position
-  // of place k.
-  perm *E = perm_new(static_cast<std::uint32_t>(n));
-  pint *start = pint_alloc(static_cast<std::size_t>(m) + 1, "mpssym_order: start");
-  pint e = 0;
-  for (pint k = 0; k < m; ++k) {
-    start[k] = e;
-    const pint i = map->p[Q->p[k]];
-    E->p[e++] = i;
-    if (!bit_of(pivots, i)) E->p[e++] = i + 1;
-  }
-  start[m] = e;
-
-  // The ranges of the dissection, in compressed places, to expanded
-  // positions: a first to the first member of its node, a last to the last
-  // member, so that a range never splits a pair; a range of a single node
-  // is handled like any other.
-  if (dissection) {
-    for (int j = 0; j < 2 * *nparts; ++j) {
-      const pint c = ddist_mps[j];
-      if (j & 1) {
-        if (c >= -1 && c < m) ddist_mps[j] = start[c + 1] - 1;
-      } else {
-        if (c >= 0 && c <= m) ddist_mps[j] = start[c];
+  if (ok) {
+    if (meth == 0) {
+      ok = smat_order_mmd(C, Q);
+    } else if (meth == 1) {
+      ok = smat_order_mmd_constrained(C, Q, *threads);
+    } else {
+      ok = smat_order_nd(C, Q, meth == 3 ? *threads : 1, &ddist);
+      if (ok) {
+        *nparts = static_cast<int>(ddist.n >> 1);
+        if (*nparts == 0) *nparts = 1;
       }
     }
   }
+  ok = ok && perm_invert(Q);  // Q->p[k]: the compressed node at place k
+
+  if (ok) {
+    // Expand: each place of the compressed order gives its node's first
+    // pivot position and, for a pair, the second. start[k] is the expanded
+    // position of place k.
+    pint e = 0;
+    for (pint k = 0; k < m; ++k) {
+      start[k] = e;
+      const pint i = map->p[Q->p[k]];
+      E->p[e++] = i;
+      if (!bit_of(pivots, i)) E->p[e++] = i + 1;
+    }
+    start[m] = e;
+
+    // The ranges of the dissection, in compressed places, to expanded
+    // positions: a first to the first member of its node, a last to the
+    // last member, so that a range never splits a pair; a range of a single
+    // node is handled like any other.
+    if (dissection) {
+      for (int j = 0; j < 2 * *nparts; ++j) {
+        const pint c = ddist_mps[j];
+        if (j & 1) {
+          if (c >= -1 && c < m) ddist_mps[j] = start[c + 1] - 1;
+        } else {
+          if (c >= 0 && c <= m) ddist_mps[j] = start[c];
+        }
+      }
+    }
+
+    // Final positions: P maps each old index through its pivot position to
+    // its place; the pivot bits follow. The bits move before anything
+    // else changes, since only their move can still find no room.
+    ok = perm_invert(E) && bvec_permute_inplace(pivots, E);
+    if (ok) {
+      perm_compose(P, E);
+      for (pint i = 0; i < n; ++i) mc64_i[P->p[i]] = i;
+    }
+  }
+  if (!ok) {
+    // A dissection may have written its ranges: back to the single part.
+    ddist_mps[0] = 0;
+    ddist_mps[1] = n - 1;
+    ddist_mps[2] = n;
+    ddist_mps[3] = n;
+    *nparts = 1;
+  }
+
   vek_serv_free(start);
-
-  // Final positions: P maps each old index through its pivot position to
-  // its place; the pivot bits follow.
-  perm_invert(E);
-  perm_compose(P, E);
-  bvec_permute_inplace(pivots, E);
-  for (pint i = 0; i < n; ++i) mc64_i[P->p[i]] = i;
-
   vek_serv_free(A);  // the record only: the arrays are the caller's
-  smat_free(C);
+  if (C) smat_free(C);
   perm_free(Q);
   perm_free(E);
   perm_free(P);
   perm_free(map);
-  return 1;
+  return ok ? 1 : 0;
 }
 
 // --- Instantiations ---------------------------------------------------------
@@ -396,12 +468,12 @@ int mpssym_order(const int *n_, pint *ia, pint *ja, const V *a,
   template int mpssym_order<V>(const int *, pint *, pint *, const V *,         \
                                const int *, const int *, pint *, bvec *,       \
                                int *, pint *);                                 \
-  template void mpssym_pivots<V>(const smat<V> *, const perm *, perm *,        \
-                                 bvec *);                                      \
-  template void mpssym_compress<V>(smat<V> *, const bvec *, perm *);           \
-  template void smat_order_mmd<V>(const smat<V> *, perm *);                    \
-  template void smat_order_mmd_constrained<V>(const smat<V> *, perm *, int);   \
-  template void smat_order_nd<V>(const smat<V> *, perm *, int, perm *);
+  template int mpssym_pivots<V>(const smat<V> *, const perm *, perm *,         \
+                                bvec *);                                       \
+  template int mpssym_compress<V>(smat<V> *, const bvec *, perm *);            \
+  template int smat_order_mmd<V>(const smat<V> *, perm *);                     \
+  template int smat_order_mmd_constrained<V>(const smat<V> *, perm *, int);    \
+  template int smat_order_nd<V>(const smat<V> *, perm *, int, perm *);
 
 TLM_MPSSYM_INSTANTIATE(double)
 TLM_MPSSYM_INSTANTIATE(float)

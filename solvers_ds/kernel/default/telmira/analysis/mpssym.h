@@ -7,7 +7,9 @@
 // graph are compressed into single nodes, the compressed graph is ordered,
 // and the pairs are expanded again in that order.
 //
-// All arrays are zero-based. The values are double or float.
+// All arrays are zero-based. The values are double or float. Every
+// function here that can need memory returns 1, or 0 when the heap refused
+// a block or the dissection failed; what it made is then released.
 #ifndef TELMIRA_MPSSYM_H
 #define TELMIRA_MPSSYM_H
 
@@ -35,7 +37,8 @@ namespace tlm {
 //                 positions, ascending, a pair never split; room for at
 //                 least max(4 *nparts + 4, 16) entries. With one part it
 //                 holds (0, n-1, n, n).
-// Returns 1.
+// Returns 1, or 0 with mc64_i unchanged, ddist_mps and nparts those of one
+// part, and pivots undefined.
 template <class V>
 int mpssym_order(const int *n, pint *ia, pint *ja, const V *a,
                  const int *method, const int *threads, pint *mc64_i,
@@ -47,31 +50,31 @@ int mpssym_order(const int *n, pint *ia, pint *ja, const V *a,
 // members both have a stored diagonal entry above 1e-8 in absolute value
 // becomes two 1x1 pivots. pivots: bit k set for a 1x1 pivot at position k.
 template <class V>
-void mpssym_pivots(const smat<V> *A, const perm *M, perm *P, bvec *pivots);
+int mpssym_pivots(const smat<V> *A, const perm *M, perm *P, bvec *pivots);
 
 // Compresses C (pattern, upper triangle in pivot order, rows sorted) in
-// place: each pair of rows and columns k, k+1 with bit k clear becomes one.
+// place (C unchanged when it returns 0): each pair of rows and columns k, k+1 with bit k clear becomes one.
 // map->p[c] receives the first pivot position of compressed node c (the
 // first C->m entries of map are used).
 template <class V>
-void mpssym_compress(smat<V> *C, const bvec *pivots, perm *map);
+int mpssym_compress(smat<V> *C, const bvec *pivots, perm *map);
 
 // Front ends of the ordering on the graph of C (both triangles, diagonal
 // removed). Q (C->m entries) receives the order, Q->p[old] = new.
 // Multiple minimum degree.
-template <class V> void smat_order_mmd(const smat<V> *C, perm *Q);
+template <class V> int smat_order_mmd(const smat<V> *C, perm *Q);
 // Domain decomposition into threads parts, then minimum degree constrained
 // to keep the separators last (which are then ordered by minimum degree
 // among themselves).
 template <class V>
-void smat_order_mmd_constrained(const smat<V> *C, perm *Q, int threads);
+int smat_order_mmd_constrained(const smat<V> *C, perm *Q, int threads);
 // Nested dissection. ddist in: n = 2 times the requested part count; out:
 // the subgraphs found as pairs (first, last) of positions, n = 2 times their
 // count. ddist->p needs room for 2 W entries (W the power of two at or above
 // the requested count), and at least 4. A C of at most 8 rows is not
 // ordered: Q becomes the identity, ddist->p (0, m-1, m, m) and ddist->n 1.
 template <class V>
-void smat_order_nd(const smat<V> *C, perm *Q, int threads, perm *ddist);
+int smat_order_nd(const smat<V> *C, perm *Q, int threads, perm *ddist);
 
 }  // namespace tlm
 

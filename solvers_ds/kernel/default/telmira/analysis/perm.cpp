@@ -12,29 +12,36 @@ namespace tlm {
 
 namespace {
 
+// Null when the heap refuses, and for a count of 0.
 pint *pint_alloc(std::uint32_t count, const char *name) {
   return static_cast<pint *>(
-      mem_alloc(static_cast<std::size_t>(count) * sizeof(pint), name));
+      mem_try_alloc(static_cast<std::size_t>(count) * sizeof(pint), name));
 }
 
 }  // namespace
 
 perm *perm_new(std::uint32_t n) {
-  perm *P = static_cast<perm *>(mem_alloc(sizeof(perm), "perm"));
+  perm *P = static_cast<perm *>(mem_try_alloc(sizeof(perm), "perm"));
+  if (P == nullptr) return nullptr;
   P->n = n;
   P->p = pint_alloc(n, "perm->p");
+  if (P->p == nullptr && n > 0) {
+    vek_serv_free(P);
+    return nullptr;
+  }
   return P;
 }
 
 perm *perm_new_from(std::uint32_t n, const pint *array) {
   perm *P = perm_new(n);
-  if (n > 0) std::memcpy(P->p, array, n * sizeof(pint));
+  if (P != nullptr && n > 0) std::memcpy(P->p, array, n * sizeof(pint));
   return P;
 }
 
 perm *perm_copy(perm *dst, const perm *src) {
   TLM_ASSERT(src != NULL, "perm");
   if (dst == nullptr) dst = perm_new(src->n);
+  if (dst == nullptr) return nullptr;
   if (dst != src && src->n > 0)
     std::memcpy(dst->p, src->p, src->n * sizeof(pint));
   dst->n = src->n;
@@ -64,18 +71,24 @@ int perm_equal(const perm *perm1, const perm *perm2) {
   return 1;
 }
 
-void perm_compose(perm *p1, const perm *p2) {
+int perm_compose(perm *p1, const perm *p2) {
   const perm *src = p2;
   TLM_ASSERT(src != NULL, "perm");
   TLM_ASSERT(p1->n == p2->n, "perm");
   const std::uint32_t n = p1->n;
-  if (n == 0) return;
-  // The old p1 from a private copy; when p2 is p1 it is read from there too.
+  if (n == 0) return 1;
+  if (p2 != p1) {
+    // Entry i reads only its own old value: no copy is needed.
+    for (std::uint32_t i = 0; i < n; ++i) p1->p[i] = p2->p[p1->p[i]];
+    return 1;
+  }
+  // p1 composed with itself reads the old array from a private copy.
   pint *old = pint_alloc(n, "perm_compose");
+  if (old == nullptr) return 0;
   std::memcpy(old, p1->p, n * sizeof(pint));
-  const pint *second = p2 == p1 ? old : p2->p;
-  for (std::uint32_t i = 0; i < n; ++i) p1->p[i] = second[old[i]];
+  for (std::uint32_t i = 0; i < n; ++i) p1->p[i] = old[old[i]];
   vek_serv_free(old);
+  return 1;
 }
 
 void perm_reverse(perm *P) {
@@ -87,23 +100,30 @@ void perm_reverse(perm *P) {
   }
 }
 
-void perm_invert(perm *src) {
+int perm_invert(perm *src) {
   TLM_ASSERT(src != NULL, "perm");
-  perm_inverse(src, src);
+  return perm_inverse(src, src) != nullptr;
 }
 
 perm *perm_inverse(perm *dst, const perm *src) {
   TLM_ASSERT(src != NULL, "perm");
   const std::uint32_t n = src->n;
   if (dst == nullptr) dst = perm_new(n);
+  if (dst == nullptr) return nullptr;
   if (n == 0) {
     dst->n = 0;
     return dst;
   }
+  if (dst != src) {
+    for (std::uint32_t i = 0; i < n; ++i) dst->p[src->p[i]] = static_cast<pint>(i);
+    dst->n = n;
+    return dst;
+  }
+  // In place: the inverse is built aside, the array still being read.
   pint *inv = pint_alloc(n, "perm_inverse");
+  if (inv == nullptr) return nullptr;
   for (std::uint32_t i = 0; i < n; ++i) inv[src->p[i]] = static_cast<pint>(i);
   std::memcpy(dst->p, inv, n * sizeof(pint));
-  dst->n = n;
   vek_serv_free(inv);
   return dst;
 }
@@ -111,13 +131,19 @@ perm *perm_inverse(perm *dst, const perm *src) {
 perm_cycle_set *perm_cycles(const perm *P) {
   const std::uint32_t n = P->n;
   perm_cycle_set *c =
-      static_cast<perm_cycle_set *>(mem_alloc(sizeof(perm_cycle_set), "perm_cycles"));
+      static_cast<perm_cycle_set *>(mem_try_alloc(sizeof(perm_cycle_set), "perm_cycles"));
+  if (c == nullptr) return nullptr;
   c->n = static_cast<std::int32_t>(n);
   c->count = 0;
   c->elements = pint_alloc(n, "perm_cycles: elements");
   c->starts = pint_alloc(n + 1, "perm_cycles: starts");
   unsigned char *seen = static_cast<unsigned char *>(
-      mem_alloc(n > 0 ? n : 1, "perm_cycles: seen"));
+      mem_try_alloc(n > 0 ? n : 1, "perm_cycles: seen"));
+  if ((c->elements == nullptr && n > 0) || c->starts == nullptr || seen == nullptr) {
+    vek_serv_free(seen);
+    perm_cycle_set_free(c);
+    return nullptr;
+  }
   std::memset(seen, 0, n > 0 ? n : 1);
   pint out = 0;
   // The first unvisited element of the ascending sweep is the smallest of

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 
 #include "service/vek_serv_memory.h"
 #include "service/vek_serv_message.h"
@@ -22,11 +23,12 @@ namespace {
 // End of a run in the merge and squeeze sweeps.
 constexpr pint run_end = 0x7FFFFFFF;
 
-// A record with no arrays.
+// A record with no arrays; null when the heap refuses.
 template <class V>
 smat<V> *new_record(std::uint32_t m, std::uint32_t n, std::uint32_t nnz,
                     std::uint32_t sym) {
-  smat<V> *A = static_cast<smat<V> *>(mem_alloc(sizeof(smat<V>), "smat"));
+  smat<V> *A = static_cast<smat<V> *>(mem_try_alloc(sizeof(smat<V>), "smat"));
+  if (A == nullptr) return nullptr;
   A->m = m;
   A->n = n;
   A->nnz = nnz;
@@ -71,17 +73,17 @@ template <class V> pint expand_count(const smat<V> *A, pint *new_ia) {
 // src_a) are read and the new ones written to dst_ia, dst_ja, dst_a; the
 // destination may be the source itself, with ja and a enlarged to the new
 // size, since the rows move to the back of their new place from the last row
-// down. new_ia comes from expand_count and is used up as the fill cursor.
-// map (may be null) receives the source position of each new entry.
+// down. new_ia comes from expand_count and is used up as the fill cursor;
+// start is scratch of m entries. map (may be null) receives the source
+// position of each new entry.
 template <class V>
 void expand_rows(std::uint32_t m, const pint *old_ia, const pint *src_ja,
-                 const V *src_a, pint *new_ia, pint *dst_ia, pint *dst_ja,
-                 V *dst_a, pint *map) {
+                 const V *src_a, pint *new_ia, pint *start, pint *dst_ia,
+                 pint *dst_ja, V *dst_a, pint *map) {
   if (m == 0) {
     dst_ia[0] = 0;
     return;
   }
-  pint *start = pint_alloc(m, "smat_expand: start");
   for (std::uint32_t r = m; r-- > 0;) {
     const pint first = old_ia[r];
     const pint len = old_ia[r + 1] - first;
@@ -105,29 +107,39 @@ void expand_rows(std::uint32_t m, const pint *old_ia, const pint *src_ja,
       if (map) map[q] = map[k];
     }
   }
-  vek_serv_free(start);
 }
 
 // The expansion of a symmetric A into a new matrix, new_ia from
-// expand_count.
+// expand_count; null when the heap refuses.
 template <class V>
 smat<V> *expand_new(const smat<V> *A, int with_values, pint *map,
                     pint *new_ia) {
   const pint total = new_ia[A->m];
   smat<V> *dst = new_record<V>(A->m, A->n, static_cast<std::uint32_t>(total), 0);
+  if (dst == nullptr) return nullptr;
   dst->ia = ia_alloc(A->m + 1);
   dst->ja = pint_alloc(dst->nnz, "smat->ja");
-  if (with_values && A->a) dst->a = value_alloc<V>(dst->nnz, "smat->a");
-  expand_rows(A->m, A->ia, A->ja, dst->a ? A->a : nullptr, new_ia, dst->ia,
-              dst->ja, dst->a, map);
+  const bool values = with_values && A->a;
+  if (values) dst->a = value_alloc<V>(dst->nnz, "smat->a");
+  pint *start = pint_alloc(A->m, "smat_expand: start");
+  if (lacks(dst->ia, A->m + 1) || lacks(dst->ja, dst->nnz) ||
+      (values && lacks(dst->a, dst->nnz)) || lacks(start, A->m)) {
+    vek_serv_free(start);
+    smat_free(dst);
+    return nullptr;
+  }
+  expand_rows(A->m, A->ia, A->ja, dst->a ? A->a : nullptr, new_ia, start,
+              dst->ia, dst->ja, dst->a, map);
+  vek_serv_free(start);
   return dst;
 }
 
-// Cuts an output of smat_split down to what it holds.
+// Cuts an output of smat_split down to what it holds. When the heap cannot
+// move a block, the larger one stays: nothing is lost.
 template <class V> void shrink(smat<V> *B) {
   B->nnz = static_cast<std::uint32_t>(B->ia[B->m]);
-  B->ja = pint_realloc(B->ja, B->nnz, "smat_split: ja");
-  if (B->a) B->a = value_realloc(B->a, B->nnz, "smat_split: a");
+  try_resize(&B->ja, B->nnz, "smat_split: ja");
+  if (B->a) try_resize(&B->a, B->nnz, "smat_split: a");
 }
 
 // One block row of smat_split: rows r0..r1-1 of A divided at column k into
@@ -158,13 +170,23 @@ void split_rows(const smat<V> *A, pint k, pint r0, pint r1, smat<V> *L,
   shrink(R);
 }
 
+// Null when the heap refuses.
 template <class V>
 smat<V> *split_block(std::uint32_t m, std::uint32_t n, const smat<V> *A) {
   smat<V> *B = new_record<V>(m, n, A->nnz, 0);
+  if (B == nullptr) return nullptr;
   B->ia = ia_alloc(m + 1);
   B->ja = pint_alloc(A->nnz, "smat_split: ja");
   if (A->a) B->a = value_alloc<V>(A->nnz, "smat_split: a");
+  if (lacks(B->ia, m + 1) || lacks(B->ja, A->nnz) || (A->a && lacks(B->a, A->nnz))) {
+    smat_free(B);
+    return nullptr;
+  }
   return B;
+}
+
+template <class V> void free_if_made(smat<V> *A) {
+  if (A != nullptr) smat_free(A);
 }
 
 }  // namespace
@@ -175,20 +197,31 @@ template <class V>
 smat<V> *smat_new_pattern(std::uint32_t m, std::uint32_t n, std::uint32_t nnz,
                           std::uint32_t sym) {
   smat<V> *A = new_record<V>(m, n, nnz, sym);
+  if (A == nullptr) return nullptr;
   A->ia = ia_alloc(m + 1);
   A->ja = pint_alloc(nnz, "smat->ja");
+  if (lacks(A->ia, m + 1) || lacks(A->ja, nnz)) {
+    smat_free(A);
+    return nullptr;
+  }
   return A;
 }
 
 template <class V>
 smat<V> *smat_new_header(std::uint32_t m, std::uint32_t n, std::uint32_t sym) {
   smat<V> *A = new_record<V>(m, n, 0, sym);
+  if (A == nullptr) return nullptr;
   A->ia = ia_alloc(m + 1);
+  if (lacks(A->ia, m + 1)) {
+    smat_free(A);
+    return nullptr;
+  }
   return A;
 }
 
 template <class V> smat<V> *smat_clone_pattern(const smat<V> *src) {
   smat<V> *A = smat_new_pattern<V>(src->m, src->n, src->nnz, src->sym);
+  if (A == nullptr) return nullptr;
   std::memcpy(A->ia, src->ia, (src->m + 1) * sizeof(pint));
   if (src->nnz > 0) std::memcpy(A->ja, src->ja, src->nnz * sizeof(pint));
   return A;
@@ -196,8 +229,13 @@ template <class V> smat<V> *smat_clone_pattern(const smat<V> *src) {
 
 template <class V> smat<V> *smat_clone(const smat<V> *src) {
   smat<V> *A = smat_clone_pattern(src);
+  if (A == nullptr) return nullptr;
   if (src->a && src->nnz > 0) {
     A->a = value_alloc<V>(src->nnz, "smat->a");
+    if (A->a == nullptr) {
+      smat_free(A);
+      return nullptr;
+    }
     std::memcpy(A->a, src->a, src->nnz * sizeof(V));
   }
   return A;
@@ -208,6 +246,7 @@ smat<V> *smat_wrap(std::uint32_t m, std::uint32_t n, pint *ia, pint *ja, V *a,
                    std::uint32_t sym, int base_index) {
   TLM_ASSERT(base_index == 0 || base_index == 1, "smat");
   smat<V> *mat = new_record<V>(m, n, 0, sym);
+  if (mat == nullptr) return nullptr;
   mat->ia = ia;
   mat->ja = ja;
   mat->a = a;
@@ -240,10 +279,16 @@ template <class V> smat<V> *smat_transpose(const smat<V> *A) {
   TLM_ASSERT(A != NULL, "smat");
   if (A->sym) return smat_clone(A);
   smat<V> *T = smat_new_pattern<V>(A->n, A->m, A->nnz, A->sym);
+  if (T == nullptr) return nullptr;
   if (A->a) T->a = value_alloc<V>(A->nnz, "smat->a");
+  pint *next = pint_alloc(A->n + 1, "smat_transpose: next");
+  if ((A->a && lacks(T->a, A->nnz)) || next == nullptr) {
+    vek_serv_free(next);
+    smat_free(T);
+    return nullptr;
+  }
   for (pint k = 0; k < A->ia[A->m]; ++k) ++T->ia[A->ja[k] + 1];
   for (std::uint32_t c = 0; c < A->n; ++c) T->ia[c + 1] += T->ia[c];
-  pint *next = pint_alloc(A->n + 1, "smat_transpose: next");
   std::memcpy(next, T->ia, (A->n + 1) * sizeof(pint));
   for (std::uint32_t i = 0; i < A->m; ++i) {
     for (pint k = A->ia[i]; k < A->ia[i + 1]; ++k) {
@@ -256,8 +301,9 @@ template <class V> smat<V> *smat_transpose(const smat<V> *A) {
   return T;
 }
 
-template <class V> void smat_transpose_inplace(smat<V> *A) {
+template <class V> int smat_transpose_inplace(smat<V> *A) {
   smat<V> *T = smat_transpose(A);
+  if (T == nullptr) return 0;
   vek_serv_free(A->ia);
   vek_serv_free(A->ja);
   vek_serv_free(A->a);
@@ -267,17 +313,19 @@ template <class V> void smat_transpose_inplace(smat<V> *A) {
   A->ja = T->ja;
   A->a = T->a;
   vek_serv_free(T);
+  return 1;
 }
 
 template <class V>
 smat<V> *smat_expand(const smat<V> *A, int with_values, pint *map) {
   if (!A->sym) {
     smat<V> *copy = with_values ? smat_clone(A) : smat_clone_pattern(A);
-    if (map)
+    if (copy != nullptr && map)
       for (std::uint32_t k = 0; k < A->nnz; ++k) map[k] = static_cast<pint>(k);
     return copy;
   }
   pint *new_ia = pint_alloc(A->m + 1, "smat_expand: new_ia");
+  if (new_ia == nullptr) return nullptr;
   expand_count(A, new_ia);
   smat<V> *dst = expand_new(A, with_values, map, new_ia);
   vek_serv_free(new_ia);
@@ -285,39 +333,58 @@ smat<V> *smat_expand(const smat<V> *A, int with_values, pint *map) {
 }
 
 template <class V>
-void smat_expand_inplace(smat<V> *A, int with_values, pint *map) {
-  if (!A->sym) return;
+int smat_expand_inplace(smat<V> *A, int with_values, pint *map) {
+  if (!A->sym) return 1;
   smat<V> *dst = A;
   const std::uint32_t nnz = 2 * A->nnz - A->m;
   pint *new_ia = pint_alloc(dst->m + 1, "smat_expand: new_ia");
-  expand_count(dst, new_ia);
-  TLM_ASSERT(new_ia[dst->m] == (pint) nnz, "smat");
-  dst->ja = pint_realloc(dst->ja, nnz, "smat->ja");
-  if (with_values && dst->a) {
-    dst->a = value_realloc(dst->a, nnz, "smat->a");
-  } else {
+  pint *start = pint_alloc(dst->m, "smat_expand: start");
+  // The matrix changes only once every block is had; enlarged arrays that
+  // are left when a later request fails still hold the old rows.
+  bool had = new_ia != nullptr && !lacks(start, dst->m);
+  if (had) {
+    expand_count(dst, new_ia);
+    TLM_ASSERT(new_ia[dst->m] == (pint) nnz, "smat");
+    had = try_resize(&dst->ja, nnz, "smat->ja");
+  }
+  if (had && with_values && dst->a) had = try_resize(&dst->a, nnz, "smat->a");
+  if (!had) {
+    vek_serv_free(new_ia);
+    vek_serv_free(start);
+    return 0;
+  }
+  if (!(with_values && dst->a)) {
     vek_serv_free(dst->a);
     dst->a = nullptr;
   }
-  expand_rows(dst->m, dst->ia, dst->ja, dst->a, new_ia, dst->ia, dst->ja,
-              dst->a, map);
+  expand_rows(dst->m, dst->ia, dst->ja, dst->a, new_ia, start, dst->ia,
+              dst->ja, dst->a, map);
   vek_serv_free(new_ia);
+  vek_serv_free(start);
   dst->nnz = nnz;
   dst->sym = 0;
+  return 1;
 }
 
-template <class V> void smat_make_struct_sym(smat<V> *A) {
-  if (A->sym) {
-    smat_expand_inplace(A, 0, nullptr);
-    return;
-  }
+template <class V> int smat_make_struct_sym(smat<V> *A) {
+  if (A->sym) return smat_expand_inplace(A, 0, nullptr);
   const std::uint32_t m = A->m;
-  vek_serv_free(A->a);
-  A->a = nullptr;
-  if (m == 0) return;
+  if (m == 0) {
+    vek_serv_free(A->a);
+    A->a = nullptr;
+    return 1;
+  }
+  pint *new_ia = pint_alloc(m + 1, "smat_make_struct_sym: new_ia");
+  pint *tail = pint_alloc(m, "smat_make_struct_sym: tail");
+  pint *cursor = pint_alloc(m, "smat_make_struct_sym: cursor");
+  if (new_ia == nullptr || tail == nullptr || cursor == nullptr) {
+    vek_serv_free(new_ia);
+    vek_serv_free(tail);
+    vek_serv_free(cursor);
+    return 0;
+  }
   // New row lengths: the old ones plus one for every off-diagonal entry of
   // the column.
-  pint *new_ia = pint_alloc(m + 1, "smat_make_struct_sym: new_ia");
   new_ia[0] = 0;
   for (std::uint32_t i = 0; i < m; ++i) new_ia[i + 1] = A->ia[i + 1] - A->ia[i];
   for (std::uint32_t i = 0; i < m; ++i)
@@ -325,11 +392,17 @@ template <class V> void smat_make_struct_sym(smat<V> *A) {
       if (A->ja[k] != static_cast<pint>(i)) ++new_ia[A->ja[k] + 1];
   for (std::uint32_t i = 0; i < m; ++i) new_ia[i + 1] += new_ia[i];
   const pint total = new_ia[m];
-  A->ja = pint_realloc(A->ja, static_cast<std::uint32_t>(total), "smat->ja");
+  if (!try_resize(&A->ja, static_cast<std::uint32_t>(total), "smat->ja")) {
+    vek_serv_free(new_ia);
+    vek_serv_free(tail);
+    vek_serv_free(cursor);
+    return 0;
+  }
+  vek_serv_free(A->a);
+  A->a = nullptr;
 
   // The old entries to the tail of each new row, last row first; then each
   // off-diagonal (i, c) adds i to the head of row c.
-  pint *tail = pint_alloc(m, "smat_make_struct_sym: tail");
   for (std::uint32_t r = m; r-- > 0;) {
     const pint first = A->ia[r];
     const pint len = A->ia[r + 1] - first;
@@ -337,7 +410,6 @@ template <class V> void smat_make_struct_sym(smat<V> *A) {
     for (pint k = len - 1; k >= 0; --k) A->ja[base + k] = A->ja[first + k];
     tail[r] = base;
   }
-  pint *cursor = pint_alloc(m, "smat_make_struct_sym: cursor");
   std::memcpy(cursor, new_ia, m * sizeof(pint));
   for (std::uint32_t i = 0; i < m; ++i)
     for (pint k = tail[i]; k < new_ia[i + 1]; ++k)
@@ -361,15 +433,29 @@ template <class V> void smat_make_struct_sym(smat<V> *A) {
   vek_serv_free(new_ia);
   vek_serv_free(tail);
   vek_serv_free(cursor);
+  return 1;
 }
 
 template <class V>
-void smat_adjacency(const smat<V> *A, pint **xadj, pint **adjncy) {
+int smat_adjacency(const smat<V> *A, pint **xadj, pint **adjncy) {
   smat<V> *B = smat_clone_pattern(A);
-  smat_make_struct_sym(B);
+  if (B == nullptr) return 0;
+  if (!smat_make_struct_sym(B)) {
+    smat_free(B);
+    return 0;
+  }
   const std::uint32_t m = B->m;
-  if (*xadj == nullptr) *xadj = pint_alloc(m + 1, "xadj");
-  if (*adjncy == nullptr) *adjncy = pint_alloc(B->nnz, "adjncy");
+  pint *made_x = nullptr, *made_adj = nullptr;
+  if (*xadj == nullptr) *xadj = made_x = pint_alloc(m + 1, "xadj");
+  if (*adjncy == nullptr) *adjncy = made_adj = pint_alloc(B->nnz, "adjncy");
+  if (*xadj == nullptr || lacks(*adjncy, B->nnz)) {
+    if (made_x) *xadj = nullptr;
+    if (made_adj) *adjncy = nullptr;
+    vek_serv_free(made_x);
+    vek_serv_free(made_adj);
+    smat_free(B);
+    return 0;
+  }
   pint *x = *xadj, *adj = *adjncy;
   pint out = 0;
   for (std::uint32_t i = 0; i < m; ++i) {
@@ -379,6 +465,7 @@ void smat_adjacency(const smat<V> *A, pint **xadj, pint **adjncy) {
   }
   x[m] = out;
   smat_free(B);
+  return 1;
 }
 
 template <class V>
@@ -391,7 +478,12 @@ smat<V> *smat_permute(const smat<V> *src, const perm *P, int with_values) {
 
   if (!src->sym) {
     smat<V> *dst = smat_new_pattern<V>(m, src->n, src->nnz, 0);
+    if (dst == nullptr) return nullptr;
     if (values) dst->a = value_alloc<V>(src->nnz, "smat->a");
+    if (values && lacks(dst->a, src->nnz)) {
+      smat_free(dst);
+      return nullptr;
+    }
     for (std::uint32_t i = 0; i < m; ++i)
       dst->ia[p[i] + 1] = src->ia[i + 1] - src->ia[i];
     for (std::uint32_t i = 0; i < m; ++i) dst->ia[i + 1] += dst->ia[i];
@@ -412,11 +504,18 @@ smat<V> *smat_permute(const smat<V> *src, const perm *P, int with_values) {
   // source values; each new row keeps the entries on or right of the
   // diagonal.
   pint *new_ia = pint_alloc(m + 1, "smat_permute: new_ia");
+  if (new_ia == nullptr) return nullptr;
   const pint total = expand_count(src, new_ia);
   pint *map = pint_alloc(static_cast<std::uint32_t>(total), "smat_permute: map");
-  smat<V> *E = expand_new(src, 0, map, new_ia);
+  smat<V> *E = lacks(map, static_cast<std::size_t>(total))
+                   ? nullptr : expand_new(src, 0, map, new_ia);
   vek_serv_free(new_ia);
-  perm *inv = perm_inverse(nullptr, P);
+  perm *inv = E == nullptr ? nullptr : perm_inverse(nullptr, P);
+  if (inv == nullptr) {
+    vek_serv_free(map);
+    free_if_made(E);
+    return nullptr;
+  }
 
   pint count = 0;
   for (std::uint32_t i = 0; i < m; ++i) {
@@ -425,7 +524,19 @@ smat<V> *smat_permute(const smat<V> *src, const perm *P, int with_values) {
       if (p[E->ja[k]] >= static_cast<pint>(i)) ++count;
   }
   smat<V> *dst = smat_new_pattern<V>(m, src->n, static_cast<std::uint32_t>(count), 1);
-  if (values) dst->a = value_alloc<V>(dst->nnz, "smat->a");
+  if (dst != nullptr && values) {
+    dst->a = value_alloc<V>(dst->nnz, "smat->a");
+    if (lacks(dst->a, dst->nnz)) {
+      smat_free(dst);
+      dst = nullptr;
+    }
+  }
+  if (dst == nullptr) {
+    perm_free(inv);
+    vek_serv_free(map);
+    smat_free(E);
+    return nullptr;
+  }
   pint out = 0;
   for (std::uint32_t i = 0; i < m; ++i) {
     dst->ia[i] = out;
@@ -451,19 +562,30 @@ template <class V> void smat_sort_row(smat<V> *A, pint row, int with_values) {
 }
 
 template <class V>
-void smat_split(const smat<V> *A, pint k, smat<V> **A11, smat<V> **A12,
-                smat<V> **A21, smat<V> **A22) {
+int smat_split(const smat<V> *A, pint k, smat<V> **A11, smat<V> **A12,
+               smat<V> **A21, smat<V> **A22) {
   const pint m = static_cast<pint>(A->m);
   const std::uint32_t k1 = static_cast<std::uint32_t>(k);
   const std::uint32_t k2 = static_cast<std::uint32_t>(m - k);
-  *A11 = split_block(k1, k1, A);
-  *A12 = split_block(k1, k2, A);
-  split_rows(A, k, 0, k, *A11, *A12);
-  if (A21 && A22) {
-    *A21 = split_block(k2, k1, A);
-    *A22 = split_block(k2, k2, A);
-    split_rows(A, k, k, m, *A21, *A22);
+  const bool lower = A21 && A22;
+  smat<V> *b11 = split_block(k1, k1, A), *b12 = split_block(k1, k2, A);
+  smat<V> *b21 = lower ? split_block(k2, k1, A) : nullptr;
+  smat<V> *b22 = lower ? split_block(k2, k2, A) : nullptr;
+  if (!b11 || !b12 || (lower && (!b21 || !b22))) {
+    for (smat<V> *B : {b11, b12, b21, b22}) free_if_made(B);
+    *A11 = *A12 = nullptr;
+    if (lower) *A21 = *A22 = nullptr;
+    return 0;
   }
+  *A11 = b11;
+  *A12 = b12;
+  split_rows(A, k, 0, k, b11, b12);
+  if (lower) {
+    *A21 = b21;
+    *A22 = b22;
+    split_rows(A, k, k, m, b21, b22);
+  }
+  return 1;
 }
 
 // --- Instantiations ---------------------------------------------------------
@@ -479,15 +601,15 @@ void smat_split(const smat<V> *A, pint k, smat<V> **A11, smat<V> **A12,
                                  V *, std::uint32_t, int);                     \
   template void smat_free<V>(smat<V> *);                                       \
   template smat<V> *smat_transpose<V>(const smat<V> *);                        \
-  template void smat_transpose_inplace<V>(smat<V> *);                          \
+  template int smat_transpose_inplace<V>(smat<V> *);                          \
   template smat<V> *smat_expand<V>(const smat<V> *, int, pint *);              \
-  template void smat_expand_inplace<V>(smat<V> *, int, pint *);                \
-  template void smat_make_struct_sym<V>(smat<V> *);                            \
-  template void smat_adjacency<V>(const smat<V> *, pint **, pint **);          \
+  template int smat_expand_inplace<V>(smat<V> *, int, pint *);                 \
+  template int smat_make_struct_sym<V>(smat<V> *);                             \
+  template int smat_adjacency<V>(const smat<V> *, pint **, pint **);           \
   template smat<V> *smat_permute<V>(const smat<V> *, const perm *, int);       \
   template void smat_sort_row<V>(smat<V> *, pint, int);                        \
-  template void smat_split<V>(const smat<V> *, pint, smat<V> **, smat<V> **,   \
-                              smat<V> **, smat<V> **);
+  template int smat_split<V>(const smat<V> *, pint, smat<V> **, smat<V> **,    \
+                             smat<V> **, smat<V> **);
 
 
 TLM_SMAT_INSTANTIATE(double)

@@ -4,12 +4,15 @@
 // set stores the upper triangle only, the diagonal entry first in each row;
 // the expansion to both triangles relies on that (2 nnz - m entries, the
 // first entry of a row is not mirrored). ia comes from the zero-filling
-// 128-byte aligned allocator, ja and a from mem_alloc; a is null for a
+// 128-byte aligned allocator, ja and a from mem_try_alloc; a is null for a
 // pattern. A record made by smat_wrap holds the caller's arrays, all others
 // own theirs. The values are double or float (the two instantiations).
 //
 // Broken contracts stop the process with "Assertion failed: smat:<line>:
-// <condition>"; allocation failures end it through mem_alloc.
+// <condition>". When the heap refuses a block, a function that makes a
+// matrix returns null and one that works in place returns 0 (1 when it
+// succeeded); either way it has given back what it took, and an input
+// changed in place is left as it was.
 #ifndef TELMIRA_SMAT_H
 #define TELMIRA_SMAT_H
 
@@ -39,7 +42,7 @@ template <class V> struct smat_col_index {
   pint *pos;        // nnz entries
 };
 
-// --- Creation ---------------------------------------------------------------
+// --- Creation (null when the heap refuses) -----------------------------------
 
 // ia zeroed, ja allocated (nnz entries), a null.
 template <class V>
@@ -67,7 +70,7 @@ template <class V> void smat_free(smat<V> *A);
 // source's row order, values carried. With sym set a plain copy.
 template <class V> smat<V> *smat_transpose(const smat<V> *A);
 // The same, the result taking the place of A's arrays.
-template <class V> void smat_transpose_inplace(smat<V> *A);
+template <class V> int smat_transpose_inplace(smat<V> *A);
 // New matrix holding both triangles of a symmetric A; a copy for sym 0.
 // map (may be null), one entry for each entry of the result: the place in
 // A->a the entry came from (the identity for sym 0). Sorted rows stay
@@ -75,18 +78,19 @@ template <class V> void smat_transpose_inplace(smat<V> *A);
 template <class V>
 smat<V> *smat_expand(const smat<V> *A, int with_values, pint *map);
 // The same in place (ja and a enlarged); nothing happens for sym 0. Without
-// values a is released: it no longer matches the pattern.
+// values a is released: it no longer matches the pattern. On failure ja
+// and a may have grown, holding the old rows.
 template <class V>
-void smat_expand_inplace(smat<V> *A, int with_values, pint *map);
+int smat_expand_inplace(smat<V> *A, int with_values, pint *map);
 // Makes the pattern structurally symmetric in place, rows sorted, duplicates
 // removed. The result is a pattern (a is released); ja may stay larger than
 // nnz.
-template <class V> void smat_make_struct_sym(smat<V> *A);
+template <class V> int smat_make_struct_sym(smat<V> *A);
 // The graph of the symmetrized pattern without the diagonal, zero-based:
 // xadj (m+1) and adjncy. Arrays not supplied by the caller (null pointers)
-// are allocated here with mem_alloc.
+// are allocated here (and on failure released again, the pointer null).
 template <class V>
-void smat_adjacency(const smat<V> *A, pint **xadj, pint **adjncy);
+int smat_adjacency(const smat<V> *A, pint **xadj, pint **adjncy);
 // New matrix P A P^T, rows sorted. For sym set the result is again an upper
 // triangle with the diagonal first in each row.
 template <class V>
@@ -95,10 +99,11 @@ smat<V> *smat_permute(const smat<V> *src, const perm *P, int with_values);
 template <class V> void smat_sort_row(smat<V> *A, pint row, int with_values);
 // 2 x 2 block split at row and column k: A11 (k x k), A12 (k x m-k), and,
 // when both A21 and A22 are given, A21 (m-k x k) and A22 (m-k x m-k). The
-// outputs are new matrices with sym 0, columns of A12 and A22 reduced by k.
+// outputs are new matrices with sym 0, columns of A12 and A22 reduced by k;
+// on failure all are null.
 template <class V>
-void smat_split(const smat<V> *A, pint k, smat<V> **A11, smat<V> **A12,
-                smat<V> **A21, smat<V> **A22);
+int smat_split(const smat<V> *A, pint k, smat<V> **A11, smat<V> **A12,
+               smat<V> **A21, smat<V> **A22);
 // New matrix: the expansion of A with values, zero entries dropped, each
 // value replaced by log |value|.
 template <class V> smat<V> *smat_log_abs(const smat<V> *A);

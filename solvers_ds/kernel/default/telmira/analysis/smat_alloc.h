@@ -1,6 +1,7 @@
 // smat_alloc.h - the allocations of the toolkit matrix: row starts from
-// the zero-filling aligned allocator, columns and values from mem_alloc,
-// which ends the process when memory runs out.
+// the zero-filling aligned allocator, columns and values from
+// mem_try_alloc. Each gives null when the heap refuses; a count of 0 also
+// gives null, which is no failure (lacks() tells the two apart).
 #ifndef TELMIRA_SMAT_ALLOC_H
 #define TELMIRA_SMAT_ALLOC_H
 
@@ -14,36 +15,38 @@
 namespace tlm {
 namespace smat_alloc {
 
+// True when a request of count elements came back empty.
+inline bool lacks(const void *p, std::size_t count) { return p == nullptr && count > 0; }
+
 // Row starts: zero-filled, 128-byte aligned.
 inline pint *ia_alloc(std::uint32_t count) {
   if (count == 0) return nullptr;
   void *p = vek_serv_calloc(static_cast<int>(count), sizeof(pint), ALIGNMENT);
   if (p == nullptr) {
-    // mem_alloc reports the request and ends the process if it fails too.
-    p = mem_alloc(static_cast<std::size_t>(count) * sizeof(pint), "smat->ia");
-    std::memset(p, 0, static_cast<std::size_t>(count) * sizeof(pint));
+    p = mem_try_alloc(static_cast<std::size_t>(count) * sizeof(pint), "smat->ia");
+    if (p != nullptr) std::memset(p, 0, static_cast<std::size_t>(count) * sizeof(pint));
   }
   return static_cast<pint *>(p);
 }
 
 inline pint *pint_alloc(std::uint32_t count, const char *name) {
   return static_cast<pint *>(
-      mem_alloc(static_cast<std::size_t>(count) * sizeof(pint), name));
+      mem_try_alloc(static_cast<std::size_t>(count) * sizeof(pint), name));
 }
 
 template <class V> inline V *value_alloc(std::uint32_t count, const char *name) {
   return static_cast<V *>(
-      mem_alloc(static_cast<std::size_t>(count) * sizeof(V), name));
+      mem_try_alloc(static_cast<std::size_t>(count) * sizeof(V), name));
 }
 
-template <class V> inline V *value_realloc(V *a, std::uint32_t count, const char *name) {
-  return static_cast<V *>(
-      mem_realloc(a, static_cast<std::size_t>(count) * sizeof(V), name));
-}
-
-inline pint *pint_realloc(pint *p, std::uint32_t count, const char *name) {
-  return static_cast<pint *>(
-      mem_realloc(p, static_cast<std::size_t>(count) * sizeof(pint), name));
+// Resizes *p to count elements. False when the heap refuses: *p is then
+// the old block, unchanged. A count of 0 releases the block.
+template <class T> inline bool try_resize(T **p, std::uint32_t count, const char *name) {
+  T *q = static_cast<T *>(
+      mem_try_realloc(*p, static_cast<std::size_t>(count) * sizeof(T), name));
+  if (lacks(q, count)) return false;
+  *p = q;
+  return true;
 }
 
 }  // namespace smat_alloc

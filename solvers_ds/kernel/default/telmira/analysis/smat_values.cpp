@@ -19,7 +19,7 @@ using namespace smat_alloc;
 
 template <class V> smat<V> *smat_log_abs(const smat<V> *A) {
   smat<V> *E = smat_expand(A, 1, nullptr);
-  if (E->a == nullptr) return E;
+  if (E == nullptr || E->a == nullptr) return E;
   pint out = 0, row_first = 0;
   for (std::uint32_t i = 0; i < E->m; ++i) {
     const pint row_end = E->ia[i + 1];
@@ -34,8 +34,9 @@ template <class V> smat<V> *smat_log_abs(const smat<V> *A) {
   }
   E->ia[E->m] = out;
   E->nnz = static_cast<std::uint32_t>(out);
-  E->ja = pint_realloc(E->ja, E->nnz, "smat->ja");
-  E->a = value_realloc(E->a, E->nnz, "smat->a");
+  // A block the heap cannot shrink stays as it is.
+  try_resize(&E->ja, E->nnz, "smat->ja");
+  try_resize(&E->a, E->nnz, "smat->a");
   return E;
 }
 
@@ -93,11 +94,16 @@ template <class V> smat_col_index<V> *smat_col_index_new(const smat<V> *A) {
   // meant for square matrices, which the closing check demands.
   const std::uint32_t ncols = A->n > A->m ? A->n : A->m;
   smat_col_index<V> *ci = static_cast<smat_col_index<V> *>(
-      mem_alloc(sizeof(smat_col_index<V>), "smat_col_index"));
+      mem_try_alloc(sizeof(smat_col_index<V>), "smat_col_index"));
+  if (ci == nullptr) return nullptr;
   ci->A = A;
   ci->col_start = ia_alloc(ncols + 1);
   ci->row = pint_alloc(A->nnz, "smat_col_index: row");
   ci->pos = pint_alloc(A->nnz, "smat_col_index: pos");
+  if (ci->col_start == nullptr || lacks(ci->row, A->nnz) || lacks(ci->pos, A->nnz)) {
+    smat_col_index_free(ci);
+    return nullptr;
+  }
   for (std::uint32_t k = 0; k < A->nnz; ++k) ++ci->col_start[A->ja[k] + 1];
   for (std::uint32_t c = 0; c < ncols; ++c) ci->col_start[c + 1] += ci->col_start[c];
   // col_start[c] is the cursor of column c; afterwards it holds the start of

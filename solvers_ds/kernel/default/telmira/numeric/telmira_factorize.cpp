@@ -15,6 +15,7 @@
 #include "kernels_omp.h"
 #include "telmira_factorize_ooc.h"
 #include "dense/vek_dense.h"
+#include "platform/vek_platform.h"
 #include "service/vek_serv_clock.h"
 #include "service/vek_serv_message.h"
 #include "telmira_layout.h"
@@ -28,6 +29,8 @@ namespace {
 // The kernel families that this version has not built. Their place in the
 // choice table answers error cell -1, with one line at message level 1.
 constexpr int row_missing_kernel = 1001;
+// The line at message level 1 when the address space holds fewer threads.
+constexpr int row_fewer_threads = 1005;
 
 void missing_kernel(const int *comi, int *error) {
   *error = -1;
@@ -167,14 +170,14 @@ double pivot_perturbation(int k, int mtype, int n, const int *ia,
 template <class R>
 void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
                         const int *comx, void *factors, void *work, void *up_uplen,
-                        const void *scaling, int *comi, int *ooc_l) {
+                        const void *scaling, int *comi, int *ooc_l, int threads) {
   const int mtype = COMI(CI_MTYPE);
   const int n = COMI(CI_N);
   const double eps =
       pivot_perturbation(COMI(CI_PERTURBATION), mtype, n, ia, a, sizeof(R) == sizeof(float));
   kernel_arrays k = arrays_of(fi, comx, comi, factors, sizeof(R) * words_per_value(mtype));
   int error = 0;
-  int nsuper = COMI(CI_NSUPER), nthreads = COMI(CI_THREADS), nnzl = COMI(CI_LNZ_LEN), tmpsize = COMI(CI_TMPSIZE);
+  int nsuper = COMI(CI_NSUPER), nthreads = threads, nnzl = COMI(CI_LNZ_LEN), tmpsize = COMI(CI_TMPSIZE);
   int level = COMI(CI_MSGLVL);
   switch (mtype) {
     case 2:
@@ -281,14 +284,14 @@ void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
 template <class R>
 void telmira_factor_unsym(const void *a, const int *, const int *ja, void *fi,
                           const int *comx, void *factors, void *work, void *up_uplen,
-                          const void *scaling, int *comi, int *ooc_l) {
+                          const void *scaling, int *comi, int *ooc_l, int threads) {
   const int mtype = COMI(CI_MTYPE);
   // Types 11 and 13 take the perturbation unadjusted; 1 and 3 none.
   const double eps = pivot_perturbation(COMI(CI_PERTURBATION), mtype, COMI(CI_N), nullptr, a,
                                         sizeof(R) == sizeof(float));
   kernel_arrays k = arrays_of(fi, comx, comi, factors, sizeof(R) * words_per_value(mtype));
   int error = 0;
-  int n = COMI(CI_N), nsuper = COMI(CI_NSUPER), nthreads = COMI(CI_THREADS), nnzl = COMI(CI_LNZ_LEN);
+  int n = COMI(CI_N), nsuper = COMI(CI_NSUPER), nthreads = threads, nnzl = COMI(CI_LNZ_LEN);
   int tmpsize = COMI(CI_TMPSIZE), level = COMI(CI_MSGLVL), rowflag = COMI(CI_SCALING) != 0 ? 1 : 0;
   // With several threads the parallel sweeps share the supernodes, each
   // calling the dense routines on one thread; one thread runs the
@@ -351,6 +354,17 @@ void telmira_factor_unsym(const void *a, const int *, const int *ja, void *fi,
   kernel_result(error, comi, ooc_l);
 }
 
+int factor_threads(int requested) {
+  if (requested <= 1) return 1;
+  const std::int64_t limit = vek_os_address_space_limit();
+  if (limit < 0) return requested;
+  const std::int64_t used = vek_os_virtual_size();
+  if (used < 0) return requested;
+  const std::int64_t fit = limit > used ? (limit - used) / room_per_thread : 0;
+  if (fit < 1) return 1;
+  return fit < requested ? static_cast<int>(fit) : requested;
+}
+
 template <class R>
 void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
                        const int *comx, void *factors, void *work, void *up_uplen,
@@ -359,9 +373,15 @@ void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
   double t0 = 0.0, t1 = 0.0;
   telmira_clock(&t0);
   COMI(CI_NPERT) = COMI(CI_NPOS) = COMI(CI_NNEG) = 0;
+  const int requested = COMI(CI_THREADS) < 1 ? 1 : COMI(CI_THREADS);
+  const int threads = factor_threads(requested);
+  if (threads < requested && COMI(CI_MSGLVL) > 0) {
+    const std::intptr_t words[2] = {threads, requested};
+    vek_serv_print_message_words(row_fewer_threads, 2, words);
+  }
   // A sequential sweep gives the dense routines below it the threads of
   // the call; the parallel sweeps set one thread for them.
-  vekd::blas_threads(COMI(CI_THREADS));
+  vekd::blas_threads(threads);
   if (ooc_l != nullptr && OOCL(OL_MODE) == 2) {
     // Factors in files: the kernels check their pivots panel by panel.
     telmira_factorize_ooc<R>(a, ia, ja, fi, comx, factors, work, up_uplen, scaling, comi,
@@ -372,10 +392,10 @@ void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
   }
   if (COMI(CI_TRIANGLE) == 1)
     telmira_factor_sym<R>(a, ia, ja, fi, comx, factors, work, up_uplen, scaling, comi,
-                          ooc_l);
+                          ooc_l, threads);
   else
     telmira_factor_unsym<R>(a, ia, ja, fi, comx, factors, work, up_uplen, scaling, comi,
-                            ooc_l);
+                            ooc_l, threads);
   // A factor whose pivots are not all finite numbers (NaN or infinite
   // values in A, or an overflow) solves nothing: the factorization fails.
   if (COMI(CI_STATUS) == 0 && (ooc_l == nullptr || OOCL(OL_STATUS) == 0) && factors != nullptr) {
@@ -399,10 +419,10 @@ void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
                                      const void *, int *, double *, int *);      \
   template void telmira_factor_sym<R>(const void *, const int *, const int *,    \
                                       void *, const int *, void *, void *,       \
-                                      void *, const void *, int *, int *);       \
+                                      void *, const void *, int *, int *, int);  \
   template void telmira_factor_unsym<R>(const void *, const int *, const int *,  \
                                         void *, const int *, void *, void *,     \
-                                        void *, const void *, int *, int *);
+                                        void *, const void *, int *, int *, int);
 TELMIRA_FACTORIZE_INSTANCE(double)
 TELMIRA_FACTORIZE_INSTANCE(float)
 

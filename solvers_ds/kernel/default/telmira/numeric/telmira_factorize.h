@@ -29,22 +29,36 @@ inline int *factor_pivots(const void *factors, const int *comi, std::size_t valu
 // storage mode; the time goes to comr[5], the kernel's error cell to
 // comi(50), the pivot counters to comi(62) to comi(64).
 // up_uplen: the lists of the parallel sweeps (handle[UP_UPLEN]), null with
-// one thread.
+// one thread. Under a limit on the address space the sweep runs on fewer
+// threads than comi(CI_THREADS) when the limit leaves no room for the
+// dense routines' buffers of more (see factor_threads).
 template <class R>
 void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
                        const int *comx, void *factors, void *work, void *up_uplen,
                        const void *scaling, int *comi, double *comr,
                        int *ooc_l);
 // The selectors: symmetric storage (types 2, -2, 4, -4, 6) and full
-// storage (types 1, 3, 11, 13).
+// storage (types 1, 3, 11, 13); threads is the team of the parallel sweeps.
 template <class R>
 void telmira_factor_sym(const void *a, const int *ia, const int *ja, void *fi,
                         const int *comx, void *factors, void *work, void *up_uplen,
-                        const void *scaling, int *comi, int *ooc_l);
+                        const void *scaling, int *comi, int *ooc_l, int threads);
 template <class R>
 void telmira_factor_unsym(const void *a, const int *ia, const int *ja,
                           void *fi, const int *comx, void *factors, void *work,
-                          void *up_uplen, const void *scaling, int *comi, int *ooc_l);
+                          void *up_uplen, const void *scaling, int *comi, int *ooc_l,
+                          int threads);
+
+// The threads a factorization may use of the requested ones: each thread
+// that enters the installed dense routines maps a buffer of its own (some
+// 128 MB), and one whose buffer cannot be had under a limit on the address
+// space waits for it without end while the others wait for its
+// supernodes. So each thread, the first one too (its buffer need not exist
+// yet), needs room_per_thread bytes between the limit and what the process
+// already takes; down to one thread. Without a limit, or when the size
+// cannot be read, all requested threads run.
+constexpr long long room_per_thread = 160ll << 20;
+int factor_threads(int requested);
 
 // The pivot perturbation of a factorization: 10^-|comi(66)|, for types -2,
 // -4 and 6 adjusted by the largest off-diagonal magnitude of a (each row's
