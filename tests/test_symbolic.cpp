@@ -132,13 +132,19 @@ void run_symbfct(const graph &g, const order &o, analysis &a) {
                a.topcnt.data(), work.data(), &a.error2);
 }
 
-analysis analyse(const graph &g, const order &o, ivec parts, int nparts,
-                 int panel, int triangle = 1) {
+// The settings and parts before the first stage.
+analysis prepared(ivec parts, int nparts, int panel, int triangle = 1) {
   analysis a;
   a.comi[15] = panel;
   a.comi[18] = triangle;
   a.comi[59] = nparts;
   a.parts = std::move(parts);
+  return a;
+}
+
+analysis analyse(const graph &g, const order &o, ivec parts, int nparts,
+                 int panel, int triangle = 1) {
+  analysis a = prepared(std::move(parts), nparts, panel, triangle);
   run_sfinit(g, o, a);
   if (a.error1 == 0) run_symbfct(g, o, a);
   EXPECT_EQ(0, a.error1);
@@ -365,10 +371,8 @@ TEST(SymbolicFailures, StorageCursorLimitAndStatusWords) {
   // rows do not bear out gives -180.
   for (int n : {46341, 40}) {
     const graph g = from_sets(std::vector<std::set<int>>(n));
-    analysis a;
+    analysis a = prepared(pairs({1, 0, 1, 1}), 1, 0, 0);
     a.n = n;
-    a.parts = pairs({1, 0, 1, 1});
-    a.comi[59] = 1;
     a.colcnt.assign(n, 1);
     a.colcnt[0] = n == 40 ? 2 : n;
     a.ns = a.comi[30] = n == 40 ? n : 1;
@@ -403,10 +407,7 @@ TEST(SymbolicFailures, ColumnCountScratch) {
   vek_serv_heap.malloc_fn = refusing_malloc;
 
   refuse_above = 2 * g.n * sizeof(int) + 1024;  // two threads' arrays fit
-  analysis a;
-  a.comi[15] = 64;
-  a.comi[59] = 1;
-  a.parts = single_part(g.n);
+  analysis a = prepared(single_part(g.n), 1, 64, 0);
   run_sfinit(g, o, a);
   EXPECT_EQ(0, a.error1);
   ivec colcnt(g.n);
@@ -419,9 +420,7 @@ TEST(SymbolicFailures, ColumnCountScratch) {
   EXPECT_EQ(r.entries, total);
 
   refuse_above = 0;
-  analysis b;
-  b.comi[59] = 1;
-  b.parts = single_part(g.n);
+  analysis b = prepared(single_part(g.n), 1, 0, 0);
   run_sfinit(g, o, b);
   EXPECT_EQ(tlm::symbolic_no_memory, b.error1);
   EXPECT_EQ(0, b.comi[30]);
