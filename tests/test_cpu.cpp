@@ -10,6 +10,8 @@
 #include <cstring>
 #include <map>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -57,13 +59,11 @@ void use_fake() {
 }  // namespace
 
 TEST(CpuType, FirstFeatureTestThatHoldsGivesTheType) {
-  EXPECT_EQ(5, vek_serv_cpu_type_of(SSE42, 0));
-  EXPECT_EQ(5, vek_serv_cpu_type_of(SSE42 | SSSE3 | SSE3 | SSE41, SSE2));
-  EXPECT_EQ(4, vek_serv_cpu_type_of(SSSE3 | SSE41 | SSE3, SSE2));
-  EXPECT_EQ(3, vek_serv_cpu_type_of(SSE3, SSE2));
-  EXPECT_EQ(2, vek_serv_cpu_type_of(SSE41, SSE2));  // SSE4.1 alone: no type
-  EXPECT_EQ(0, vek_serv_cpu_type_of(0, 0));
-  EXPECT_EQ(0, vek_serv_cpu_type_of(~(SSE42 | SSSE3 | SSE3), ~SSE2));
+  const unsigned ecx_edx_type[][3] = {
+      {SSE42, 0, 5}, {SSE42 | SSSE3 | SSE3 | SSE41, SSE2, 5}, {SSSE3 | SSE41 | SSE3, SSE2, 4},
+      {SSE3, SSE2, 3}, {SSE41, SSE2, 2} /* SSE4.1 alone: no type */, {0, 0, 0},
+      {~(SSE42 | SSSE3 | SSE3), ~SSE2, 0}};
+  for (auto &c : ecx_edx_type) EXPECT_EQ(int(c[2]), vek_serv_cpu_type_of(c[0], c[1])) << c[0];
 }
 
 TEST(CpuType, WideVectorTypesNeedTheInstructionsAndTheSavedStates) {
@@ -83,20 +83,12 @@ TEST(CpuType, WideVectorTypesNeedTheInstructionsAndTheSavedStates) {
 }
 
 TEST(CpuType, OverrideTextIsReadLikeAtoi) {
-  EXPECT_EQ(0, vek_serv_cpu_type_override("1"));
-  EXPECT_EQ(0, vek_serv_cpu_type_override("0"));
-  EXPECT_EQ(3, vek_serv_cpu_type_override("3"));
-  EXPECT_EQ(5, vek_serv_cpu_type_override("5x"));
-  EXPECT_EQ(2, vek_serv_cpu_type_override(" 2"));
-  EXPECT_EQ(-1, vek_serv_cpu_type_override("00"));
-  EXPECT_EQ(-1, vek_serv_cpu_type_override("abc"));
-  EXPECT_EQ(6, vek_serv_cpu_type_override("6"));
-  EXPECT_EQ(7, vek_serv_cpu_type_override("7"));
-  EXPECT_EQ(-1, vek_serv_cpu_type_override("8"));
-  EXPECT_EQ(-1, vek_serv_cpu_type_override("-1"));
-  EXPECT_EQ(-1, vek_serv_cpu_type_override("99999999999999999999"));
-  EXPECT_EQ(-1, vek_serv_cpu_type_override(""));
-  EXPECT_EQ(-1, vek_serv_cpu_type_override(nullptr));
+  const std::pair<const char *, int> cases[] = {
+      {"1", 0},  {"0", 0},  {"3", 3},   {"5x", 5},  {" 2", 2},
+      {"00", -1}, {"abc", -1}, {"7", 7}, {"8", -1}, {"-1", -1},
+      {"99999999999999999999", -1}, {"", -1}, {nullptr, -1}};
+  for (auto c : cases)
+    EXPECT_EQ(c.second, vek_serv_cpu_type_override(c.first)) << (c.first ? c.first : "null");
 }
 
 TEST(CpuDetect, OtherVendorTypedByFeatureBitsAndCached) {
@@ -146,11 +138,7 @@ TEST(CacheTable, LeafFourWithoutInstructionCaches) {
   fake[{4, 5}] = cache_record(1, 4, 64, 1, 1, 1);      // past the end
   int out[5] = {-7, -7, -7, -7, -7};
   vek_serv_cache_sizes(out);
-  EXPECT_EQ(3, out[0]);
-  EXPECT_EQ(32768, out[1]);
-  EXPECT_EQ(262144, out[2]);
-  EXPECT_EQ(8388608, out[3]);
-  EXPECT_EQ(0, out[4]);
+  EXPECT_EQ((std::vector<int>{3, 32768, 262144, 8388608, 0}), std::vector<int>(out, out + 5));
   EXPECT_EQ(8388608, vek_serv_cache_size(0));
   EXPECT_EQ(32768, vek_serv_cache_size(1));
   EXPECT_EQ(-1, vek_serv_cache_size(4));
@@ -169,10 +157,7 @@ TEST(CacheTable, ExtendedLeafWhenLeafFourIsEmpty) {
   fake[{0x8000001Du, 3}] = cache_record(3, 3, 64, 1, 16, 32768);
   int out[5];
   vek_serv_cache_sizes(out);
-  EXPECT_EQ(3, out[0]);
-  EXPECT_EQ(32768, out[1]);
-  EXPECT_EQ(1 << 20, out[2]);
-  EXPECT_EQ(32 << 20, out[3]);
+  EXPECT_EQ((std::vector<int>{3, 32768, 1 << 20, 32 << 20}), std::vector<int>(out, out + 4));
 }
 
 TEST(CacheTable, NoTopologyExtensionsMeansNoLevels) {

@@ -17,6 +17,7 @@
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -52,55 +53,48 @@ int expected_cores() {
   return n == sysconf(_SC_NPROCESSORS_ONLN) ? n : 1;
 }
 
-int domain(const char *list, int d) {
+std::vector<int> domains(const char *list) {
   int s[4] = {-1, -1, -1, -1};
   int *slots[4] = {&s[0], &s[1], &s[2], &s[3]};
   vek_serv_parse_domain_list(list, slots);
-  return s[d];
+  return std::vector<int>(s, s + 4);
 }
 
 }  // namespace
 
-TEST(ThreadRules, NumberRule) {
-  EXPECT_EQ(vek_serv_thread_count_value("12"), 12);
-  EXPECT_EQ(vek_serv_thread_count_value("0"), 0);
-  EXPECT_EQ(vek_serv_thread_count_value("007"), 7);
-  EXPECT_EQ(vek_serv_thread_count_value("-2"), 1);
-  EXPECT_EQ(vek_serv_thread_count_value("3x"), 1);
-  EXPECT_EQ(vek_serv_thread_count_value(" 4"), 1);
-  EXPECT_EQ(vek_serv_thread_count_value("99999999999999"), 2147483647);
+TEST(ThreadRules, NumberAndDynamicText) {
+  const std::pair<const char *, int> counts[] = {
+      {"12", 12}, {"0", 0}, {"007", 7}, {"-2", 1}, {"3x", 1}, {" 4", 1},
+      {"99999999999999", 2147483647}};
+  for (auto c : counts) EXPECT_EQ(vek_serv_thread_count_value(c.first), c.second) << c.first;
   EXPECT_EQ(vek_serv_is_digits(""), 0);
   EXPECT_EQ(vek_serv_is_digits("2x"), 0);
+  // Only an upper or lower case FALSE, after quotes and blanks, is false.
+  const std::pair<const char *, int> dynamic[] = {
+      {"FALSE", 0}, {"false", 0}, {"  \"'false' rest", 0}, {"False", 1},
+      {"no", 1},    {"FALSEX", 1}, {"", 1}};
+  for (auto d : dynamic) EXPECT_EQ(vek_serv_dynamic_value(d.first), d.second) << d.first;
 }
 
-TEST(ThreadRules, DynamicText) {
-  EXPECT_EQ(vek_serv_dynamic_value("FALSE"), 0);
-  EXPECT_EQ(vek_serv_dynamic_value("false"), 0);
-  EXPECT_EQ(vek_serv_dynamic_value("  \"'false' rest"), 0);
-  EXPECT_EQ(vek_serv_dynamic_value("False"), 1);
-  EXPECT_EQ(vek_serv_dynamic_value("no"), 1);
-  EXPECT_EQ(vek_serv_dynamic_value("FALSEX"), 1);
-  EXPECT_EQ(vek_serv_dynamic_value(""), 1);
-}
-
+// All four settings of a list: all, BLAS, FFT, VML; -1 where none is set.
 TEST(ThreadRules, DomainListForms) {
-  EXPECT_EQ(domain("VEK_ALL=2, VEK_BLAS=1", 0), 2);
-  EXPECT_EQ(domain("VEK_ALL=2, VEK_BLAS=1", 1), 1);
-  EXPECT_EQ(domain("VEK_BLAS 4;VEK_FFT 2", 1), 4);
-  EXPECT_EQ(domain("VEK_BLAS 4;VEK_FFT 2", 2), 2);
-  EXPECT_EQ(domain("'VEK_VML=3'", 3), 3);
-  EXPECT_EQ(domain("VEK_VML = = 5", 3), 5);
-  // First mention wins; a value below 1 is passed over and leaves room.
-  EXPECT_EQ(domain("VEK_BLAS=2,VEK_BLAS=6", 1), 2);
-  EXPECT_EQ(domain("VEK_FFT=0:VEK_FFT=3", 2), 3);
-  // An unknown or differently cased name is passed over, the rest is read.
-  EXPECT_EQ(domain("VEK_GPU=4,vek_blas=5,VEK_BLAS=3", 1), 3);
-  // Empty value means 1; a non-digit value means 1.
-  EXPECT_EQ(domain("VEK_BLAS=,VEK_FFT=2", 1), 1);
-  EXPECT_EQ(domain("VEK_BLAS=2,VEK_FFT=", 2), 1);
-  EXPECT_EQ(domain("VEK_BLAS=x2", 1), 1);
-  // A list that starts with an equals sign is empty.
-  EXPECT_EQ(domain("=VEK_BLAS=3", 1), -1);
+  const std::pair<const char *, std::vector<int>> cases[] = {
+      {"VEK_ALL=2, VEK_BLAS=1", {2, 1, -1, -1}},
+      {"VEK_BLAS 4;VEK_FFT 2", {-1, 4, 2, -1}},
+      {"'VEK_VML=3'", {-1, -1, -1, 3}},
+      {"VEK_VML = = 5", {-1, -1, -1, 5}},
+      // First mention wins; a value below 1 is passed over and leaves room.
+      {"VEK_BLAS=2,VEK_BLAS=6", {-1, 2, -1, -1}},
+      {"VEK_FFT=0:VEK_FFT=3", {-1, -1, 3, -1}},
+      // An unknown or differently cased name is passed over, the rest is read.
+      {"VEK_GPU=4,vek_blas=5,VEK_BLAS=3", {-1, 3, -1, -1}},
+      // An empty or non-digit value means 1.
+      {"VEK_BLAS=,VEK_FFT=2", {-1, 1, 2, -1}},
+      {"VEK_BLAS=2,VEK_FFT=", {-1, 2, 1, -1}},
+      {"VEK_BLAS=x2", {-1, 1, -1, -1}},
+      {"=VEK_BLAS=3", {-1, -1, -1, -1}},  // starts with an equals sign: empty
+  };
+  for (const auto &c : cases) EXPECT_EQ(domains(c.first), c.second) << c.first;
   // A setting already filled is not overwritten.
   int s[4] = {7, -1, -1, -1};
   int *slots[4] = {&s[0], &s[1], &s[2], &s[3]};
@@ -109,11 +103,8 @@ TEST(ThreadRules, DomainListForms) {
 }
 
 TEST(ThreadTopology, WidthsAndCoreKeys) {
-  EXPECT_EQ(vek_serv_topology_width(1), 0);
-  EXPECT_EQ(vek_serv_topology_width(2), 1);
-  EXPECT_EQ(vek_serv_topology_width(3), 2);
-  EXPECT_EQ(vek_serv_topology_width(4), 2);
-  EXPECT_EQ(vek_serv_topology_width(5), 3);
+  const int widths[] = {0, 1, 2, 2, 3};
+  for (int k = 1; k <= 5; ++k) EXPECT_EQ(vek_serv_topology_width(k), widths[k - 1]) << k;
   // Two packages of 4 cores with 2 logical processors each: ids 0..7 and
   // 16..23 hold 8 cores.
   std::set<unsigned> keys;
