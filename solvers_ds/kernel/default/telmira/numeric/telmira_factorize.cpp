@@ -49,45 +49,6 @@ void kernel_result(int error, int *comi, const int *ooc_l) {
   }
 }
 
-// Pointers of the kernels' arrays inside handle[STRUC_FI].
-struct kernel_arrays {
-  int *perm, *xsup, *snode, *xlindx, *lindx, *xlnz, *xunz, *nmod, *pnlsch,
-      *parts, *xjalf, *jalf, *xjauf, *jauf, *luperm, *luperm_row, *pivot, *cpivot;
-  int *indmap, *relind, *link, *length;
-};
-
-kernel_arrays arrays_of(void *fi, const int *comx, const int *comi, void *factors,
-                        std::size_t value_bytes) {
-  kernel_arrays k{};
-  k.perm = sub(fi, comx, CX_PERM);
-  k.xsup = sub(fi, comx, CX_XSUP);
-  k.snode = sub(fi, comx, CX_SNODE);
-  k.xlindx = sub(fi, comx, CX_XLINDX);
-  k.lindx = sub(fi, comx, CX_LINDX);
-  k.xlnz = sub(fi, comx, CX_XLNZ);
-  k.xunz = sub(fi, comx, CX_XUNZ);
-  k.nmod = sub(fi, comx, CX_NMOD);
-  k.pnlsch = sub(fi, comx, CX_PNLSCH);
-  k.parts = sub(fi, comx, CX_PARTS);
-  k.xjalf = sub(fi, comx, CX_XJALF);
-  k.jalf = sub(fi, comx, CX_JALF);
-  k.luperm = sub(fi, comx, CX_LUPERM);
-  k.pivot = factor_pivots(factors, comi, value_bytes);
-  if (COMI(CI_TRIANGLE) != 1) {
-    k.xjauf = sub(fi, comx, CX_XJAUF);
-    k.jauf = sub(fi, comx, CX_JAUF);
-    k.cpivot = k.pivot + COMI(CI_N);
-  }
-  if (COMI(CI_SCALING) != 0) k.luperm_row = sub(fi, comx, CX_LUPERM_ROW);
-  // indmap and relind, one block of n per thread; link; length.
-  const std::int64_t m = static_cast<std::int64_t>(COMI(CI_THREADS) < 1 ? 1 : COMI(CI_THREADS)) * COMI(CI_N);
-  int *iw = sub(fi, comx, CX_IWORK);
-  k.indmap = iw;
-  k.relind = iw + m;
-  k.link = iw + 2 * m;
-  k.length = iw + 2 * m + COMI(CI_N);
-  return k;
-}
 
 // The lists of the parallel sweep, or null when the sequential sweep runs:
 // one thread (comi(20) 1) or no lists.
@@ -146,6 +107,39 @@ int nonfinite_pivot(int nsuper, const int *xsup, const int *xlnz, const T *lnz) 
 }
 
 }  // namespace
+
+kernel_arrays arrays_of(void *fi, const int *comx, const int *comi, void *factors,
+                        std::size_t value_bytes) {
+  kernel_arrays k{};
+  k.perm = sub(fi, comx, CX_PERM);
+  k.xsup = sub(fi, comx, CX_XSUP);
+  k.snode = sub(fi, comx, CX_SNODE);
+  k.xlindx = sub(fi, comx, CX_XLINDX);
+  k.lindx = sub(fi, comx, CX_LINDX);
+  k.xlnz = sub(fi, comx, CX_XLNZ);
+  k.xunz = sub(fi, comx, CX_XUNZ);
+  k.nmod = sub(fi, comx, CX_NMOD);
+  k.pnlsch = sub(fi, comx, CX_PNLSCH);
+  k.parts = sub(fi, comx, CX_PARTS);
+  k.xjalf = sub(fi, comx, CX_XJALF);
+  k.jalf = sub(fi, comx, CX_JALF);
+  k.luperm = sub(fi, comx, CX_LUPERM);
+  k.pivot = factor_pivots(factors, comi, value_bytes);
+  if (COMI(CI_TRIANGLE) != 1) {
+    k.xjauf = sub(fi, comx, CX_XJAUF);
+    k.jauf = sub(fi, comx, CX_JAUF);
+    k.cpivot = k.pivot + COMI(CI_N);
+  }
+  if (COMI(CI_SCALING) != 0) k.luperm_row = sub(fi, comx, CX_LUPERM_ROW);
+  // indmap and relind, one block of n per thread; link; length.
+  const std::int64_t m = static_cast<std::int64_t>(COMI(CI_THREADS) < 1 ? 1 : COMI(CI_THREADS)) * COMI(CI_N);
+  int *iw = sub(fi, comx, CX_IWORK);
+  k.indmap = iw;
+  k.relind = iw + m;
+  k.link = iw + 2 * m;
+  k.length = iw + 2 * m + COMI(CI_N);
+  return k;
+}
 
 double pivot_perturbation(int k, int mtype, int n, const int *ia,
                           const void *a, int single) {

@@ -25,6 +25,17 @@ inline int *factor_pivots(const void *factors, const int *comi, std::size_t valu
                                  values * value_bytes);
 }
 
+// Pointers of the kernels' arrays inside handle[STRUC_FI] and the
+// factor block (the pivot records); indmap and relind are the first
+// thread's blocks.
+struct kernel_arrays {
+  int *perm, *xsup, *snode, *xlindx, *lindx, *xlnz, *xunz, *nmod, *pnlsch,
+      *parts, *xjalf, *jalf, *xjauf, *jauf, *luperm, *luperm_row, *pivot, *cpivot;
+  int *indmap, *relind, *link, *length;
+};
+kernel_arrays arrays_of(void *fi, const int *comx, const int *comi, void *factors,
+                        std::size_t value_bytes);
+
 // One numeric factorization: the kernel by matrix type, thread count and
 // storage mode; the time goes to comr[5], the kernel's error cell to
 // comi(50), the pivot counters to comi(62) to comi(64).

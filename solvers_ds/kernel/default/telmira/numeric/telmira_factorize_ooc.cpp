@@ -33,43 +33,6 @@ namespace tlm {
 
 namespace {
 
-// The arrays of the sweeps inside handle[STRUC_FI].
-struct ooc_arrays {
-  int *perm, *xsup, *snode, *xlindx, *lindx, *xlnz, *xunz, *nmod, *xjalf, *jalf, *xjauf,
-      *jauf, *luperm, *luperm_row, *pivot, *cpivot, *indmap, *relind, *link, *length;
-};
-
-ooc_arrays arrays_of(void *fi, const int *comx, const int *comi, void *factors,
-                     std::size_t value_bytes) {
-  ooc_arrays k{};
-  k.perm = sub(fi, comx, CX_PERM);
-  k.xsup = sub(fi, comx, CX_XSUP);
-  k.snode = sub(fi, comx, CX_SNODE);
-  k.xlindx = sub(fi, comx, CX_XLINDX);
-  k.lindx = sub(fi, comx, CX_LINDX);
-  k.xlnz = sub(fi, comx, CX_XLNZ);
-  k.nmod = sub(fi, comx, CX_NMOD);
-  k.xjalf = sub(fi, comx, CX_XJALF);
-  k.jalf = sub(fi, comx, CX_JALF);
-  k.luperm = sub(fi, comx, CX_LUPERM);
-  k.pivot = factor_pivots(factors, comi, value_bytes);
-  if (COMI(CI_TRIANGLE) != 1) {
-    k.xunz = sub(fi, comx, CX_XUNZ);
-    k.xjauf = sub(fi, comx, CX_XJAUF);
-    k.jauf = sub(fi, comx, CX_JAUF);
-    k.cpivot = k.pivot + COMI(CI_N);
-  }
-  if (COMI(CI_SCALING) != 0) k.luperm_row = sub(fi, comx, CX_LUPERM_ROW);
-  // indmap and relind (the first thread's blocks), link, length.
-  const std::int64_t m =
-      static_cast<std::int64_t>(COMI(CI_THREADS) < 1 ? 1 : COMI(CI_THREADS)) * COMI(CI_N);
-  int *iw = sub(fi, comx, CX_IWORK);
-  k.indmap = iw;
-  k.relind = iw + m;
-  k.link = iw + 2 * m;
-  k.length = iw + 2 * m + COMI(CI_N);
-  return k;
-}
 
 // One sweep of an inner step in the storage policy.
 template <class T, class Inner>
@@ -81,7 +44,7 @@ void run_ooc(const sweep_shape &sh, const Inner &inner, int *xl, int *xu, const 
 
 // The kernels of the matrix type on values T.
 template <class T>
-void ooc_kernels(const void *a_, const int *ja, const ooc_arrays &k, const sweep_shape &sh,
+void ooc_kernels(const void *a_, const int *ja, const kernel_arrays &k, const sweep_shape &sh,
                  const sweep_shape &inner_sh, int *xl, int *xu, T *lbuf, T *ubuf, T *temp,
                  const real_of<T> *scaling, double eps, int *comi, ooc_sweep_io *io,
                  int *error) {
@@ -137,7 +100,7 @@ void ooc_kernels(const void *a_, const int *ja, const ooc_arrays &k, const sweep
 // is to run instead; otherwise the sweep ran, with the counts in io.
 template <class R>
 bool cholesky_on_threads(const void *a, void *fi, const int *comx, void *up_uplen,
-                         const ooc_arrays &k, const sweep_shape &sh, R *block,
+                         const kernel_arrays &k, const sweep_shape &sh, R *block,
                          R *temp, int *comi, const int *ooc_l, ooc_file *ooc,
                          ooc_sweep_io *total, int *error) {
   const int threads = COMI(CI_THREADS);
@@ -215,7 +178,7 @@ void telmira_factorize_ooc(const void *a, const int *ia, const int *ja, void *fi
   const bool upper = COMI(CI_TRIANGLE) != 1;
   const bool arena = mtype == 2;
   const int msglvl = COMI(CI_MSGLVL);
-  const ooc_arrays k = arrays_of(fi, comx, comi, factors, sizeof(R) * w);
+  const kernel_arrays k = arrays_of(fi, comx, comi, factors, sizeof(R) * w);
   int error = 0;
 
   // The factor files, made anew; the directory starts empty.
