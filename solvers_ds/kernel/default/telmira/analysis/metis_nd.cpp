@@ -39,6 +39,7 @@ struct nd_control {
   int ufactor;  // allowed imbalance of a bisection, in thousandths
   int status;   // 0, or -2 once a bisection or an allocation failed
   int npairs;   // pairs of sizes: 2 W
+  int even_depths;  // bisections above this depth keep their sides within 1.1
   analysis_profile *prof;  // null unless the analysis is timed
 };
 
@@ -104,7 +105,7 @@ void nd_leaf(nd_control *ctrl, const nd_graph *g, int first, int *order) {
 // at the same time disturb each other's result. Its calls therefore take
 // turns, here and in the domain decomposition (one lock of that name); the
 // other thread meanwhile splits graphs and orders leaves.
-void nd_bisect(nd_control *ctrl, nd_graph *g, int *where) {
+void nd_bisect(nd_control *ctrl, nd_graph *g, int *where, int ufactor) {
   const int n = g->nvtxs;
   if (g->xadj[n] == 0) {
     // No edges: any split is a separation.
@@ -117,7 +118,7 @@ void nd_bisect(nd_control *ctrl, nd_graph *g, int *where) {
   options[METIS_OPTION_NUMBERING] = 0;
   options[METIS_OPTION_SEED] = 4321;
   options[METIS_OPTION_NSEPS] = ctrl->nseps;
-  if (ctrl->ufactor > 0) options[METIS_OPTION_UFACTOR] = ctrl->ufactor;
+  if (ufactor > 0) options[METIS_OPTION_UFACTOR] = ufactor;
   int rc;
 #pragma omp critical(telmira_partitioner)
   rc = METIS_ComputeVertexSeparator(&nvtxs, g->xadj, g->adjncy, g->vwgt, options, &sepsize,
@@ -233,7 +234,12 @@ void nd_recurse(nd_control *ctrl, nd_graph *g, int *order, int lastvtx,
     return;
   }
   int *map = where + n;
-  nd_bisect(ctrl, g, where);
+  // A plan of few parts gives each thread one part for its own: the
+  // bisections that make them keep the sides within 1.1 of each other, so
+  // that the threads get alike shares of the factorization; below them,
+  // and in a plan of many parts shared out as they come, the freer
+  // imbalance buys smaller separators.
+  nd_bisect(ctrl, g, where, depth < ctrl->even_depths ? 100 : ctrl->ufactor);
   int lv = lastvtx;
   for (int i = n - 1; i >= 0; --i)
     if (where[i] == 2) order[nd_label(g, i)] = --lv;
@@ -454,7 +460,10 @@ void metis_nd(int *n_, int *xadj1, int *adjncy1, int *threads_, int *perm,
   // entries and up to 23 % fewer operations (the smallest grids alike),
   // for 0 to 30 % more time in the bisections; the matrices of the
   // collection gain or stay alike.
-  nd_control ctrl{1, 400, 0, 2 * width, analysis_profile_sink()};
+  int even = 0;
+  if (width < 32)
+    while ((1 << even) < width) ++even;
+  nd_control ctrl{1, 400, 0, 2 * width, even, analysis_profile_sink()};
   const double t0 = nd_clock(&ctrl);
   int *order = nd_alloc(&ctrl, n);
   nd_graph g{0, nullptr, nullptr, nullptr, nullptr, true};
