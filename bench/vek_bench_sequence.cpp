@@ -41,7 +41,7 @@ double now() {
 double run(const vekio::sparse &start, int mtype, int iteration, const options &opt,
            bool verbose, int *failures) {
   vekio::sparse A = start;
-  int n = A.n, nb = 1, mfs = 1, mnum = 1, msglvl = 0, error = 0;
+  int n = A.n, nb = 1, max_fac_store = 1, matrix_number = 1, msglvl = 0, error = 0;
   const int w = A.cplx ? 2 : 1;
   const bool unsym = mtype == 11 || mtype == 13;
   std::vector<int> perm(n);
@@ -73,7 +73,7 @@ double run(const vekio::sparse &start, int mtype, int iteration, const options &
     vekio::multiply(A, mtype, xref.data(), b.data());
     int ido = step == 0 ? 13 : 23;
     const double t0 = now();
-    telmira(handle, &mfs, &mnum, &mtype, &ido, &n, A.a.data(), A.ia.data(), A.ja.data(),
+    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, A.a.data(), A.ia.data(), A.ja.data(),
             perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
     const double t = now() - t0;
     if (step > 0) later += t;
@@ -84,7 +84,7 @@ double run(const vekio::sparse &start, int mtype, int iteration, const options &
                   step, error, iparam[19], iparam[6], t, res);
   }
   int release = -1;
-  telmira(handle, &mfs, &mnum, &mtype, &release, &n, A.a.data(), A.ia.data(), A.ja.data(),
+  telmira(handle, &max_fac_store, &matrix_number, &mtype, &release, &n, A.a.data(), A.ia.data(), A.ja.data(),
           perm.data(), &nb, iparam, &msglvl, nullptr, nullptr, &error);
   return later;
 }

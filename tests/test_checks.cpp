@@ -131,7 +131,7 @@ TEST(ParameterChecks, EachRefusedParameterWithItsSummary) {
     std::function<void(solver &)> setup;
     int ido, status;
     const char *line;
-    int mnum, mtype, n, entries, nb;
+    int number, mtype, n, entries, nb;
   };
   const item cases[] = {
       {[](solver &) {}, 34, 1, "ido_new 34 (out of bounds)", 1, 11, 3, 7, 1},
@@ -173,10 +173,10 @@ TEST(ParameterChecks, EachRefusedParameterWithItsSummary) {
     SCOPED_TRACE(c.status);
     solver s;
     c.setup(s);
-    const int mfs = s.max_fac_store;
+    const int stored = s.max_fac_store;
     EXPECT_TRUE(starts_with(s.printed(c.ido),
                             header(c.status) + "*** Input check: " + c.line + "\n" +
-                                summary(c.status, mfs, c.mnum, c.mtype, c.ido, c.n, c.entries,
+                                summary(c.status, stored, c.number, c.mtype, c.ido, c.n, c.entries,
                                         c.nb)));
     EXPECT_EQ(s.error, -1);
   }

@@ -135,14 +135,14 @@ TEST(FuzzFindings, TypeCodesThatNoKernelServesEndTheAnalysisWithErrorThree) {
     int iparam[64] = {0};
     std::vector<double> b(2 * m.n, 1.0), x(2 * m.n);
     std::vector<int> perm(m.n);
-    int mfs = 1, num = 1, ido = 13, n = m.n, nb = 1, msglvl = 0, error = 0;
+    int max_fac_store = 1, num = 1, ido = 13, n = m.n, nb = 1, msglvl = 0, error = 0;
     iparam[26] = 1;  // the matrix check passes them
-    telmira(handle, &mfs, &num, &type, &ido, &n, m.a.data(), m.ia.data(), m.ja.data(), perm.data(),
+    telmira(handle, &max_fac_store, &num, &type, &ido, &n, m.a.data(), m.ia.data(), m.ja.data(), perm.data(),
             &nb, iparam, &msglvl, b.data(), x.data(), &error);
     EXPECT_EQ(-3, error);
     EXPECT_EQ(-34, iparam[29]);
     ido = -1;
-    telmira(handle, &mfs, &num, &type, &ido, &n, m.a.data(), m.ia.data(), m.ja.data(), perm.data(),
+    telmira(handle, &max_fac_store, &num, &type, &ido, &n, m.a.data(), m.ia.data(), m.ja.data(), perm.data(),
             &nb, iparam, &msglvl, b.data(), x.data(), &error);
     EXPECT_EQ(0, error);
   }
@@ -156,8 +156,8 @@ TEST(FuzzFindings, TheComplexDiagonalShortcutTakesValuesOfAnyMagnitude) {
     int iparam[64] = {0};
     std::vector<int> ia = {1, 2, 3}, ja = {1, 2}, perm(2);
     std::vector<double> a = {3 * scale, 4 * scale, scale, 0.0}, b = {1, 0, 0, 1}, x(4);
-    int mfs = 1, num = 1, type = 13, ido = 13, n = 2, nb = 1, msglvl = 0, error = 0;
-    telmira(handle, &mfs, &num, &type, &ido, &n, a.data(), ia.data(), ja.data(), perm.data(), &nb,
+    int max_fac_store = 1, num = 1, type = 13, ido = 13, n = 2, nb = 1, msglvl = 0, error = 0;
+    telmira(handle, &max_fac_store, &num, &type, &ido, &n, a.data(), ia.data(), ja.data(), perm.data(), &nb,
             iparam, &msglvl, b.data(), x.data(), &error);
     ASSERT_EQ(0, error);
     // x1 = 1 / (3 + 4i) / scale = (3 - 4i) / 25 / scale, x2 = i / scale

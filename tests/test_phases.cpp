@@ -265,9 +265,9 @@ TEST(Phases, StructuresThatCannotBeAnalysedEndWithErrorThree) {
     int iparam[64] = {0};
     if (perm[0] != 0 || perm.back() != 0)  // iparam(5): the caller's order
       iparam[0] = 1, iparam[1] = 2, iparam[4] = 1;
-    int mfs = 1, mnum = 1, nb = 1, msglvl = 0, error = 0, result[2] = {0, 0};
+    int max_fac_store = 1, matrix_number = 1, nb = 1, msglvl = 0, error = 0, result[2] = {0, 0};
     for (int ido : {11, -1}) {
-      telmira(handle, &mfs, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
+      telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
               perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
       if (ido == 11) result[0] = error, result[1] = iparam[29];
     }

@@ -36,7 +36,7 @@ int main() {
   iparam[0] = 1;   // the caller's values:
   iparam[1] = 2;   //   nested dissection
   iparam[3] = 62;  //   CG (2) with a tolerance of 1e-6 (6)
-  int mtype = 2, mfs = 1, mnum = 1, nrhs = 1, msglvl = 0, error = 0;
+  int mtype = 2, max_fac_store = 1, matrix_number = 1, nrhs = 1, msglvl = 0, error = 0;
   std::vector<int> perm(n);
   std::vector<double> b(n, 1.0), u(n, 0.0);
   for (int step = 0; step < 10; ++step) {
@@ -44,7 +44,7 @@ int main() {
     const double mass = 0.1 / std::pow(0.99, step);
     for (int i = 0; i < n; ++i) a[ia[i] - 1] = diag[i] + mass;
     int ido = step == 0 ? 13 : 23;  // analysis once, then numbers and solve
-    telmira(handle, &mfs, &mnum, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
+    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
             perm.data(), &nrhs, iparam, &msglvl, b.data(), u.data(), &error);
     if (error != 0) {
       std::printf("step %d: error %d\n", step, error);
@@ -55,7 +55,7 @@ int main() {
     std::printf("step %d: iparam(20) = %d\n", step, iparam[19]);
   }
   int release = -1;
-  telmira(handle, &mfs, &mnum, &mtype, &release, &n, a.data(), ia.data(), ja.data(),
+  telmira(handle, &max_fac_store, &matrix_number, &mtype, &release, &n, a.data(), ia.data(), ja.data(),
           perm.data(), &nrhs, iparam, &msglvl, b.data(), u.data(), &error);
   return error == 0 ? 0 : 1;
 }
