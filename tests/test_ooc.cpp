@@ -84,27 +84,8 @@ void controls(system &s, int mode) {
   s.iparam[59] = mode;
 }
 
-struct typed_matrix {
-  std::string name;
-  vekio::sparse m;
-  int mtype;
-};
-
-std::vector<typed_matrix> every_type() {
-  const vekio::sparse cd = vekio::convdiff3d(10, 1.0, 0.6, 0.3);
-  const vekio::sparse cdz = vektest::complexify(cd, 0.3, {0.0, 0.2});
-  return {
-      {"lap3d (2)", vekio::lap3d(19), 2},
-      {"indef3d (-2)", vekio::shifted_laplacian3d(10, vekio::shift_near_one(10), 0.0), -2},
-      {"herm3d (-4)", vekio::shifted_laplacian3d(9, vekio::shift_near_one(9), 0.3), -4},
-      {"helm3d (6)", vekio::shifted_laplacian3d(9, {vekio::shift_near_one(9), -0.1}, 0.0), 6},
-      {"lap3d Hermitian (4)", vektest::complexify(vekio::lap3d(9), 0.2, {0.5, 0.0}), 4},
-      {"cd3d (1)", cd, 1},
-      {"cd3d complex (3)", cdz, 3},
-      {"cd3d (11)", cd, 11},
-      {"cd3d complex (13)", cdz, 13},
-  };
-}
+using vektest::every_type;
+using vektest::typed_matrix;
 
 double max_difference(const std::vector<double> &a, const std::vector<double> &b) {
   double d = 0.0, m = 0.0;
@@ -116,7 +97,7 @@ double max_difference(const std::vector<double> &a, const std::vector<double> &b
 }
 
 TEST_F(Ooc, EveryTypeSolvesInFilesAsInMemory) {
-  for (const typed_matrix &c : every_type()) {
+  for (const typed_matrix &c : every_type(19)) {
     SCOPED_TRACE(c.name);
     system core(c.m, c.mtype, 2);
     controls(core, 0);

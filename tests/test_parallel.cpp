@@ -47,28 +47,8 @@ outcome solve_on(const vekio::sparse &m, int mtype, int threads) {
   return o;
 }
 
-struct typed_matrix {
-  std::string name;
-  vekio::sparse m;
-  int mtype;
-};
-
-std::vector<typed_matrix> every_type() {
-  const vekio::sparse cd = vekio::convdiff3d(10, 1.0, 0.6, 0.3);
-  const vekio::sparse cdz = vektest::complexify(cd, 0.3, {0.0, 0.2});
-  vekio::sparse indef = vekio::shifted_laplacian3d(10, vekio::shift_near_one(10), 0.0);
-  return {
-      {"lap3d (2)", vekio::lap3d(10), 2},
-      {"indef3d (-2)", indef, -2},
-      {"herm3d (-4)", vekio::shifted_laplacian3d(9, vekio::shift_near_one(9), 0.3), -4},
-      {"helm3d (6)", vekio::shifted_laplacian3d(9, {vekio::shift_near_one(9), -0.1}, 0.0), 6},
-      {"lap3d Hermitian (4)", vektest::complexify(vekio::lap3d(9), 0.2, {0.5, 0.0}), 4},
-      {"cd3d (1)", cd, 1},
-      {"cd3d complex (3)", cdz, 3},
-      {"cd3d (11)", cd, 11},
-      {"cd3d complex (13)", cdz, 13},
-  };
-}
+using vektest::every_type;
+using vektest::typed_matrix;
 
 TEST(ParallelFactorization, TwoThreadsGiveWhatOneThreadGivesForEveryType) {
   for (const typed_matrix &c : every_type()) {

@@ -70,4 +70,21 @@ vekio::sparse complexify(const vekio::sparse &m, double im, std::complex<double>
   return c;
 }
 
+
+std::vector<typed_matrix> every_type(int lap_n) {
+  const vekio::sparse cd = vekio::convdiff3d(10, 1.0, 0.6, 0.3);
+  const vekio::sparse cdz = complexify(cd, 0.3, {0.0, 0.2});
+  return {
+      {"lap3d (2)", vekio::lap3d(lap_n), 2},
+      {"indef3d (-2)", vekio::shifted_laplacian3d(10, vekio::shift_near_one(10), 0.0), -2},
+      {"herm3d (-4)", vekio::shifted_laplacian3d(9, vekio::shift_near_one(9), 0.3), -4},
+      {"helm3d (6)", vekio::shifted_laplacian3d(9, {vekio::shift_near_one(9), -0.1}, 0.0), 6},
+      {"lap3d Hermitian (4)", complexify(vekio::lap3d(9), 0.2, {0.5, 0.0}), 4},
+      {"cd3d (1)", cd, 1},
+      {"cd3d complex (3)", cdz, 3},
+      {"cd3d (11)", cd, 11},
+      {"cd3d complex (13)", cdz, 13},
+  };
+}
+
 }  // namespace vektest

@@ -56,6 +56,15 @@ struct system {
 // the diagonal, and the diagonal shifted by `shift`.
 vekio::sparse complexify(const vekio::sparse &m, double im, std::complex<double> shift);
 
+// A generated matrix of each matrix type, small enough for the suite; the
+// positive definite Laplacian of type 2 on a lap_n^3 grid.
+struct typed_matrix {
+  std::string name;
+  vekio::sparse m;
+  int mtype;
+};
+std::vector<typed_matrix> every_type(int lap_n = 10);
+
 }  // namespace vektest
 
 #endif
