@@ -11,6 +11,9 @@
 #include "telmira_driver.h"
 #include "telmira_report.h"
 
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 
 #include "service/vek_serv_message.h"
@@ -299,6 +302,86 @@ void end_call(std::intptr_t *handle, const int *max_fac_store,
     storage_release(handle, mark, 1);
 }
 
+// Second tries. A solve of an unsymmetric matrix under the defaults that
+// the factors could not make accurate, or whose factorization overflowed,
+// is tried again within the same call: first the factorization alone with a
+// larger pivot perturbation, then, when the weighted matching was on, also
+// the analysis without it (on some matrices the matched order leaves pivots
+// that no perturbation rescues). The controls of the last try stand in
+// iparam afterwards. A caller who set the controls (iparam(1) = 1) gets the
+// first result as it is.
+// The exponent of the second try's perturbation: 1e-6 in double precision
+// (1e-8, the square root of the rounding unit, still leaves pivots too small
+// for the refinement on the hardest matrices), 1e-4 in single, about the
+// square root of its rounding unit.
+constexpr int retry_perturbation[2] = {6, 4};
+constexpr int row_retry_perturbation = 1006;
+constexpr int row_retry_matching = 1007;
+
+template <class R>
+bool values_finite(int n, const int *ia, const void *a, int words) {
+  if (n < 1 || ia == nullptr || a == nullptr) return false;
+  const R *v = static_cast<const R *>(a);
+  const std::int64_t count = static_cast<std::int64_t>(ia[n] - 1) * words;
+  for (std::int64_t k = 0; k < count; ++k)
+    if (!std::isfinite(v[k])) return false;
+  return true;
+}
+
+bool retry_wanted(const std::intptr_t *handle, const int *iparam, int mtype,
+                  const call_record &rec) {
+  if (rec.quiet || rec.error != -4 || rec.phase.substep != 0) return false;
+  if (rec.status != ST_INACCURATE_SOLUTION && rec.status != ST_NONFINITE_PIVOT &&
+      rec.status != ST_NONFINITE_SOLUTION)
+    return false;
+  if ((mtype != 11 && mtype != 13) || CTRL(IP_DEFAULTS) != 0 || handle[SLOT_COUNT] == 0)
+    return false;
+  const int *comi = state_of(const_cast<std::intptr_t *>(handle)).comi;
+  return comi != nullptr && COMI(CI_ITERATION) == 0;
+}
+
+template <class R>
+void second_tries(std::intptr_t *handle, const int *max_fac_store,
+                  const int *matrix_number, const int *matrix_type, const int *neqns,
+                  const void *a, const int *ia, const int *ja, int *perm, const int *nb,
+                  int *iparam, const int *msglvl, void *b, void *x, int mark,
+                  int precision, call_record *rec) {
+  if (!retry_wanted(handle, iparam, *matrix_type, *rec)) return;
+  if (!values_finite<R>(*neqns, ia, a, *matrix_type == 13 ? 2 : 1)) return;
+  const int last = rec->phase.last < 2 ? 2 : rec->phase.last;
+  auto again = [&](int code) {
+    call_record next{};
+    next.level = rec->level;
+    next.phase = decode_phase(code);
+    next.sums = rec->sums;
+    std::copy(rec->timer_flags, rec->timer_flags + TELMIRA_TIMER_FLAGS, next.timer_flags);
+    // The controls stand as the first try left them: the second try must
+    // not fill in the defaults again.
+    CTRL(IP_DEFAULTS) = 1;
+    run_call<R>(handle, max_fac_store, matrix_number, matrix_type, &code, neqns, a, ia, ja,
+                perm, nb, iparam, msglvl, b, x, mark, precision, &next);
+    CTRL(IP_DEFAULTS) = 0;
+    *rec = next;
+  };
+  const int k = CTRL(IP_PERTURBATION) < 0 ? -CTRL(IP_PERTURBATION) : CTRL(IP_PERTURBATION);
+  const int k2 = retry_perturbation[precision == 1 ? 1 : 0];
+  if (k == 0 || k > k2) {
+    CTRL(IP_PERTURBATION) = k2;
+    if (rec->level > 0) {
+      const std::intptr_t words[1] = {k2};
+      vek_serv_print_message_words(row_retry_perturbation, 1, words);
+    }
+    again(20 + last);
+    if (!retry_wanted(handle, iparam, *matrix_type, *rec)) return;
+  }
+  const int *comi = state_of(handle).comi;
+  if (COMI(CI_MATCHING) <= 0) return;
+  CTRL(IP_MATCHING) = 0;
+  CTRL(IP_SCALING) = 0;
+  if (rec->level > 0) vek_serv_print_message_words(row_retry_matching, 0, nullptr);
+  again(10 + last);
+}
+
 template <class R>
 void telmira_driver(std::intptr_t *handle, const int *max_fac_store,
                     const int *matrix_number, const int *matrix_type,
@@ -323,6 +406,8 @@ void telmira_driver(std::intptr_t *handle, const int *max_fac_store,
     *error = 0;
     return;
   }
+  second_tries<R>(handle, max_fac_store, matrix_number, matrix_type, neqns, a, ia, ja, perm,
+                  nb, iparam, msglvl, b, x, mark, precision, &rec);
   end_call(handle, max_fac_store, matrix_number, matrix_type, ido, neqns, nb,
            iparam, error, mark, &rec);
 }
