@@ -376,6 +376,12 @@ void second_tries(std::intptr_t *handle, const int *max_fac_store,
   }
   const int *comi = state_of(handle).comi;
   if (COMI(CI_MATCHING) <= 0) return;
+  // A new analysis would take the factors of the other matrix numbers
+  // away: with those stored the call keeps its result.
+  for (int k = 1; k <= COMI(CI_MAX_FAC_STORE); ++k) {
+    const std::intptr_t *other = k == *matrix_number ? nullptr : fact_entry(handle, k);
+    if (other != nullptr && other[0] != 0 && other[0] != mark) return;
+  }
   CTRL(IP_MATCHING) = 0;
   CTRL(IP_SCALING) = 0;
   if (rec->level > 0) vek_serv_print_message_words(row_retry_matching, 0, nullptr);
