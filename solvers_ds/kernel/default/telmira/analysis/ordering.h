@@ -115,10 +115,12 @@ constexpr int ORDERING_PERM_INVALID = -33;
 
 // Whether a structure (one-based ia, ja) can be analysed at all; see the
 // status above. triangle: upper triangle with the diagonal first in each
-// row; sorted: the columns of each row must rise. O(nnz), no scratch. The
-// matrix check of iparam(27) names the place; this pass only keeps a
-// malformed structure from the matching and ordering code.
-bool ordering_pattern_sound(int n, const int *ia, const int *ja, int triangle, int sorted);
+// row; sorted: the columns of each row must rise (without it rows may come in
+// any order, but no column twice). Returns 0, ORDERING_PATTERN_MALFORMED, or
+// ORDERING_NO_MEMORY when the mark of n integers that rows out of order need
+// cannot be had. O(nnz). The matrix check of iparam(27) names the place; this
+// pass only keeps a malformed structure from the matching and ordering code.
+int ordering_pattern_sound(int n, const int *ia, const int *ja, int triangle, int sorted);
 
 // The ordering step of the analysis. Reads comi(9), (12), (13), (14), (15),
 // (17), (19), (21), (60), (67); writes comi(4) (unsymmetric types: entry

@@ -111,20 +111,45 @@ int pattern_symmetric(int n, const int *ia, const int *ja) {
 
 }  // namespace
 
-bool ordering_pattern_sound(int n, const int *ia, const int *ja, int triangle, int sorted) {
-  if (ia[0] != 1) return false;
+int ordering_pattern_sound(int n, const int *ia, const int *ja, int triangle, int sorted) {
+  if (ia[0] != 1) return ORDERING_PATTERN_MALFORMED;
+  bool unsorted = false;
   for (int i = 1; i <= n; ++i) {
-    if (ia[i] < ia[i - 1]) return false;
-    if (triangle && (ia[i] == ia[i - 1] || ja[ia[i - 1] - 1] != i)) return false;
+    if (ia[i] < ia[i - 1]) return ORDERING_PATTERN_MALFORMED;
+    if (triangle && (ia[i] == ia[i - 1] || ja[ia[i - 1] - 1] != i))
+      return ORDERING_PATTERN_MALFORMED;
     int prev = triangle ? i : 0;
     for (int k = ia[i - 1] + (triangle ? 1 : 0); k < ia[i]; ++k) {
       const int j = ja[k - 1];
-      if (j < 1 || j > n || (triangle && j <= i)) return false;
-      if (sorted && j <= prev) return false;
+      if (j < 1 || j > n || (triangle && j <= i)) return ORDERING_PATTERN_MALFORMED;
+      if (j <= prev) {
+        if (sorted) return ORDERING_PATTERN_MALFORMED;
+        unsorted = true;
+      }
       prev = j;
     }
   }
-  return true;
+  if (!unsorted) return 0;
+  // Rows in any order: a column repeated within a row shows only against a
+  // mark of the row's columns, for the rows that do not rise.
+  int *mark = static_cast<int *>(vek_serv_malloc(static_cast<std::size_t>(n) * sizeof(int), 64));
+  if (mark == nullptr) return ORDERING_NO_MEMORY;
+  for (int j = 0; j < n; ++j) mark[j] = 0;
+  int status = 0;
+  for (int i = 1; i <= n && status == 0; ++i) {
+    bool rising = true;
+    for (int k = ia[i - 1] + 1; k < ia[i] && rising; ++k) rising = ja[k - 1] > ja[k - 2];
+    if (rising) continue;
+    for (int k = ia[i - 1]; k < ia[i]; ++k) {
+      if (mark[ja[k - 1] - 1] == i) {
+        status = ORDERING_PATTERN_MALFORMED;
+        break;
+      }
+      mark[ja[k - 1] - 1] = i;
+    }
+  }
+  vek_serv_free(mark);
+  return status;
 }
 
 void ordering_single_part(int n, int *parts) {

@@ -185,8 +185,9 @@ template <class R> struct analysis_steps {
 
   bool structure() {
     if (!is_defined_type(mt)) return stage_failed(ORDERING_TYPE_UNDEFINED);
-    if (!ordering_pattern_sound(static_cast<int>(n), c.ia, c.ja, COMI(CI_TRIANGLE) == 1, mt > 10))
-      return stage_failed(ORDERING_PATTERN_MALFORMED);
+    const int st =
+        ordering_pattern_sound(static_cast<int>(n), c.ia, c.ja, COMI(CI_TRIANGLE) == 1, mt > 10);
+    if (st != 0) return stage_failed(st);
     return true;
   }
 
