@@ -112,52 +112,39 @@ TEST(Entry, DiagonalMatrixIsSolvedWithoutState) {
   }
 }
 
-TEST(Entry, DiagonalPhasesAnalysisOnlyCheckOnlyAndErrors) {
+TEST(Entry, DiagonalPhasesAnalysisOnlyCheckOnlyErrorsAndTheMark) {
   std::vector<int> ia = {1, 2, 3}, ja = {1, 2};
   std::vector<double> a = {2.0, -4.0}, b = {2.0, 2.0}, x = {9.0, 9.0};
-  call c;
-  c.n = 2;
-  c.ido = 11;  // analysis of a diagonal matrix does nothing at all
-  c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
-  EXPECT_EQ(c.error, 0);
-  EXPECT_EQ(c.iparam[11], -1);
-  EXPECT_EQ(c.iparam[21], -99);
-  EXPECT_EQ(x[0], 9.0);
+  // ido 11: nothing at all; 12: checks and counts, no solve.
+  for (int ido : {11, 12}) {
+    call c;
+    c.n = 2;
+    c.ido = ido;
+    c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+    EXPECT_EQ(c.error, 0) << ido;
+    EXPECT_EQ(c.iparam[11], -1) << ido;
+    EXPECT_EQ(c.iparam[21], ido == 11 ? -99 : 1) << ido;
+    EXPECT_EQ(c.iparam[22], ido == 11 ? -99 : 1) << ido;
+    EXPECT_EQ(x[0], 9.0) << ido;
+  }
 
-  call d;
-  d.n = 2;
-  d.ido = 12;  // checks and counts, no solve
-  d.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
-  EXPECT_EQ(d.error, 0);
-  EXPECT_EQ(d.iparam[21], 1);
-  EXPECT_EQ(d.iparam[22], 1);
-  EXPECT_EQ(x[0], 9.0);
-
-  // Two entries in rows of 0 and 2 entries: refused with -7.
-  std::vector<int> ib = {1, 1, 3}, jb = {1, 2};
-  call e;
-  e.n = 2;
-  e.ido = 23;
-  e.run(a.data(), ib.data(), jb.data(), b.data(), x.data());
-  EXPECT_EQ(e.error, -7);
-  EXPECT_EQ(x[0], 9.0);
-
-  // A zero diagonal value: -7 as well.
+  // Rows of 0 and 2 entries, or a zero diagonal value: refused with -7.
+  std::vector<int> ib = {1, 1, 3};
   std::vector<double> z = {0.0, 1.0};
-  call f;
-  f.n = 2;
-  f.run(z.data(), ia.data(), ja.data(), b.data(), x.data());
-  EXPECT_EQ(f.error, -7);
-}
+  for (bool zero : {false, true}) {
+    call e;
+    e.n = 2;
+    e.ido = zero ? 13 : 23;
+    e.run(zero ? z.data() : a.data(), zero ? ia.data() : ib.data(), ja.data(), b.data(), x.data());
+    EXPECT_EQ(e.error, -7) << zero;
+    EXPECT_EQ(x[0], 9.0) << zero;
+  }
 
-TEST(Entry, DiagonalMarkMakesLaterCallsReturnUntilCleared) {
-  std::vector<int> ia = {1, 2, 3}, ja = {1, 2};
-  std::vector<double> a = {2.0, 4.0}, b = {2.0, 2.0}, x = {0.0, 0.0};
+  // The mark iparam(12) = -1 left set: a full 2 x 2 matrix runs nothing.
   call c;
   c.n = 2;
   c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
   ASSERT_EQ(c.iparam[11], -1);
-  // A full 2 x 2 matrix with the mark still set: nothing runs.
   std::vector<int> ia2 = {1, 3, 5}, ja2 = {1, 2, 1, 2};
   std::vector<double> a2 = {4, 1, 1, 4};
   c.iparam[2] = 55;

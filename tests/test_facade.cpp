@@ -113,41 +113,37 @@ class FacadeDense : public testing::Test {
 
 }  // namespace
 
-TEST_F(FacadeDense, PositiveDefiniteFromUpperTriangleByCholesky) {
-  // Upper triangle of [[4,1,0],[1,5,2],[0,2,6]].
-  std::vector<int> rs = {0, 2, 4, 5}, ci = {0, 1, 1, 2, 2};
-  std::vector<double> v = {4, 1, 5, 2, 6}, x = {1, -2, 3};
-  System s(muMatrixSymPosDef, 3, 1, rs, ci, v, rhs_for(true, 3, rs, ci, v, x, 1));
-  EXPECT_TRUE(s.solve(0).empty());
-  EXPECT_EQ(s.error, muSolveOk);
-  expect_solution(s.solution, x, 1e-14);
-  // The dense path leaves the indices zero-based whatever restore_indices says.
-  EXPECT_EQ(contents(s.row_start), rs);
-  EXPECT_EQ(contents(s.col_index), ci);
-}
-
-TEST_F(FacadeDense, UnsymmetricSeveralSidesByLU) {
-  // [[0,2,1],[1,1,0],[3,0,1]]: the zero corner needs a row exchange.
-  std::vector<int> rs = {0, 2, 4, 6}, ci = {1, 2, 0, 1, 0, 2};
-  std::vector<double> v = {2, 1, 1, 1, 3, 1};
-  std::vector<double> x = {1, 2, 3, -1, 0, 0.5, 4, 4, -4};  // three sides
-  for (muMatrixSym sym : {muMatrixUnsym, muMatrixStructSym}) {
-    System s(sym, 3, 3, rs, ci, v, rhs_for(false, 3, rs, ci, v, x, 3));
+TEST_F(FacadeDense, EachKindSolvesSeveralSides) {
+  struct item {
+    const char *what;
+    muMatrixSym sym;
+    int n, nrhs;
+    std::vector<int> rs, ci;
+    std::vector<double> v, x;
+  };
+  const item cases[] = {
+      {"upper triangle of [[4,1,0],[1,5,2],[0,2,6]] by Cholesky", muMatrixSymPosDef, 3, 1,
+       {0, 2, 4, 5}, {0, 1, 1, 2, 2}, {4, 1, 5, 2, 6}, {1, -2, 3}},
+      // the zero corner needs a row exchange
+      {"[[0,2,1],[1,1,0],[3,0,1]] by LU", muMatrixUnsym, 3, 3, {0, 2, 4, 6}, {1, 2, 0, 1, 0, 2},
+       {2, 1, 1, 1, 3, 1}, {1, 2, 3, -1, 0, 0.5, 4, 4, -4}},
+      {"the same, structurally symmetric", muMatrixStructSym, 3, 3, {0, 2, 4, 6},
+       {1, 2, 0, 1, 0, 2}, {2, 1, 1, 1, 3, 1}, {1, 2, 3, -1, 0, 0.5, 4, 4, -4}},
+      // not positive definite but regular: rescued by the singular values
+      {"upper triangle of [[1,2],[2,1]]", muMatrixSymPosDef, 2, 2, {0, 2, 3}, {0, 1, 1},
+       {1, 2, 1}, {2, -1, 1, 1}}};
+  for (const item &c : cases) {
+    SCOPED_TRACE(c.what);
+    const bool sym = c.sym == muMatrixSymPosDef;
+    System s(c.sym, c.n, c.nrhs, c.rs, c.ci, c.v, rhs_for(sym, c.n, c.rs, c.ci, c.v, c.x, c.nrhs));
     ASSERT_EQ(s.solution.size(), 0);
-    EXPECT_TRUE(s.solve().empty());
+    EXPECT_TRUE(s.solve(0).empty());
     EXPECT_EQ(s.error, muSolveOk);
-    expect_solution(s.solution, x, 1e-13);  // grown from empty, side after side
+    expect_solution(s.solution, c.x, 1e-13);  // grown from empty, side after side
+    // The dense path leaves the indices zero-based whatever restore_indices says.
+    EXPECT_EQ(contents(s.row_start), c.rs);
+    EXPECT_EQ(contents(s.col_index), c.ci);
   }
-}
-
-TEST_F(FacadeDense, IndefiniteTypeTwoIsRescuedBySingularValues) {
-  // Upper triangle of [[1,2],[2,1]]: not positive definite, but regular.
-  std::vector<int> rs = {0, 2, 3}, ci = {0, 1, 1};
-  std::vector<double> v = {1, 2, 1}, x = {2, -1, 1, 1};
-  System s(muMatrixSymPosDef, 2, 2, rs, ci, v, rhs_for(true, 2, rs, ci, v, x, 2));
-  EXPECT_TRUE(s.solve().empty());
-  EXPECT_EQ(s.error, muSolveOk);
-  expect_solution(s.solution, x, 1e-14);
 }
 
 TEST_F(FacadeDense, SingularByValuesFailsAndLeavesSolution) {

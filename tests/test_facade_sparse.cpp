@@ -1,6 +1,6 @@
 // Tests of the sparse path of muLinearSolver through the library's own
-// telmira: diagonal matrices, which the solver serves without analysis, and a
-// positive definite Laplacian through the whole sparse solver.
+// telmira: diagonal matrices, which the solver serves without analysis, and
+// larger matrices of each kind through the whole sparse solver.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -86,121 +86,51 @@ TEST(FacadeSparse, MoreThanTwoThousandRows) {
   EXPECT_DOUBLE_EQ(d.solution.data()[2499], 2500.0);
 }
 
-TEST(FacadeSparse, PositiveDefiniteSystemThroughTheSparseSolver) {
-  // A 3000-row 2D Laplacian (upper triangle, zero-based), beyond the dense
-  // path's limit, with two right-hand sides; indices kept and restored.
-  const int N = 60, n = N * N;
-  for (int restore : {1, 0}) {
-    SCOPED_TRACE(restore);
+TEST(FacadeSparse, MatricesBeyondTheDenseLimitThroughTheSparseSolver) {
+  // Each beyond the dense path's 2000 rows: a Laplacian as its upper
+  // triangle with two sides, indices restored or kept one-based; a
+  // convection-diffusion matrix in full storage of both unsymmetric kinds;
+  // and west0479, whose zero diagonals the structurally symmetric kind
+  // cannot analyse: the facade solves it again as an unsymmetric matrix.
+  vekio::sparse west;
+  ASSERT_TRUE(vektest::load("west0479", west));
+  struct item {
+    const char *name;
+    vekio::sparse m;
+    muMatrixSym sym;
+    int mtype, nrhs, restore;
+  };
+  const vekio::sparse cd = vekio::convdiff2d(50, 1.5);
+  const item cases[] = {
+      {"lap2d:60", vekio::storage_for_type(vekio::lap2d(60), 2), muMatrixSymPosDef, 2, 2, 1},
+      {"lap2d:60 kept", vekio::storage_for_type(vekio::lap2d(60), 2), muMatrixSymPosDef, 2, 2, 0},
+      {"cd2d:50", cd, muMatrixUnsym, 11, 1, 1},
+      {"cd2d:50 structurally symmetric", cd, muMatrixStructSym, 11, 1, 1},
+      {"west0479", west, muMatrixStructSym, 11, 1, 1}};
+  for (const item &c : cases) {
+    SCOPED_TRACE(c.name);
+    const int n = c.m.n;
     intcoDynArr row_start, col_index;
     doublecoDynArr coeffs, rhs, solution;
-    std::vector<int> rs, ci;
-    int k = 0;
-    for (int i = 0; i < n; ++i) {
-      rs.push_back(k);
-      auto put = [&](int j, double v) { col_index[k] = j; ci.push_back(j); coeffs[k++] = v; };
-      put(i, 4.0);
-      if ((i + 1) % N != 0) put(i + 1, -1.0);
-      if (i + N < n) put(i + N, -1.0);
+    for (int i = 0; i <= n; ++i) row_start[i] = c.m.ia[i] - 1;
+    for (int k = 0; k < c.m.nnz(); ++k) {
+      col_index[k] = c.m.ja[k] - 1;
+      coeffs[k] = c.m.a[k];
     }
-    rs.push_back(k);
-    for (int i = 0; i <= n; ++i) row_start[i] = rs[i];
-    // b = A x with x(i) = 1 + i / n for side 0 and 2 - i / n for side 1
-    auto xref = [&](int j, int i) { return j == 0 ? 1.0 + double(i) / n : 2.0 - double(i) / n; };
-    std::vector<double> b(2 * n, 0.0);
-    for (int j = 0; j < 2; ++j)
-      for (int i = 0; i < n; ++i)
-        for (int p = rs[i]; p < rs[i + 1]; ++p) {
-          const int c = ci[p];
-          const double v = coeffs.data()[p];
-          b[j * n + i] += v * xref(j, c);
-          if (c != i) b[j * n + c] += v * xref(j, i);
-        }
-    for (int q = 0; q < 2 * n; ++q) rhs[q] = b[q];
+    std::vector<double> xref(static_cast<std::size_t>(n) * c.nrhs), b(xref.size());
+    for (std::size_t q = 0; q < xref.size(); ++q) xref[q] = 1.0 + double(q % n) / n + double(q / n);
+    for (int j = 0; j < c.nrhs; ++j) vekio::multiply(c.m, c.mtype, &xref[j * n], &b[j * n]);
+    for (std::size_t q = 0; q < b.size(); ++q) rhs[static_cast<int>(q)] = b[q];
     muSolveError err = muSolveFailed;
-    muLinearSolver::solve_equations(muMatrixSymPosDef, n, 2, restore, row_start, col_index,
-                                    coeffs, rhs, solution, err);
+    muLinearSolver::solve_equations(c.sym, n, c.nrhs, c.restore, row_start, col_index, coeffs,
+                                    rhs, solution, err);
     ASSERT_EQ(err, muSolveOk);
-    const doublecoDynArr &x = solution;
-    double worst = 0.0;
-    for (int j = 0; j < 2; ++j)
-      for (int i = 0; i < n; ++i) worst = std::max(worst, std::fabs(x[j * n + i] - xref(j, i)));
-    EXPECT_LT(worst, 1e-11);
-    const int shift = restore ? 0 : 1;
+    const std::vector<double> x = contents(solution);
+    ASSERT_EQ(x.size(), b.size());
+    EXPECT_LE(vekio::relative_residual(c.m, c.mtype, x.data(), b.data(), c.nrhs), 1e-14);
+    const int shift = c.restore ? 0 : 1;
     EXPECT_EQ(contents(row_start)[0], shift);
-    EXPECT_EQ(contents(row_start)[n], rs[n] + shift);
-    EXPECT_EQ(contents(col_index)[1], ci[1] + shift);
+    EXPECT_EQ(contents(row_start)[n], c.m.nnz() + shift);
+    EXPECT_EQ(contents(col_index)[1], c.m.ja[1] - 1 + shift);
   }
-}
-
-TEST(FacadeSparse, UnsymmetricAndStructurallySymmetricThroughTheSparseSolver) {
-  // Convection-diffusion on a 50 x 50 grid (2500 rows, beyond the dense
-  // limit), full pattern, zero-based; x(i) = 1 + i / n.
-  const int N = 50, n = N * N;
-  for (muMatrixSym sym : {muMatrixUnsym, muMatrixStructSym}) {
-    SCOPED_TRACE(sym);
-    intcoDynArr row_start, col_index;
-    doublecoDynArr coeffs, rhs, solution;
-    std::vector<int> rs, ci;
-    std::vector<double> cv;
-    int k = 0;
-    for (int i = 0; i < n; ++i) {
-      rs.push_back(k);
-      auto put = [&](int j, double v) {
-        col_index[k] = j;
-        coeffs[k++] = v;
-        ci.push_back(j);
-        cv.push_back(v);
-      };
-      const int x = i % N, y = i / N;
-      if (y > 0) put(i - N, -2.0);
-      if (x > 0) put(i - 1, -2.0);
-      put(i, 4.0);
-      if (x < N - 1) put(i + 1, 0.5);
-      if (y < N - 1) put(i + N, 0.5);
-    }
-    rs.push_back(k);
-    for (int i = 0; i <= n; ++i) row_start[i] = rs[i];
-    for (int i = 0; i < n; ++i) {
-      double b = 0.0;
-      for (int p = rs[i]; p < rs[i + 1]; ++p) b += cv[p] * (1.0 + double(ci[p]) / n);
-      rhs[i] = b;
-    }
-    muSolveError err = muSolveFailed;
-    muLinearSolver::solve_equations(sym, n, 1, 1, row_start, col_index, coeffs, rhs, solution,
-                                    err);
-    ASSERT_EQ(err, muSolveOk);
-    const doublecoDynArr &x = solution;
-    double worst = 0.0;
-    for (int i = 0; i < n; ++i) worst = std::max(worst, std::fabs(x[i] - (1.0 + double(i) / n)));
-    EXPECT_LT(worst, 1e-10);
-    EXPECT_EQ(contents(row_start)[n], rs[n]);
-  }
-}
-
-TEST(FacadeSparse, StructurallySymmetricKindWithZeroDiagonalsIsRetriedAsUnsymmetric) {
-  // west0479: unsymmetric pattern, zero diagonal entries. The structurally
-  // symmetric kind cannot be analysed; the facade solves it again as an
-  // unsymmetric matrix, where the weighted matching puts large entries on
-  // the diagonal.
-  vekio::sparse m;
-  ASSERT_TRUE(vektest::load("west0479", m));
-  const int n = m.n;
-  intcoDynArr row_start, col_index;
-  doublecoDynArr coeffs, rhs, solution;
-  for (int i = 0; i <= n; ++i) row_start[i] = m.ia[i] - 1;
-  for (int k = 0; k < m.nnz(); ++k) {
-    col_index[k] = m.ja[k] - 1;
-    coeffs[k] = m.a[k];
-  }
-  std::vector<double> ones(n, 1.0), b(n);
-  vekio::multiply(m, 11, ones.data(), b.data());
-  for (int i = 0; i < n; ++i) rhs[i] = b[i];
-  muSolveError err = muSolveFailed;
-  muLinearSolver::solve_equations(muMatrixStructSym, n, 1, 1, row_start, col_index, coeffs,
-                                  rhs, solution, err);
-  ASSERT_EQ(err, muSolveOk);
-  const doublecoDynArr &x = solution;
-  std::vector<double> xs(x.data(), x.data() + n);
-  EXPECT_LE(vekio::relative_residual(m, 11, xs.data(), b.data(), 1), 1e-14);
 }

@@ -35,6 +35,12 @@ std::string case_name(const testing::TestParamInfo<backward_case> &info) {
   return s;
 }
 
+// The control values of an indefinite symmetric type: the matching with
+// its scaling on (or the scaling off), and two refinement steps.
+void matched_indefinite(system &s, int scaling) {
+  s.control({{2, 2}, {8, 2}, {10, 8}, {11, scaling}, {13, 1}, {21, 1}});
+}
+
 class BackwardError : public testing::TestWithParam<backward_case> {};
 
 // Default control values (iparam(1) = 0) and ido 13: the backward error
@@ -46,15 +52,7 @@ TEST_P(BackwardError, ReachesTheRoundingLevel) {
   vekio::sparse m;
   ASSERT_TRUE(vektest::load(c.name, m));
   system s(m, c.mtype, 1, c.single);
-  if (c.mtype == -2 || c.mtype == -4 || c.mtype == 6) {
-    s.iparam[0] = 1;
-    s.iparam[1] = 2;
-    s.iparam[9] = 8;
-    s.iparam[7] = 2;   // iparam(8): two refinement steps
-    s.iparam[10] = 1;  // iparam(11): scaling
-    s.iparam[12] = 1;  // iparam(13): matching
-    s.iparam[20] = 1;
-  }
+  if (c.mtype == -2 || c.mtype == -4 || c.mtype == 6) matched_indefinite(s, 1);
   ASSERT_EQ(0, s.call(13));
   EXPECT_LE(s.residual(s.x), c.single ? 1e-5 : 1e-14);
 }
@@ -85,18 +83,6 @@ const backward_case backward_cases[] = {
 
 INSTANTIATE_TEST_SUITE_P(SharedMatrices, BackwardError, testing::ValuesIn(backward_cases),
                          case_name);
-
-// The control values of an indefinite symmetric type with the matching
-// and the scaling on.
-void matched_indefinite(system &s, int scaling) {
-  s.iparam[0] = 1;
-  s.iparam[1] = 2;
-  s.iparam[9] = 8;
-  s.iparam[7] = 2;
-  s.iparam[10] = scaling;
-  s.iparam[12] = 1;
-  s.iparam[20] = 1;
-}
 
 TEST(SymmetricMatching, ShiftedLaplacianWithAndWithoutScalingOnTwoThreads) {
   // A 3D Laplacian shifted into the middle of its spectrum, with a zero

@@ -72,17 +72,7 @@ class Ooc : public testing::Test {
 };
 
 // The control array with the defaults of the type, and the mode.
-void controls(system &s, int mode) {
-  const int mtype = s.mtype;
-  const bool matched = mtype == 11 || mtype == 13 || mtype == -2 || mtype == -4 || mtype == 6;
-  s.iparam[0] = 1;
-  s.iparam[1] = 2;
-  s.iparam[9] = mtype == 2 || mtype == 4 ? 0 : (mtype == 1 || mtype == 3 || mtype > 10 ? 13 : 8);
-  s.iparam[10] = matched ? 1 : 0;
-  s.iparam[12] = matched ? 1 : 0;
-  s.iparam[20] = mtype == -2 || mtype == -4 || mtype == 6 ? 1 : 0;
-  s.iparam[59] = mode;
-}
+void controls(system &s, int mode) { s.type_defaults().iparam[59] = mode; }
 
 using vektest::every_type;
 using vektest::typed_matrix;

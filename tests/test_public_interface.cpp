@@ -1,4 +1,4 @@
-// The public interface beside the entry: the version, the words of error
+// The public interface beside the entry: the words of error
 // numbers and statuses, the buffer cache's C calls, and the host's BLAS
 // thread setting, which every public call leaves as it found it.
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@
 
 #include "service/vek_serv_blas.h"
 #include "service/vek_serv_memory.h"
+#include "service/vek_serv_threads.h"
 #include "telmira.h"
 #include "test_system.h"
 #include "vekio.h"
@@ -20,16 +21,6 @@ void openblas_set_num_threads(int);
 }
 
 namespace {
-
-TEST(Version, LibraryAndHeaderAgree) {
-  EXPECT_STREQ(vekutils_version(), VEKUTILS_VERSION_STRING);
-  const std::string expect = std::to_string(VEKUTILS_VERSION_MAJOR) + "." +
-                             std::to_string(VEKUTILS_VERSION_MINOR) + "." +
-                             std::to_string(VEKUTILS_VERSION_PATCH);
-  EXPECT_EQ(expect, vekutils_version());
-  EXPECT_EQ(VEKUTILS_VERSION, VEKUTILS_VERSION_MAJOR * 10000 + VEKUTILS_VERSION_MINOR * 100 +
-                                  VEKUTILS_VERSION_PATCH);
-}
 
 TEST(ErrorWords, EveryErrorNumberHasWordsOfItsOwn) {
   std::set<std::string> seen;
@@ -116,33 +107,28 @@ TEST(BlasThreads, GuardRestoresTheHostsSettingAndKeepsTheLibrarysForItsNextCall)
   EXPECT_EQ(openblas_get_num_threads(), 2);
 }
 
-// One thread for the solver: its dense layer holds the BLAS to one thread
-// during the call; the host's three come back after it.
-TEST(BlasThreads, TelmiraLeavesTheHostsSettingWithOneThread) {
-  setenv("VEK_NUM_THREADS", "1", 1);
+// One thread or two for the solver: its dense layer holds the BLAS to one
+// thread during the call; the host's setting comes back after it.
+TEST(BlasThreads, TelmiraLeavesTheHostsSetting) {
   if (vek_serv_blas_get_threads() == 0) GTEST_SKIP() << "the BLAS has no thread control";
-  openblas_set_num_threads(3);
-  for (int type : {2, -2, 11}) {
-    vektest::system s(vekio::lap3d(12), type, 2);
-    for (int ido : {11, 22, 33}) {
-      ASSERT_EQ(s.call(ido), 0) << "type " << type << " ido " << ido;
-      EXPECT_EQ(openblas_get_num_threads(), 3) << "type " << type << " ido " << ido;
+  vek_serv_set_dynamic(0);
+  for (int threads : {1, 2}) {
+    vek_serv_set_num_threads(threads);
+    const int host = threads == 1 ? 3 : 1;
+    openblas_set_num_threads(host);
+    for (int type : {2, -2, 11}) {
+      SCOPED_TRACE("threads " + std::to_string(threads) + " type " + std::to_string(type));
+      vektest::system s(vekio::lap3d(12), type, 2);
+      for (int ido : {11, 22, 33}) {
+        ASSERT_EQ(s.call(ido), 0) << ido;
+        EXPECT_EQ(openblas_get_num_threads(), host) << ido;
+      }
+      EXPECT_EQ(s.iparam[2], threads);
+      EXPECT_LT(s.residual(s.x), 1e-12);
+      s.release();
+      EXPECT_EQ(openblas_get_num_threads(), host);
     }
-    s.release();
-    EXPECT_EQ(openblas_get_num_threads(), 3);
   }
-}
-
-TEST(BlasThreads, TelmiraLeavesTheHostsSettingWithTwoThreads) {
-  setenv("VEK_NUM_THREADS", "2", 1);
-  setenv("VEK_DYNAMIC", "FALSE", 1);
-  if (vek_serv_blas_get_threads() == 0) GTEST_SKIP() << "the BLAS has no thread control";
-  openblas_set_num_threads(1);
-  vektest::system s(vekio::lap3d(14), -2, 3);
-  ASSERT_EQ(s.call(13), 0);
-  EXPECT_EQ(s.iparam[2], 2);
-  EXPECT_EQ(openblas_get_num_threads(), 1);
-  EXPECT_LT(s.residual(s.x), 1e-12);
 }
 
 }  // namespace

@@ -49,6 +49,17 @@ std::string system::call_printing(int ido) {
   return testing::internal::GetCapturedStdout();
 }
 
+system &system::type_defaults() {
+  const bool matched = mtype == 11 || mtype == 13 || mtype == -2 || mtype == -4 || mtype == 6;
+  iparam[0] = 1;
+  iparam[1] = 2;
+  iparam[9] = mtype == 2 || mtype == 4 ? 0 : (mtype == 1 || mtype == 3 || mtype > 10 ? 13 : 8);
+  iparam[10] = matched ? 1 : 0;
+  iparam[12] = matched ? 1 : 0;
+  iparam[20] = mtype == -2 || mtype == -4 || mtype == 6 ? 1 : 0;
+  return *this;
+}
+
 void system::release() {
   const int keep = msglvl;
   msglvl = 0;

@@ -45,6 +45,10 @@ struct system {
     for (const auto &p : kv) iparam[p.first - 1] = p.second;
     return *this;
   }
+  // iparam(1) = 1 with the defaults of the type: nested dissection, the
+  // pivot perturbation, and for the types that take them the matching with
+  // its scaling and Bunch-Kaufman pivoting.
+  system &type_defaults();
   void release();
   double residual(const std::vector<double> &sol) const {
     return vekio::relative_residual(A, mtype, sol.data(), b.data(), nb);
