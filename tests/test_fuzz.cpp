@@ -222,3 +222,40 @@ TEST(FuzzFindings, OneTriangleRowsInAnyOrderAndRepeatedColumns) {
     }
   }
 }
+
+TEST(FuzzFindings, TriangleStorageClearsTheTransposedFlagAtEveryPhase) {
+  // Set after the analysis, the flag turned the refinement's product of a
+  // Hermitian matrix into its transpose while the solves kept A: error 0
+  // with the solution of neither system.
+  const vektest::typed_matrix t = vektest::every_type(4)[2];
+  for (int number : {1, 2})
+    for (int flag : {0, 4}) {
+      SCOPED_TRACE(t.name + " number " + std::to_string(number) + " flag " + std::to_string(flag));
+      vektest::system s(t.m, t.mtype);
+      s.max_fac_store = 2;
+      ASSERT_EQ(0, s.call(11));
+      ASSERT_EQ(0, s.call(22));
+      s.iparam[11] = flag;
+      s.matrix_number = number;
+      ASSERT_EQ(0, s.call(33));
+      EXPECT_LE(s.residual(s.x), 1e-12);
+    }
+}
+
+TEST(FuzzFindings, TheImaginaryPartOfAHermitianDiagonalIsNotRead) {
+  // The factorization reads a Hermitian diagonal as real; the refinement's
+  // product and the norm of the accuracy check read it whole, and drove the
+  // solution to another matrix's (error 0, residual 0.3 against A).
+  for (int type : {4, -4}) {
+    const vektest::typed_matrix t = vektest::every_type(4)[type == 4 ? 4 : 2];
+    SCOPED_TRACE(t.name);
+    vektest::system clean(t.m, type), noisy(t.m, type);
+    for (int i = 1; i <= noisy.n; i += 3) noisy.A.a[2 * (noisy.A.ia[i - 1] - 1) + 1] = i == 1 ? 1e308 : 0.7;
+    noisy.b = clean.b;  // the right-hand sides of the Hermitian matrix
+    noisy.iparam[0] = 1;
+    noisy.iparam[7] = 2;  // refinement also for the positive definite type
+    if (type == -4) noisy.iparam[9] = 8, noisy.iparam[20] = 1;
+    ASSERT_EQ(0, noisy.call(13));
+    EXPECT_LE(clean.residual(noisy.x), 1e-13);
+  }
+}

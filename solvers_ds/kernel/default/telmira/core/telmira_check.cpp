@@ -205,7 +205,11 @@ void telmira_check(std::intptr_t *handle, const int *max_fac_store,
     COMI(CI_PERM_MODE) = CTRL(IP_PERM_MODE);
     COMI(CI_POOL) = (mt == 11 && COMI(CI_THREADS) > 1 && (COMI(CI_METHOD) == 2 || COMI(CI_METHOD) == 3)) ? 1 : 0;
   }
-  COMI(CI_TRANSPOSED) = (analysis && COMI(CI_TRIANGLE) == 1) ? 0 : transposed;
+  // Triangle storage clears the transposed flag at every phase, not only at
+  // the analysis: the triangular solves never follow it, and a Hermitian
+  // matrix is not its own transpose, so a refinement against the transposed
+  // product would settle on the solution of another system.
+  COMI(CI_TRANSPOSED) = COMI(CI_TRIANGLE) == 1 ? 0 : transposed;
 
   // 20. Panel width, words per value and the settings of this call.
   COMI(CI_WORDS) = tlm::words_per_value(mt);

@@ -41,6 +41,13 @@ template <bool Conj, class R> inline std::complex<R> mirrored(const std::complex
   return Conj ? std::conj(v) : v;
 }
 
+// A Hermitian matrix's diagonal is real: the imaginary part of a stored
+// diagonal value is not read, as the factorization does not read it.
+template <bool Real, class T> inline T diagonal_value(const T &v) { return v; }
+template <bool Real, class R> inline std::complex<R> diagonal_value(const std::complex<R> &v) {
+  return Real ? std::complex<R>(v.real(), R(0)) : v;
+}
+
 template <class E> inline E zero() { return E(0); }
 
 // Working to extended and back.
@@ -98,7 +105,7 @@ void triangle(int n, const int *ia, const int *ja, const T *a, const E *x, E *y)
     if (p0 >= p1) continue;
     const E xi = x[i];
     E s = zero<E>();
-    mul_add(s, a[p0], xi);
+    mul_add(s, diagonal_value<ConjGather != ConjScatter>(a[p0]), xi);
     for (int p = p0 + 1; p < p1; ++p) {
       const int j = ja[p] - 1;
       mul_add(s, mirrored<ConjGather>(a[p]), x[j]);

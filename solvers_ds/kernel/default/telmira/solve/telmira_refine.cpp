@@ -38,6 +38,9 @@ namespace {
 // Infinity norm of A as the caller stores it: the largest row sum of
 // magnitudes, the mirrored entries of triangle storage included.
 // rowsum: n values of the working precision, for triangle storage.
+template <class T> inline T real_part(const T &v) { return v; }
+template <class R> inline R real_part(const std::complex<R> &v) { return v.real(); }
+
 template <class T>
 double matrix_norm_inf(int n, int mtype, const int *ia, const int *ja, const T *a,
                        real_of<T> *rowsum) {
@@ -50,11 +53,14 @@ double matrix_norm_inf(int n, int mtype, const int *ia, const int *ja, const T *
     }
     return norm;
   }
+  // A Hermitian diagonal counts by its real part alone (it is not read).
+  const bool hermitian = mtype == 4 || mtype == -4;
   for (int i = 0; i < n; ++i) rowsum[i] = 0;
   for (int i = 1; i <= n; ++i)
     for (int k = ia[i - 1]; k < ia[i]; ++k) {
-      const real_of<T> v = std::abs(a[k - 1]);
       const int j = ja[k - 1];
+      const real_of<T> v =
+          hermitian && j == i ? std::abs(real_part(a[k - 1])) : std::abs(a[k - 1]);
       rowsum[i - 1] += v;
       if (j != i) rowsum[j - 1] += v;
     }
