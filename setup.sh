@@ -3,6 +3,10 @@
 #   ./setup.sh demo [vek-solve arguments]   runs the command-line solver
 #   ./setup.sh test                         runs the whole test suite (C++,
 #                                           install and Python tests)
+#   ./setup.sh sanitize                     builds the suite with the address
+#                                           and undefined-behaviour sanitizers
+#                                           and runs it, then the thread tests
+#                                           under the thread sanitizer
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -22,6 +26,7 @@ if [ -n "$missing" ]; then
 fi
 
 JOBS="$(nproc 2>/dev/null || echo 2)"
+TSAN_PROGRAMS="test_parallel test_threads test_sweep_frame test_ordering test_memory test_public_interface"
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build -j"$JOBS" >/dev/null
 
@@ -30,5 +35,17 @@ mode="${1:-demo}"
 case "$mode" in
   demo) exec ./build/vek-solve "$@" ;;
   test) cd build && exec ctest --output-on-failure -j"$JOBS" "$@" ;;
-  *) echo "usage: ./setup.sh [demo [vek-solve arguments] | test [ctest arguments]]" >&2; exit 2 ;;
+  sanitize)
+    cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVEK_SANITIZE=address >/dev/null
+    cmake --build build-asan -j"$JOBS" >/dev/null
+    (cd build-asan && ctest --output-on-failure -j"$JOBS" "$@")
+    # The programs with the tests that run several threads.
+    cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVEK_SANITIZE=thread >/dev/null
+    cmake --build build-tsan -j"$JOBS" --target $TSAN_PROGRAMS >/dev/null
+    export TSAN_OPTIONS="suppressions=$PWD/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1"
+    for t in $TSAN_PROGRAMS; do
+      echo "setup: $t under the thread sanitizer"
+      ./build-tsan/tests/$t --gtest_brief=1
+    done ;;
+  *) echo "usage: ./setup.sh [demo [vek-solve arguments] | test [ctest arguments] | sanitize]" >&2; exit 2 ;;
 esac
