@@ -227,7 +227,7 @@ constexpr numbered_text used_rows[] = {
     {1004, "*** Error in TELMIRA: the solution does not satisfy the system: its backward error stays above the square root of the rounding unit after refinement"},
     {1005, "=== TELMIRA factorizes on %d of the %d threads: the address-space limit leaves no room for the dense routines' buffers of more ==="},
     {1006, "=== TELMIRA factorizes again with pivot perturbation 1e-%d: the solution of the first factorization was not accurate ==="},
-    {1007, "=== TELMIRA analyses and factorizes again without the weighted matching: the solution was still not accurate ==="},
+    {1007, "=== TELMIRA analyses and factorizes again %s the weighted matching: the solution was still not accurate ==="},
     {1079, "VEK INTERNAL ERROR: Not enough work memory in function %s"},
 };
 

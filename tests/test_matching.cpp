@@ -230,6 +230,22 @@ TEST(Matching, SolutionThatCannotBeVouchedForIsAnErrorOrTriedAgain) {
   }
 }
 
+TEST(Matching, SymmetricIndefiniteDefaultsTryAgainInSinglePrecision) {
+  // zenios as -2 in single precision: the default perturbation 1e-8 lies
+  // below the precision's rounding and the first try cannot be vouched for.
+  vekio::sparse m;
+  ASSERT_TRUE(vektest::load("zenios", m));
+  system s(m, -2, 1, true);
+  s.msglvl = 1;
+  CaptureStdout();
+  s.call(13);
+  const std::string out = GetCapturedStdout();
+  ASSERT_EQ(0, s.error) << out;
+  EXPECT_LE(s.residual(s.x), 1e-5);
+  EXPECT_NE(out.find("factorizes again with pivot perturbation 1e-4"), std::string::npos);
+  EXPECT_EQ(4, s.iparam[9]);
+}
+
 TEST(Matching, RealTypesKnowOnlyTheFirstMode) {
   vekio::sparse m = vekio::convdiff2d(4, 10.0);
   for (int mode : {2, 5}) {

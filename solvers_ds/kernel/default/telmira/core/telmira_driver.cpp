@@ -302,14 +302,15 @@ void end_call(std::intptr_t *handle, const int *max_fac_store,
     storage_release(handle, mark, 1);
 }
 
-// Second tries. A solve of an unsymmetric matrix under the defaults that
-// the factors could not make accurate, or whose factorization overflowed,
-// is tried again within the same call: first the factorization alone with a
-// larger pivot perturbation, then, when the weighted matching was on, also
-// the analysis without it (on some matrices the matched order leaves pivots
-// that no perturbation rescues). The controls of the last try stand in
-// iparam afterwards. A caller who set the controls (iparam(1) = 1) gets the
-// first result as it is.
+// Second tries. A solve under the defaults that the factors could not make
+// accurate, or whose factorization overflowed, is tried again within the
+// same call: first the factorization alone with a larger pivot
+// perturbation; then also the analysis with the other choice of the
+// weighted matching: without it for the unsymmetric types (on some matrices
+// the matched order leaves pivots that no perturbation rescues), with it and
+// its scaling for the symmetric indefinite ones (-2, -4, 6), whose defaults
+// leave it off. The controls of the last try stand in iparam afterwards. A
+// caller who set the controls (iparam(1) = 1) gets the first result as it is.
 // The exponent of the second try's perturbation: 1e-6 in double precision
 // (1e-8, the square root of the rounding unit, still leaves pivots too small
 // for the refinement on the hardest matrices), 1e-4 in single, about the
@@ -334,7 +335,8 @@ bool retry_wanted(const std::intptr_t *handle, const int *iparam, int mtype,
   if (rec.status != ST_INACCURATE_SOLUTION && rec.status != ST_NONFINITE_PIVOT &&
       rec.status != ST_NONFINITE_SOLUTION)
     return false;
-  if ((mtype != 11 && mtype != 13) || CTRL(IP_DEFAULTS) != 0 || handle[SLOT_COUNT] == 0)
+  if ((mtype != 11 && mtype != 13 && mtype != -2 && mtype != -4 && mtype != 6) ||
+      CTRL(IP_DEFAULTS) != 0 || handle[SLOT_COUNT] == 0)
     return false;
   const int *comi = state_of(const_cast<std::intptr_t *>(handle)).comi;
   return comi != nullptr && COMI(CI_ITERATION) == 0;
@@ -347,7 +349,8 @@ void second_tries(std::intptr_t *handle, const int *max_fac_store,
                   int *iparam, const int *msglvl, void *b, void *x, int mark,
                   int precision, call_record *rec) {
   if (!retry_wanted(handle, iparam, *matrix_type, *rec)) return;
-  if (!values_finite<R>(*neqns, ia, a, *matrix_type == 13 ? 2 : 1)) return;
+  const bool complex_values = *matrix_type == 13 || *matrix_type == -4 || *matrix_type == 6;
+  if (!values_finite<R>(*neqns, ia, a, complex_values ? 2 : 1)) return;
   const int last = rec->phase.last < 2 ? 2 : rec->phase.last;
   auto again = [&](int code) {
     call_record next{};
@@ -375,16 +378,20 @@ void second_tries(std::intptr_t *handle, const int *max_fac_store,
     if (!retry_wanted(handle, iparam, *matrix_type, *rec)) return;
   }
   const int *comi = state_of(handle).comi;
-  if (COMI(CI_MATCHING) <= 0) return;
+  const bool unsymmetric = *matrix_type == 11 || *matrix_type == 13;
+  if (unsymmetric != (COMI(CI_MATCHING) > 0)) return;
   // A new analysis would take the factors of the other matrix numbers
   // away: with those stored the call keeps its result.
   for (int k = 1; k <= COMI(CI_MAX_FAC_STORE); ++k) {
     const std::intptr_t *other = k == *matrix_number ? nullptr : fact_entry(handle, k);
     if (other != nullptr && other[0] != 0 && other[0] != mark) return;
   }
-  CTRL(IP_MATCHING) = 0;
-  CTRL(IP_SCALING) = 0;
-  if (rec->level > 0) vek_serv_print_message_words(row_retry_matching, 0, nullptr);
+  CTRL(IP_MATCHING) = unsymmetric ? 0 : 1;
+  CTRL(IP_SCALING) = unsymmetric ? 0 : 1;
+  if (rec->level > 0) {
+    const std::intptr_t words[1] = {reinterpret_cast<std::intptr_t>(unsymmetric ? "without" : "with")};
+    vek_serv_print_message_words(row_retry_matching, 1, words);
+  }
   again(10 + last);
 }
 
