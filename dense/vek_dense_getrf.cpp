@@ -12,6 +12,7 @@
 #include <limits>
 
 #include "dense/vek_dense_lapack.h"
+#include "service/vek_serv_dispatch.h"
 #include "service/vek_serv_ilaenv.h"
 #include "service/vek_serv_message.h"
 #include "service/vek_serv_threads.h"
@@ -48,10 +49,8 @@ struct lu_arith<std::complex<R>> {
   }
 };
 
-}  // namespace
-
 template <class T>
-void getrf_unblocked(int m, int n, T *a, int lda, int *ipiv, int *info) {
+inline void unblocked_body(int m, int n, T *a, int lda, int *ipiv, int *info) {
   typedef lu_arith<T> A;
   typedef typename A::real R;
   *info = 0;
@@ -122,6 +121,29 @@ void getrf_unblocked(int m, int n, T *a, int lda, int *ipiv, int *info) {
       }
     }
   }
+}
+
+// One variant per processor type; types 6 and 7 compile the same loops for
+// AVX2 with FMA.
+template <class T>
+void unblocked_plain(const int *m, const int *n, T *a, const int *lda, int *ipiv, int *info) {
+  unblocked_body(*m, *n, a, *lda, ipiv, info);
+}
+
+template <class T>
+__attribute__((target("avx2,fma"), flatten)) void unblocked_avx2(const int *m, const int *n,
+                                                                 T *a, const int *lda,
+                                                                 int *ipiv, int *info) {
+  unblocked_body(*m, *n, a, *lda, ipiv, info);
+}
+
+}  // namespace
+
+template <class T>
+void getrf_unblocked(int m, int n, T *a, int lda, int *ipiv, int *info) {
+  vek_serv_stub<unblocked_plain<T>, unblocked_plain<T>, unblocked_plain<T>,
+                unblocked_plain<T>, unblocked_plain<T>, unblocked_avx2<T>,
+                unblocked_avx2<T>>::call(&m, &n, a, &lda, ipiv, info);
 }
 
 template <class T>
