@@ -36,16 +36,11 @@ struct lu_task {
   int kind, first_panel, last_panel, first_tile, last_tile;
 };
 
-inline void relax() {
-#if defined(__x86_64__) || defined(__i386__)
-  for (int i = 0; i < 32; ++i) __builtin_ia32_pause();
-#endif
-}
-
 // Enters the finished task of thread t (of nt) and chooses its next one.
-// Runs inside the critical section.
-void choose(std::int32_t *st, lu_task &task, int t, int nt) {
+// Runs inside the critical section; news counts the tasks entered.
+void choose(std::int32_t *st, lu_task &task, int t, int nt, std::int32_t *news) {
   std::int32_t *state = st + (W_STATE0 - 1);  // state[c], c from 1
+  if (task.kind == 1 || task.kind == 2) __atomic_add_fetch(news, 1, __ATOMIC_RELEASE);
   if (task.kind == 1) {
     for (int c = task.first_tile; c <= task.last_tile; ++c) state[c] = task.last_panel;
   } else if (task.kind == 2) {
@@ -161,6 +156,7 @@ int getrf_tiles(int m, int n, T *a, int lda, int *ipiv, int *info, int nthreads,
     return 2;
   }
   int stop = 0;
+  std::int32_t news = 0;
 #pragma omp parallel num_threads(nthreads)
   {
     const int t = omp_get_thread_num(), nt = omp_get_num_threads();
@@ -182,11 +178,15 @@ int getrf_tiles(int m, int n, T *a, int lda, int *ipiv, int *info, int nthreads,
     const bool idle = start > lim && st[W_TAIL] < 1;
 #pragma omp barrier
     while (!idle && __atomic_load_n(&stop, __ATOMIC_RELAXED) == 0) {
+      std::int32_t seen;
 #pragma omp critical(vek_dense_schedule)
-      choose(st, task, t, nt);
+      {
+        choose(st, task, t, nt, &news);
+        seen = __atomic_load_n(&news, __ATOMIC_RELAXED);
+      }
       if (task.kind == -1) break;
       if (task.kind == 0) {
-        relax();
+        wait_for_news(&news, seen);
         continue;
       }
       if (run_task(task, m, n, a, lda, ipiv, info, nb, t) != 0)

@@ -22,6 +22,7 @@
 #include <cstdint>
 
 #include "dense/vek_dense_level3.h"
+#include "platform/vek_platform.h"
 
 namespace vekd {
 
@@ -99,6 +100,23 @@ VEK_LEVEL3_BIND(c, ccomplex)
 template <class T>
 inline T *entry(T *a, int lda, int i, int j) {
   return a + (i - 1) + static_cast<std::ptrdiff_t>(j - 1) * lda;
+}
+
+// The wait of a scheduler's thread that found nothing to do: until another
+// thread has finished a task (news, counted up by each), polling at first
+// and, after many rounds, giving its processor away, so that a machine
+// with more threads than cores does not starve the thread waited for.
+inline void wait_for_news(const std::int32_t *news, std::int32_t seen) {
+  for (int round = 0; round < (1 << 16) + 256; ++round) {
+    if (__atomic_load_n(news, __ATOMIC_ACQUIRE) != seen) return;
+    if (round < (1 << 16)) {
+#if defined(__x86_64__) || defined(__i386__)
+      __builtin_ia32_pause();
+#endif
+    } else {
+      vek_os_sleep0();
+    }
+  }
 }
 
 // The oracle with a name of the library's own.

@@ -188,12 +188,6 @@ bool sources_done(const chol_status &s, int k, int c, int w) {
   return true;
 }
 
-inline void relax() {
-#if defined(__x86_64__) || defined(__i386__)
-  for (int i = 0; i < 32; ++i) __builtin_ia32_pause();
-#endif
-}
-
 // Runs one group; returns nonzero when the progress hook asked to stop.
 template <class T>
 int run_group(const chol_status &s, wave_task g, char uplo, int n, T *a, int lda, int nb,
@@ -306,21 +300,27 @@ void potrf_front(const char *puplo, const int *pn, T *a, const int *plda, int *i
   }
   s.mark(1, 1, p, 0);
   int stop = 0;
+  std::int32_t news = 0;  // groups finished
 #pragma omp parallel num_threads(nthreads)
   {
     const int t = omp_get_thread_num();
     int li = 0, lj = 0;
     for (;;) {
       wave_task g;
+      std::int32_t seen;
 #pragma omp critical(vek_dense_schedule)
-      g = choose(s, li, lj);
+      {
+        g = choose(s, li, lj);
+        seen = __atomic_load_n(&news, __ATOMIC_ACQUIRE);
+      }
       if (g.k > 0) {
         if (run_group(s, g, uplo, n, a, lda, nb, width, info, t) != 0)
           __atomic_store_n(&stop, 1, __ATOMIC_RELAXED);
+        __atomic_add_fetch(&news, 1, __ATOMIC_RELEASE);
         li = g.i;
         lj = g.j;
-      } else {
-        relax();
+      } else if (__atomic_load_n(&s.w[W_FINISHED], __ATOMIC_ACQUIRE) == 0) {
+        wait_for_news(&news, seen);
       }
       if (__atomic_load_n(&s.w[W_FINISHED], __ATOMIC_ACQUIRE) == 1 ||
           __atomic_load_n(info, __ATOMIC_RELAXED) != 0 ||
