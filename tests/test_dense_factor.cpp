@@ -384,3 +384,39 @@ TEST(DenseOwnRoutines, SolverOfEveryTypeGivesWhatTheInstalledLibraryGives) {
     }
   }
 }
+
+namespace {
+
+int progress_calls = 0, stop_after = 0;
+int stopping_hook(int *, int *, const char *, int) {
+  return ++progress_calls > stop_after ? 1 : 0;
+}
+
+}  // namespace
+
+TEST(DenseProgress, AStopFromTheHookEndsEveryFormWithoutHanging) {
+  allow_four_threads();
+  vek_serv_set_progress(stopping_hook);
+  for (int threads : {1, 2, 3}) {
+    for (int after : {0, 3}) {
+      vekd::dense_thread_limit(threads);
+      stop_after = after;
+      progress_calls = 0;
+      const int n = 400;
+      auto a = lu_matrix<double>(n, n, n, 7, false);
+      std::vector<int> ipiv(n);
+      int info = -1;
+      vekd::dgetrf(&n, &n, a.data(), &n, ipiv.data(), &info);
+      EXPECT_EQ(0, info);
+      // The calls stop soon after the hook first asks: at most one report
+      // more per thread.
+      EXPECT_LE(progress_calls, after + 1 + threads);
+      progress_calls = 0;
+      auto s = spd_matrix<double>(n, n, 8, 0);
+      vekd::dpotrf("L", &n, s.data(), &n, &info, 1);
+      EXPECT_EQ(0, info);
+      EXPECT_LE(progress_calls, after + 1 + threads);
+    }
+  }
+  vek_serv_set_progress(nullptr);
+}
