@@ -28,7 +28,8 @@
 namespace vekd {
 namespace {
 
-enum { W_NTHREADS, W_NTILES, W_NPANELS, W_GROUP, W_TAIL, W_FRONTIER, W_READY, W_STATE0 };
+// The words of lu_status; column_state(c) is word COLUMN_STATE - 1 + c.
+enum { NTHREADS, NTILES, NPANELS, GROUP_WIDTH, TAIL, FRONTIER, PANEL_READY, COLUMN_STATE };
 
 // The task of a thread, lu_task: kind 0 none, 1 update, 2 update and factor
 // the panel of first_tile, -1 all done.
@@ -38,18 +39,18 @@ struct lu_task {
 
 // Enters the finished task of thread t (of nt) and chooses its next one.
 // Runs inside the critical section; news counts the tasks entered.
-void choose(std::int32_t *st, lu_task &task, int t, int nt, std::int32_t *news) {
-  std::int32_t *state = st + (W_STATE0 - 1);  // state[c], c from 1
+void choose(std::int32_t *lu_status, lu_task &task, int t, int nt, std::int32_t *news) {
+  std::int32_t *column_state = lu_status + (COLUMN_STATE - 1);  // c from 1
   if (task.kind == 1 || task.kind == 2) __atomic_add_fetch(news, 1, __ATOMIC_RELEASE);
   if (task.kind == 1) {
-    for (int c = task.first_tile; c <= task.last_tile; ++c) state[c] = task.last_panel;
+    for (int c = task.first_tile; c <= task.last_tile; ++c) column_state[c] = task.last_panel;
   } else if (task.kind == 2) {
-    state[task.first_tile] = task.first_tile;
-    st[W_READY] = task.first_tile;
+    column_state[task.first_tile] = task.first_tile;
+    lu_status[PANEL_READY] = task.first_tile;
   }
   task.kind = 0;
-  const int ntiles = st[W_NTILES], npanels = st[W_NPANELS];
-  const int width = st[W_GROUP], tail = st[W_TAIL], ready = st[W_READY];
+  const int ntiles = lu_status[NTILES], npanels = lu_status[NPANELS];
+  const int width = lu_status[GROUP_WIDTH], tail = lu_status[TAIL], ready = lu_status[PANEL_READY];
   const int lim = std::max(ntiles - tail, 0);
   bool pending = false;
   if (ready < lim) {
@@ -58,31 +59,31 @@ void choose(std::int32_t *st, lu_task &task, int t, int nt, std::int32_t *news) 
       if (e <= ready) continue;
       const int s = std::max(g, ready + 1);
       if (s == ready + 1 && ready < npanels) {
-        const int u = state[ready + 1];
+        const int u = column_state[ready + 1];
         if (u >= 0 && u < ready) {
           task = {2, u + 1, ready, ready + 1, ready + 1};
-          state[ready + 1] = -(ready + 1);
+          column_state[ready + 1] = -(ready + 1);
           return;
         }
       }
       for (int c = s; c <= e; ++c) {
-        const int u = state[c];
+        const int u = column_state[c];
         if (u >= 0 && u < ready) {
           int last = c;
-          while (last < e && state[last + 1] == u) ++last;
+          while (last < e && column_state[last + 1] == u) ++last;
           task = {1, u + 1, ready, c, last};
-          for (int k = c; k <= last; ++k) state[k] = -ready;
+          for (int k = c; k <= last; ++k) column_state[k] = -ready;
           return;
         }
       }
       for (int c = s; c <= e; ++c)
-        if (state[c] != npanels) pending = true;
+        if (column_state[c] != npanels) pending = true;
     }
   }
   // The tail, one panel at a time, from the lowest level up.
   const int c0 = std::max(lim + 1, ready + 1);
   bool blocked = false;
-  for (int f = st[W_FRONTIER];; ++f) {
+  for (int f = lu_status[FRONTIER];; ++f) {
     if (f >= npanels) {
       task.kind = (!pending && f == npanels) ? -1 : 0;
       return;
@@ -90,24 +91,24 @@ void choose(std::int32_t *st, lu_task &task, int t, int nt, std::int32_t *news) 
     int found = 0;
     bool held = false;
     for (int c = c0; c <= ntiles; ++c) {
-      if (state[c] == f) {
+      if (column_state[c] == f) {
         found = c;
         break;
       }
-      if (state[c] == -f) held = true;
+      if (column_state[c] == -f) held = true;
     }
     if (found == 0) {
       if (held) blocked = true;
-      else if (!blocked) st[W_FRONTIER] = f + 1;
+      else if (!blocked) lu_status[FRONTIER] = f + 1;
       continue;
     }
     if (f >= ready) return;  // kind 0: the next panel is not there yet
     if (found == ready + 1 && ready < npanels) {
       task = {2, f + 1, ready, found, found};
-      state[found] = -found;
+      column_state[found] = -found;
     } else {
       task = {1, f + 1, f + 1, found, found};
-      state[found] = -(f + 1);
+      column_state[found] = -(f + 1);
     }
     return;
   }
@@ -147,12 +148,12 @@ int getrf_tiles(int m, int n, T *a, int lda, int *ipiv, int *info, int nthreads,
   const char *name = lapack_names<T>::getrf;
   const int ntiles = (n - 1) / nb + 1;
   const int npanels = m < n ? (m - 1) / nb : (n - 1) / nb;
-  std::int32_t *st = static_cast<std::int32_t *>(
+  std::int32_t *lu_status = static_cast<std::int32_t *>(
       vek_serv_allocate(static_cast<std::int64_t>(ntiles + 7) * 4, 128));
-  if (st == nullptr) return 1;
+  if (lu_status == nullptr) return 1;
   *info = 0;
   if (getrf_panel(m, nb, a, lda, ipiv, info, 0, 0) != 0) {
-    vek_serv_deallocate(st);
+    vek_serv_deallocate(lu_status);
     return 2;
   }
   int stop = 0;
@@ -162,26 +163,26 @@ int getrf_tiles(int m, int n, T *a, int lda, int *ipiv, int *info, int nthreads,
     const int t = omp_get_thread_num(), nt = omp_get_num_threads();
 #pragma omp single
     {
-      st[W_NTHREADS] = nt;
-      st[W_NTILES] = ntiles;
-      st[W_NPANELS] = npanels;
-      st[W_GROUP] = ilaenv(17, name, ' ', m, n, nt, -1);
-      st[W_TAIL] = ilaenv(18, name, ' ', m, n, nt, -1);
-      st[W_FRONTIER] = 0;
-      st[W_READY] = 1;
-      for (int c = 1; c <= ntiles; ++c) st[W_STATE0 - 1 + c] = 0;
+      lu_status[NTHREADS] = nt;
+      lu_status[NTILES] = ntiles;
+      lu_status[NPANELS] = npanels;
+      lu_status[GROUP_WIDTH] = ilaenv(17, name, ' ', m, n, nt, -1);
+      lu_status[TAIL] = ilaenv(18, name, ' ', m, n, nt, -1);
+      lu_status[FRONTIER] = 0;
+      lu_status[PANEL_READY] = 1;
+      for (int c = 1; c <= ntiles; ++c) lu_status[COLUMN_STATE - 1 + c] = 0;
     }
     lu_task task = {0, 0, 0, 0, 0};
-    const int width = st[W_GROUP];
-    const int lim = std::max(ntiles - st[W_TAIL], 0);
+    const int width = lu_status[GROUP_WIDTH];
+    const int lim = std::max(ntiles - lu_status[TAIL], 0);
     const int start = t > 0 ? t * width + 1 : (width > 1 ? 2 : nt + 1);
-    const bool idle = start > lim && st[W_TAIL] < 1;
+    const bool idle = start > lim && lu_status[TAIL] < 1;
 #pragma omp barrier
     while (!idle && __atomic_load_n(&stop, __ATOMIC_RELAXED) == 0) {
       std::int32_t seen;
 #pragma omp critical(vek_dense_schedule)
       {
-        choose(st, task, t, nt, &news);
+        choose(lu_status, task, t, nt, &news);
         seen = __atomic_load_n(&news, __ATOMIC_RELAXED);
       }
       if (task.kind == -1) break;
@@ -194,7 +195,7 @@ int getrf_tiles(int m, int n, T *a, int lda, int *ipiv, int *info, int nthreads,
     }
   }
   if (stop != 0) {
-    vek_serv_deallocate(st);
+    vek_serv_deallocate(lu_status);
     return 2;
   }
   // The last block: rows and columns beyond the panels of the region.
@@ -202,13 +203,13 @@ int getrf_tiles(int m, int n, T *a, int lda, int *ipiv, int *info, int nthreads,
   int local = 0;
   if (getrf_panel(m - base, n - base, entry(a, lda, base + 1, base + 1), lda, ipiv + base,
                   &local, 0, base) != 0) {
-    vek_serv_deallocate(st);
+    vek_serv_deallocate(lu_status);
     return 2;
   }
   if (*info == 0 && local > 0) *info = local + base;
   for (int i = base + 1; i <= mn; ++i) ipiv[i - 1] += base;
   deferred_swaps(npanels, nb, a, lda, mn, ipiv, nthreads);
-  vek_serv_deallocate(st);
+  vek_serv_deallocate(lu_status);
   return 0;
 }
 

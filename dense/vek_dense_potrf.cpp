@@ -96,16 +96,16 @@ int potrf_recursive(char uplo, int n, T *a, int lda, int *info, int thread, int 
 
 namespace {
 
-enum { W_NTILES, W_FINISHED, W_SCAN, W_WAVE, W_BOUNDARY, W_NTHREADS };
+enum { NTILES, FINISHED, SCAN_ROW, WAVE, BOUNDARY, NTHREADS };
 
 struct chol_status {
   std::int32_t *w;
   std::int32_t *tile(int i, int j) const { return w + (j * (j - 1) / 2 + i + 5); }
-  int state(int i, int j) const { return __atomic_load_n(tile(i, j), __ATOMIC_ACQUIRE); }
+  int tile_state(int i, int j) const { return __atomic_load_n(tile(i, j), __ATOMIC_ACQUIRE); }
   void set(int i, int j, int v) const { __atomic_store_n(tile(i, j), v, __ATOMIC_RELEASE); }
   // Marks the tiles of the p by p group at (a, b) with row <= column.
   void mark(int a, int b, int p, int v) const {
-    const int nt = w[W_NTILES];
+    const int nt = w[NTILES];
     for (int j = b; j < b + p && j <= nt; ++j)
       for (int i = a; i < a + p && i <= j; ++i) set(i, j, v);
   }
@@ -117,25 +117,25 @@ struct wave_task {
 
 // Whether tile (a, b) can take its next panel now.
 bool ready(const chol_status &s, int a, int b) {
-  const int k = s.state(a, b);
-  if (k <= 0 || k > s.w[W_BOUNDARY]) return false;
-  if (a == b) return s.state(k, b) == 0;
-  return s.state(k, a) == 0 && (k == a || s.state(k, b) == 0);
+  const int k = s.tile_state(a, b);
+  if (k <= 0 || k > s.w[BOUNDARY]) return false;
+  if (a == b) return s.tile_state(k, b) == 0;
+  return s.tile_state(k, a) == 0 && (k == a || s.tile_state(k, b) == 0);
 }
 
 bool scan(const chol_status &s, wave_task &got) {
-  const int nt = s.w[W_NTILES], p = s.w[W_WAVE];
+  const int nt = s.w[NTILES], p = s.w[WAVE];
   bool contiguous = true;
-  for (int a = s.w[W_SCAN] + 1; a <= nt; a += p) {
+  for (int a = s.w[SCAN_ROW] + 1; a <= nt; a += p) {
     bool done = true;
     for (int b = a; b <= nt; b += p) {
       if (ready(s, a, b)) {
-        got = {a, b, s.state(a, b), p};
+        got = {a, b, s.tile_state(a, b), p};
         return true;
       }
-      if (s.state(a, b) != 0) done = false;
+      if (s.tile_state(a, b) != 0) done = false;
     }
-    if (done && contiguous) s.w[W_SCAN] = std::min(a + p - 1, nt);
+    if (done && contiguous) s.w[SCAN_ROW] = std::min(a + p - 1, nt);
     else contiguous = false;
   }
   return false;
@@ -144,25 +144,25 @@ bool scan(const chol_status &s, wave_task &got) {
 // Chooses the next group for a thread whose last one was (li, lj) (li 0:
 // none). Runs inside the critical section.
 wave_task choose(const chol_status &s, int li, int lj) {
-  const int nt = s.w[W_NTILES];
+  const int nt = s.w[NTILES];
   wave_task got = {0, 0, -1, 1};
-  int p = s.w[W_WAVE];
+  int p = s.w[WAVE];
   const bool aligned = li > 0 && (li - 1) % p == 0 && (lj - 1) % p == 0;
   bool found = false;
   if (aligned && ready(s, li, lj)) {
-    got = {li, lj, s.state(li, lj), p};
+    got = {li, lj, s.tile_state(li, lj), p};
     found = true;
   } else if (aligned && li + p <= lj && ready(s, li + p, lj)) {
-    got = {li + p, lj, s.state(li + p, lj), p};
+    got = {li + p, lj, s.tile_state(li + p, lj), p};
     found = true;
   }
   while (!found) {
     found = scan(s, got);
-    const int boundary = s.w[W_BOUNDARY];
-    if (found || s.w[W_SCAN] + 1 < boundary || boundary >= nt) break;
+    const int boundary = s.w[BOUNDARY];
+    if (found || s.w[SCAN_ROW] + 1 < boundary || boundary >= nt) break;
     p = std::max(p / 2, 1);
-    s.w[W_WAVE] = p;
-    s.w[W_BOUNDARY] = std::min(nt, boundary + std::max((nt - boundary) / 2 / p * p, p));
+    s.w[WAVE] = p;
+    s.w[BOUNDARY] = std::min(nt, boundary + std::max((nt - boundary) / 2 / p * p, p));
   }
   if (found) {
     s.mark(got.i, got.j, got.w, -got.k);
@@ -170,21 +170,21 @@ wave_task choose(const chol_status &s, int li, int lj) {
   }
   got = {0, 0, -1, 1};
   bool open = false;
-  for (int b = s.w[W_SCAN] + 1; b <= nt && !open; ++b)
-    for (int a = s.w[W_SCAN] + 1; a <= b; ++a)
-      if (s.state(a, b) != 0) {
+  for (int b = s.w[SCAN_ROW] + 1; b <= nt && !open; ++b)
+    for (int a = s.w[SCAN_ROW] + 1; a <= b; ++a)
+      if (s.tile_state(a, b) != 0) {
         open = true;
         break;
       }
-  if (!open) s.w[W_FINISHED] = 1;
+  if (!open) s.w[FINISHED] = 1;
   return got;
 }
 
 // Whether panel k has been finished on tile columns c to c + w - 1.
 bool sources_done(const chol_status &s, int k, int c, int w) {
-  const int nt = s.w[W_NTILES];
+  const int nt = s.w[NTILES];
   for (int x = c; x < c + w && x <= nt; ++x)
-    if (s.state(k, x) != 0) return false;
+    if (s.tile_state(k, x) != 0) return false;
   return true;
 }
 
@@ -228,7 +228,7 @@ int run_group(const chol_status &s, wave_task g, char uplo, int n, T *a, int lda
                 entry(a, lda, r0, c0), lda, T(1), entry(a, lda, c1, r0), lda);
       k += m;
     }
-    if (k == i && s.state(i, i) == 0 && __atomic_load_n(&s.w[W_WAVE], __ATOMIC_RELAXED) == w) {
+    if (k == i && s.tile_state(i, i) == 0 && __atomic_load_n(&s.w[WAVE], __ATOMIC_RELAXED) == w) {
       if (upper)
         L::trsm("L", "U", "C", "N", rows, cols, T(1), entry(a, lda, r0, r0), lda,
                 entry(a, lda, r0, c1), lda);
@@ -282,15 +282,15 @@ void potrf_front(const char *puplo, const int *pn, T *a, const int *plda, int *i
   }
   int p = 1;
   while (2 * p <= std::max(nt / (nthreads + 1), 1)) p *= 2;
-  s.w[W_NTILES] = nt;
-  s.w[W_FINISHED] = 0;
-  s.w[W_SCAN] = 0;
-  s.w[W_NTHREADS] = nthreads;
-  s.w[W_BOUNDARY] = (nt / 2 + p - 1) / p * p;
+  s.w[NTILES] = nt;
+  s.w[FINISHED] = 0;
+  s.w[SCAN_ROW] = 0;
+  s.w[NTHREADS] = nthreads;
+  s.w[BOUNDARY] = (nt / 2 + p - 1) / p * p;
   for (int j = 1; j <= nt; ++j)
     for (int i = 1; i <= j; ++i) *s.tile(i, j) = 1;
   while (limit < p * nb && p != 1) p = std::max(p / 2, 1);
-  s.w[W_WAVE] = p;
+  s.w[WAVE] = p;
   width = std::max(width / p * p, p);
   const int first = std::min(nb * p, n);
   potrf_front(puplo, &first, a, plda, info);
@@ -319,10 +319,10 @@ void potrf_front(const char *puplo, const int *pn, T *a, const int *plda, int *i
         __atomic_add_fetch(&news, 1, __ATOMIC_RELEASE);
         li = g.i;
         lj = g.j;
-      } else if (__atomic_load_n(&s.w[W_FINISHED], __ATOMIC_ACQUIRE) == 0) {
+      } else if (__atomic_load_n(&s.w[FINISHED], __ATOMIC_ACQUIRE) == 0) {
         wait_for_news(&news, seen);
       }
-      if (__atomic_load_n(&s.w[W_FINISHED], __ATOMIC_ACQUIRE) == 1 ||
+      if (__atomic_load_n(&s.w[FINISHED], __ATOMIC_ACQUIRE) == 1 ||
           __atomic_load_n(info, __ATOMIC_RELAXED) != 0 ||
           __atomic_load_n(&stop, __ATOMIC_RELAXED) != 0)
         break;
