@@ -202,7 +202,7 @@ void getrf_front(const int *pm, const int *pn, T *a, const int *plda, int *ipiv,
     getrf_panel(m, n, a, lda, ipiv, info, 0, 0);
     return;
   }
-  const int nthreads = dense_threads();
+  const int nthreads = factor_threads();
   if (nthreads < 2) {
     getrf_panel(m, n, a, lda, ipiv, info, 0, 0);
     return;

@@ -66,7 +66,7 @@ int getrf_lookahead(int m, int n, T *a, int lda, int *ipiv, int *info, int threa
   if (m == 0 || n == 0) return 0;
   if (n <= ilaenv(3, name, 'P', m, n, -1, -1))
     return getrf_panel(m, n, a, lda, ipiv, info, thread, offset);
-  const int nthreads = dense_threads();
+  const int nthreads = factor_threads();
   if (nthreads < 2) return getrf_panel(m, n, a, lda, ipiv, info, 0, 0);
   const int mn = std::min(m, n);
   const int nb = ilaenv(1, name, 'P', m, n, -1, -1);

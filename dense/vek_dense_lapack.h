@@ -17,6 +17,8 @@
 #ifndef VEK_DENSE_LAPACK_H
 #define VEK_DENSE_LAPACK_H
 
+#include <omp.h>
+
 #include <complex>
 #include <cstddef>
 #include <cstdint>
@@ -117,6 +119,14 @@ inline void wait_for_news(const std::int32_t *news, std::int32_t seen) {
       vek_os_sleep0();
     }
   }
+}
+
+// Threads a factorization may use: those of the level-3 frames, and one
+// where a region opened now could not have more (inside a region, with
+// nested regions off), so that the serial forms run there.
+inline int factor_threads() {
+  if (omp_get_active_level() >= omp_get_max_active_levels()) return 1;
+  return dense_threads();
 }
 
 // The oracle with a name of the library's own.

@@ -261,7 +261,7 @@ void potrf_front(const char *puplo, const int *pn, T *a, const int *plda, int *i
     potf2_kernel(uplo, n, a, lda, info);
     return;
   }
-  const int nthreads = dense_threads();
+  const int nthreads = factor_threads();
   if (nthreads < 2) {
     potrf_recursive(uplo, n, a, lda, info, 0, 0);
     return;
