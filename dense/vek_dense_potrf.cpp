@@ -310,7 +310,10 @@ void potrf_front(const char *puplo, const int *pn, T *a, const int *plda, int *i
       std::int32_t seen;
 #pragma omp critical(vek_dense_schedule)
       {
+        const int wave = s.w[WAVE];
         g = choose(s, li, lj);
+        // A halved wave may have made groups ready for the others too.
+        if (s.w[WAVE] != wave) __atomic_add_fetch(&news, 1, __ATOMIC_RELEASE);
         seen = __atomic_load_n(&news, __ATOMIC_ACQUIRE);
       }
       if (g.k > 0) {
