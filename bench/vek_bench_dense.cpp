@@ -3,9 +3,10 @@
 //
 //   vek-bench-dense [--threads LIST] [--sizes LIST] [ROUTINE...]
 //
-// ROUTINE is dgemm, sgemm, zgemm, cgemm, dtrsm, ztrsm, dsyrk or ssyrk (by
-// default dgemm dtrsm dsyrk zgemm sgemm); LIST is comma separated (defaults
-// 1,2 and 256,1000,2000,4000). One line per routine, size and thread count:
+// ROUTINE is dgemm, sgemm, zgemm, cgemm, dtrsm, ztrsm, dsyrk, ssyrk, or the
+// factorizations dgetrf, zgetrf, sgetrf, dpotrf, spotrf (by default dgemm
+// dtrsm dsyrk zgemm sgemm dgetrf dpotrf zgetrf); LIST is comma separated
+// (defaults 1,2 and 256,1000,2000,4000). One line per routine, size and thread count:
 //   dense ROUTINE n=N threads=T ours=G1 blas=G2 ratio=G1/G2
 // with the rates in GFlop/s, each the best of a few runs.
 #include <omp.h>
@@ -21,6 +22,7 @@
 #include <vector>
 
 #include "dense/vek_dense.h"
+#include "dense/vek_dense_lapack.h"
 #include "dense/vek_dense_level3.h"
 
 typedef std::complex<double> zc;
@@ -50,6 +52,11 @@ void dsyrk_(const char *, const char *, const int *, const int *, const double *
             std::size_t);
 void ssyrk_(const char *, const char *, const int *, const int *, const float *, const float *,
             const int *, const float *, float *, const int *, std::size_t, std::size_t);
+void dgetrf_(const int *, const int *, double *, const int *, int *, int *);
+void sgetrf_(const int *, const int *, float *, const int *, int *, int *);
+void zgetrf_(const int *, const int *, zc *, const int *, int *, int *);
+void dpotrf_(const char *, const int *, double *, const int *, int *, std::size_t);
+void spotrf_(const char *, const int *, float *, const int *, int *, std::size_t);
 }
 
 namespace {
@@ -172,6 +179,39 @@ void bench_syrk(const char *name, int n, int threads, Ours ours, Theirs theirs) 
   report(name, n, threads, double(n) * (n + 1) * n, t1, t2);
 }
 
+// LU of a random matrix; both libraries must agree on info.
+template <class T, class Ours, class Theirs>
+void bench_getrf(const char *name, double flop_factor, int n, int threads, Ours ours,
+                 Theirs theirs) {
+  dense_case<T> d(n);
+  std::vector<int> ipiv(n);
+  int info1 = 0, info2 = 0;
+  double t1, t2;
+  race([&] { ours(&n, &n, d.c.data(), &n, ipiv.data(), &info1); },
+       [&] { theirs(&n, &n, d.c.data(), &n, ipiv.data(), &info2); },
+       [&] { d.c = d.c0; }, t1, t2);
+  if (info1 != info2) std::printf("# %s n=%d: info %d against %d\n", name, n, info1, info2);
+  report(name, n, threads, flop_factor * double(n) * n * n, t1, t2);
+}
+
+// Cholesky (lower) of a symmetric matrix made positive definite by its
+// diagonal.
+template <class T, class Ours, class Theirs>
+void bench_potrf(const char *name, int n, int threads, Ours ours, Theirs theirs) {
+  dense_case<T> d(n);
+  for (int j = 0; j < n; ++j) {
+    for (int i = 0; i < j; ++i) d.c0[j + std::size_t(i) * n] = d.c0[i + std::size_t(j) * n];
+    d.c0[j + std::size_t(j) * n] = T(2 * n);
+  }
+  int info1 = 0, info2 = 0;
+  double t1, t2;
+  race([&] { ours("L", &n, d.c.data(), &n, &info1, 1); },
+       [&] { theirs("L", &n, d.c.data(), &n, &info2, 1); }, [&] { d.c = d.c0; }, t1, t2);
+  if (info1 != 0 || info2 != 0)
+    std::printf("# %s n=%d: info %d and %d\n", name, n, info1, info2);
+  report(name, n, threads, double(n) * n * n / 3.0, t1, t2);
+}
+
 std::vector<int> parse_list(const char *text) {
   std::vector<int> out;
   for (const char *p = text; *p;) {
@@ -201,7 +241,8 @@ int main(int argc, char **argv) {
       routines.push_back(argv[i]);
     }
   }
-  if (routines.empty()) routines = {"dgemm", "dtrsm", "dsyrk", "zgemm", "sgemm"};
+  if (routines.empty())
+    routines = {"dgemm", "dtrsm", "dsyrk", "zgemm", "sgemm", "dgetrf", "dpotrf", "zgetrf"};
   for (const std::string &r : routines) {
     for (int n : sizes) {
       for (int t : threads) {
@@ -216,6 +257,11 @@ int main(int argc, char **argv) {
         else if (r == "ztrsm") bench_trsm<zc>("ztrsm", 4, n, t, vekd::ztrsm, ztrsm_);
         else if (r == "dsyrk") bench_syrk<double>("dsyrk", n, t, vekd::dsyrk, dsyrk_);
         else if (r == "ssyrk") bench_syrk<float>("ssyrk", n, t, vekd::ssyrk, ssyrk_);
+        else if (r == "dgetrf") bench_getrf<double>("dgetrf", 2.0 / 3, n, t, vekd::dgetrf, dgetrf_);
+        else if (r == "sgetrf") bench_getrf<float>("sgetrf", 2.0 / 3, n, t, vekd::sgetrf, sgetrf_);
+        else if (r == "zgetrf") bench_getrf<zc>("zgetrf", 8.0 / 3, n, t, vekd::zgetrf, zgetrf_);
+        else if (r == "dpotrf") bench_potrf<double>("dpotrf", n, t, vekd::dpotrf, dpotrf_);
+        else if (r == "spotrf") bench_potrf<float>("spotrf", n, t, vekd::spotrf, spotrf_);
         else {
           std::fprintf(stderr, "unknown routine %s\n", r.c_str());
           return 2;

@@ -71,8 +71,9 @@ void trsv(const char *uplo, const char *trans, const char *diag, const int *n,
 // regions whose threads each call the dense routines.
 void blas_threads(int count);
 
-// 1: gemm and trsm run the library's own routines; 0 (the default): they
-// forward to the installed BLAS like the others. Process-wide.
+// 1: gemm, trsm, getrf, potf2 and the real potrf run the library's own
+// routines; 0 (the default): they forward to the installed BLAS and LAPACK
+// like the others. Process-wide.
 void use_own_level3(int flag);
 
 }  // namespace vekd

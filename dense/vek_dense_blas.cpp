@@ -7,6 +7,7 @@
 #include <complex>
 
 #include "dense/vek_dense.h"
+#include "dense/vek_dense_lapack.h"
 #include "dense/vek_dense_level3.h"
 #include "platform/vek_platform.h"
 
@@ -57,8 +58,9 @@ VEK_SYR(d, double) VEK_SYR(s, float) VEK_SYR(z, zc) VEK_SYR(c, cc)
 namespace vekd {
 
 namespace {
-// 1: the products and triangular solves go to the library's own level-3
-// routines; 0 (the default): to the installed BLAS. The solver's factor
+// 1: the products, the triangular solves and the factorizations of the
+// diagonal blocks go to the library's own routines; 0 (the default): to
+// the installed BLAS and LAPACK. The solver's factor
 // times with the own routines are not yet as short as with the installed
 // library, so they are chosen only on request.
 int own_level3 = 0;
@@ -86,17 +88,19 @@ void use_own_level3(int flag) { __atomic_store_n(&own_level3, flag ? 1 : 0, __AT
       P##trsm_(side, uplo, ta, diag, m, n, alpha, a, lda, b, ldb, 1, 1, 1, 1);         \
   }                                                                                    \
   template <>                                                                          \
-  void potrf<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
-    P##potrf_(uplo, n, a, lda, info, 1);                                               \
-  }                                                                                    \
-  template <>                                                                          \
   void potf2<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
-    P##potf2_(uplo, n, a, lda, info, 1);                                               \
+    if (__atomic_load_n(&own_level3, __ATOMIC_RELAXED))                                \
+      P##potf2(uplo, n, a, lda, info, 1);                                              \
+    else                                                                               \
+      P##potf2_(uplo, n, a, lda, info, 1);                                             \
   }                                                                                    \
   template <>                                                                          \
   void getrf<T>(const int *m, const int *n, T *a, const int *lda, int *ipiv,          \
                 int *info) {                                                           \
-    P##getrf_(m, n, a, lda, ipiv, info);                                               \
+    if (__atomic_load_n(&own_level3, __ATOMIC_RELAXED))                                \
+      P##getrf(m, n, a, lda, ipiv, info);                                              \
+    else                                                                               \
+      P##getrf_(m, n, a, lda, ipiv, info);                                             \
   }                                                                                    \
   template <>                                                                          \
   void gemv<T>(const char *tr, const int *m, const int *n, const T *alpha, const T *a, \
@@ -121,6 +125,26 @@ VEK_INSTANCES(d, double)
 VEK_INSTANCES(s, float)
 VEK_INSTANCES(z, zc)
 VEK_INSTANCES(c, cc)
+// The blocked Cholesky: the library's own for real values; complex blocks
+// go to the installed library (the solver factors them unblocked).
+#define VEK_POTRF_OWN(P, T)                                                             \
+  template <>                                                                          \
+  void potrf<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
+    if (__atomic_load_n(&own_level3, __ATOMIC_RELAXED))                                \
+      P##potrf(uplo, n, a, lda, info, 1);                                              \
+    else                                                                               \
+      P##potrf_(uplo, n, a, lda, info, 1);                                             \
+  }
+#define VEK_POTRF_INSTALLED(P, T)                                                       \
+  template <>                                                                          \
+  void potrf<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
+    P##potrf_(uplo, n, a, lda, info, 1);                                               \
+  }
+VEK_POTRF_OWN(d, double)
+VEK_POTRF_OWN(s, float)
+VEK_POTRF_INSTALLED(z, zc)
+VEK_POTRF_INSTALLED(c, cc)
+
 VEK_GER_INSTANCE(dger, double)
 VEK_GER_INSTANCE(sger, float)
 VEK_GER_INSTANCE(zgeru, zc)
