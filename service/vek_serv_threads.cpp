@@ -372,12 +372,13 @@ int vek_serv_logical_processors() {
 }
 
 void vek_serv_set_progress(vek_serv_progress_fn routine) {
-  progress_hook = routine;
+  // Every call of the entry sets the hook, also two at once on two handles.
+  __atomic_store_n(&progress_hook, routine, __ATOMIC_RELEASE);
 }
 
 int vek_serv_progress(int *thread, int *step, const char *stage,
                       int stage_length) {
-  vek_serv_progress_fn hook = progress_hook;
+  vek_serv_progress_fn hook = __atomic_load_n(&progress_hook, __ATOMIC_ACQUIRE);
   if (hook == nullptr) return 0;
   return hook(thread, step, stage, stage_length);
 }

@@ -35,17 +35,18 @@ struct sweep_incoming {
 namespace omp_sweep {
 
 // The error cell as the threads see it: read and written under lock_update,
-// so that a poll never works on a stale copy.
+// so that a poll never works on a stale copy. The accesses are atomic as
+// well, because the waits of the sweep poll the cell without the lock.
 inline int error_seen(const int *error) {
   int e;
 #pragma omp critical(lock_update)
-  e = *error;
+  e = __atomic_load_n(error, __ATOMIC_ACQUIRE);
   return e;
 }
 
 inline void error_set(int *error, int value) {
 #pragma omp critical(lock_update)
-  *error = value;
+  __atomic_store_n(error, value, __ATOMIC_RELEASE);
 }
 
 // One round of a wait for another thread's work: a busy poll at first;
