@@ -75,6 +75,8 @@ void blas_threads(int count);
 // routines; 0 (the default): they forward to the installed BLAS and LAPACK
 // like the others. Process-wide.
 void use_own_level3(int flag);
+// 1 while the own routines are chosen.
+int own_level3_in_use();
 
 }  // namespace vekd
 

@@ -67,6 +67,7 @@ int own_level3 = 0;
 }  // namespace
 
 void use_own_level3(int flag) { __atomic_store_n(&own_level3, flag ? 1 : 0, __ATOMIC_RELAXED); }
+int own_level3_in_use() { return __atomic_load_n(&own_level3, __ATOMIC_RELAXED); }
 
 #define VEK_INSTANCES(P, T)                                                            \
   template <>                                                                          \

@@ -161,7 +161,7 @@ wave_task choose(const chol_status &s, int li, int lj) {
     const int boundary = s.w[BOUNDARY];
     if (found || s.w[SCAN_ROW] + 1 < boundary || boundary >= nt) break;
     p = std::max(p / 2, 1);
-    s.w[WAVE] = p;
+    __atomic_store_n(&s.w[WAVE], p, __ATOMIC_RELEASE);
     s.w[BOUNDARY] = std::min(nt, boundary + std::max((nt - boundary) / 2 / p * p, p));
   }
   if (found) {
@@ -176,7 +176,7 @@ wave_task choose(const chol_status &s, int li, int lj) {
         open = true;
         break;
       }
-  if (!open) s.w[FINISHED] = 1;
+  if (!open) __atomic_store_n(&s.w[FINISHED], 1, __ATOMIC_RELEASE);
   return got;
 }
 

@@ -228,6 +228,7 @@ constexpr numbered_text used_rows[] = {
     {1005, "=== TELMIRA factorizes on %d of the %d threads: the address-space limit leaves no room for the dense routines' buffers of more ==="},
     {1006, "=== TELMIRA factorizes again with pivot perturbation 1e-%d: the solution of the first factorization was not accurate ==="},
     {1007, "=== TELMIRA analyses and factorizes again %s the weighted matching: the solution was still not accurate ==="},
+    {1008, "=== TELMIRA uses its own dense routines from now on: the address-space limit leaves no room for the installed BLAS's buffers ==="},
     {1079, "VEK INTERNAL ERROR: Not enough work memory in function %s"},
 };
 

@@ -31,6 +31,8 @@ namespace {
 constexpr int row_missing_kernel = 1001;
 // The line at message level 1 when the address space holds fewer threads.
 constexpr int row_fewer_threads = 1005;
+// The line at message level 1 when the dense routines become the own ones.
+constexpr int row_own_dense = 1008;
 
 void missing_kernel(const int *comi, int *error) {
   *error = -1;
@@ -359,6 +361,21 @@ int factor_threads(int requested) {
   return fit < requested ? static_cast<int>(fit) : requested;
 }
 
+// The installed BLAS takes a buffer for each of its threads at its first
+// call and, where the address space cannot give one, retries for ever.
+// Below the room of one thread the factorization and everything after it
+// in this process go to the library's own dense routines, which allocate
+// nothing that large. Returns 1 when it switched now.
+int own_dense_when_cramped() {
+  if (vekd::own_level3_in_use()) return 0;
+  const std::int64_t limit = vek_os_address_space_limit();
+  if (limit < 0) return 0;
+  const std::int64_t used = vek_os_virtual_size();
+  if (used < 0 || limit - used >= room_per_thread) return 0;
+  vekd::use_own_level3(1);
+  return 1;
+}
+
 template <class R>
 void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
                        const int *comx, void *factors, void *work, void *up_uplen,
@@ -373,6 +390,8 @@ void telmira_factorize(const void *a, const int *ia, const int *ja, void *fi,
     const std::intptr_t words[2] = {threads, requested};
     vek_serv_print_message_words(row_fewer_threads, 2, words);
   }
+  if (own_dense_when_cramped() != 0 && COMI(CI_MSGLVL) > 0)
+    vek_serv_print_message_words(row_own_dense, 0, nullptr);
   // A sequential sweep gives the dense routines below it the threads of
   // the call; the parallel sweeps set one thread for them.
   vekd::blas_threads(threads);
