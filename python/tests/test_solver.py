@@ -132,6 +132,26 @@ def test_errors_carry_number_words_and_status():
     assert isinstance(info.value, RuntimeError)
 
 
+def test_untouched_controls_get_the_second_tries():
+    # nnc1374 fails with the defaults' first factorization; a Solver whose
+    # controls nobody set runs under iparam(1) = 0 and tries again.
+    A = read_matrix("nnc1374.mtx")
+    b = A @ np.ones(A.shape[0])
+    s = vekutils.Solver(A)
+    s.analyze()
+    s.factorize()
+    x = s.solve(b)
+    assert vekutils.backward_error(A, x, b) <= 1e-14
+    assert s.iparam["control"] == 0 and s.iparam["matching"] == 0
+    # A control set to another value: the array as it stands, the first result.
+    s = vekutils.Solver(A)
+    s.iparam["refinement_steps"] = 2
+    with pytest.raises(vekutils.SolverError) as info:
+        s.analyze().factorize().solve(b)
+    assert (info.value.error, info.value.status) == (-4, -122)
+    assert s.iparam["control"] == 1
+
+
 def test_new_values_over_one_analysis():
     A = laplacian(10)
     b = np.ones(A.shape[0])

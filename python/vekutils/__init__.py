@@ -96,7 +96,8 @@ IPARAM = {
 
 # Entries that the Solver manages itself: its arrays depend on them.
 _MANAGED = {
-    "control": "the Solver writes the type's defaults itself and sets iparam(1) = 1",
+    "control": "the Solver chooses iparam(1) itself: 0 while the controls are the "
+               "type's defaults (with the solver's second tries), 1 otherwise",
     "permutation": "a Solver computes its own order; read it from Solver.perm",
     "solution_over_b": "a Solver always returns the solution as a new array",
     "single_precision": "choose the precision with Solver(A, single=True)",
@@ -259,6 +260,8 @@ class _IParam:
         if name is not None and IPARAM[name][1] == "out":
             raise KeyError("iparam(%d) (%s) is written by the solver" % (k, name))
         self._solver._iparam[k - 1] = int(value)
+        # A control set by the caller: the solver takes the array as it stands.
+        self._solver._iparam[0] = 1
 
     def __iter__(self):
         return iter(IPARAM)
@@ -337,6 +340,13 @@ class Solver:
         """Ordering and symbolic factorization (ido 11)."""
         if self._iparam[11] == -1:
             self._iparam[11] = 0
+        # Controls that nobody set are the type's defaults: passed as
+        # iparam(1) = 0 they stay the same values, and a call whose solution
+        # the solver cannot vouch for may try again with other settings.
+        if self._iparam[0] == 1 and np.array_equal(self._iparam[1:26], defaults(self.mtype)[1:26]) \
+                and self._iparam[49] == defaults(self.mtype)[49] \
+                and self._iparam[59] == defaults(self.mtype)[59]:
+            self._iparam[0] = 0
         self._call(11)
         self._analyzed = True
         self._factorized = False
