@@ -49,6 +49,26 @@ template <class T> inline bool try_resize(T **p, std::uint32_t count, const char
   return true;
 }
 
+// End of a run in the merge and squeeze sweeps.
+constexpr pint run_end = 0x7FFFFFFF;
+
+// Insertion sort of positions first..last-1 by column, values carried when
+// a is given.
+template <class V> inline void sort_run(pint *ja, V *a, pint first, pint last) {
+  for (pint k = first + 1; k < last; ++k) {
+    const pint c = ja[k];
+    const V v = a ? a[k] : V(0);
+    pint j = k - 1;
+    while (j >= first && ja[j] > c) {
+      ja[j + 1] = ja[j];
+      if (a) a[j + 1] = a[j];
+      --j;
+    }
+    ja[j + 1] = c;
+    if (a) a[j + 1] = v;
+  }
+}
+
 }  // namespace smat_alloc
 }  // namespace tlm
 
