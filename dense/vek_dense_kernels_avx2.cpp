@@ -110,100 +110,90 @@ VEK_AVX2 void avx2_skernel(int k, const float *a, const float *b, float *c,
 #undef VEK_STORE_S
 }
 
-// 4 x 3 complex doubles. The products with the real and the imaginary part
-// of b are kept apart (rJ, iJ) and joined once at the end: with the pairs
-// of iJ swapped, an alternating subtract and add gives the complex sum.
+// The vector operations of the complex kernel, by the real type.
+template <class R> struct avx_complex;
+template <> struct avx_complex<double> {
+  typedef __m256d V;
+  static constexpr int width = 4;  // reals in a vector
+  VEK_AVX2 static V zero() { return _mm256_setzero_pd(); }
+  VEK_AVX2 static V load(const double *p) { return _mm256_loadu_pd(p); }
+  VEK_AVX2 static void store(double *p, V v) { _mm256_storeu_pd(p, v); }
+  VEK_AVX2 static V broadcast(const double *p) { return _mm256_broadcast_sd(p); }
+  VEK_AVX2 static V fmadd(V a, V b, V c) { return _mm256_fmadd_pd(a, b, c); }
+  VEK_AVX2 static V add(V a, V b) { return _mm256_add_pd(a, b); }
+  // r + i with the pairs of i swapped, subtracted in the real and added in
+  // the imaginary places: the complex sum of the two partial products.
+  VEK_AVX2 static V join(V r, V i) { return _mm256_addsub_pd(r, _mm256_permute_pd(i, 5)); }
+};
+template <> struct avx_complex<float> {
+  typedef __m256 V;
+  static constexpr int width = 8;
+  VEK_AVX2 static V zero() { return _mm256_setzero_ps(); }
+  VEK_AVX2 static V load(const float *p) { return _mm256_loadu_ps(p); }
+  VEK_AVX2 static void store(float *p, V v) { _mm256_storeu_ps(p, v); }
+  VEK_AVX2 static V broadcast(const float *p) { return _mm256_broadcast_ss(p); }
+  VEK_AVX2 static V fmadd(V a, V b, V c) { return _mm256_fmadd_ps(a, b, c); }
+  VEK_AVX2 static V add(V a, V b) { return _mm256_add_ps(a, b); }
+  VEK_AVX2 static V join(V r, V i) { return _mm256_addsub_ps(r, _mm256_permute_ps(i, 0xB1)); }
+};
+
+// width x 3 complex values (4 doubles, 8 floats down a column). The
+// products with the real and the imaginary part of b are kept apart (rJ,
+// iJ) and joined once at the end.
+template <class R>
+VEK_AVX2 inline void avx2_complex_kernel(int k, const std::complex<R> *ac,
+                                         const std::complex<R> *bc, std::complex<R> *cc,
+                                         std::ptrdiff_t ldc, int add) {
+  typedef avx_complex<R> O;
+  typedef typename O::V V;
+  constexpr int w = O::width;
+  const R *a = reinterpret_cast<const R *>(ac);
+  const R *b = reinterpret_cast<const R *>(bc);
+  R *c = reinterpret_cast<R *>(cc);
+  V r00 = O::zero(), r10 = O::zero(), i00 = O::zero(), i10 = O::zero();
+  V r01 = O::zero(), r11 = O::zero(), i01 = O::zero(), i11 = O::zero();
+  V r02 = O::zero(), r12 = O::zero(), i02 = O::zero(), i12 = O::zero();
+#pragma GCC unroll 4
+  for (int p = 0; p < k; ++p) {
+    _mm_prefetch(reinterpret_cast<const char *>(a + 16 * w), _MM_HINT_T0);
+    const V a0 = O::load(a), a1 = O::load(a + w);
+    V br = O::broadcast(b), bi = O::broadcast(b + 1);
+    r00 = O::fmadd(a0, br, r00); r10 = O::fmadd(a1, br, r10);
+    i00 = O::fmadd(a0, bi, i00); i10 = O::fmadd(a1, bi, i10);
+    br = O::broadcast(b + 2); bi = O::broadcast(b + 3);
+    r01 = O::fmadd(a0, br, r01); r11 = O::fmadd(a1, br, r11);
+    i01 = O::fmadd(a0, bi, i01); i11 = O::fmadd(a1, bi, i11);
+    br = O::broadcast(b + 4); bi = O::broadcast(b + 5);
+    r02 = O::fmadd(a0, br, r02); r12 = O::fmadd(a1, br, r12);
+    i02 = O::fmadd(a0, bi, i02); i12 = O::fmadd(a1, bi, i12);
+    a += 2 * w;
+    b += 6;
+  }
+  auto put = [&](int j, V re0, V im0, V re1, V im1) VEK_AVX2 {
+    R *cp = c + 2 * j * ldc;
+    V lo = O::join(re0, im0), hi = O::join(re1, im1);
+    if (add) {
+      lo = O::add(lo, O::load(cp));
+      hi = O::add(hi, O::load(cp + w));
+    }
+    O::store(cp, lo);
+    O::store(cp + w, hi);
+  };
+  put(0, r00, i00, r10, i10);
+  put(1, r01, i01, r11, i11);
+  put(2, r02, i02, r12, i12);
+}
+
 VEK_AVX2 void avx2_zkernel(int k, const std::complex<double> *ac,
                            const std::complex<double> *bc, std::complex<double> *cc,
                            std::ptrdiff_t ldc, int add) {
-  const double *a = reinterpret_cast<const double *>(ac);
-  const double *b = reinterpret_cast<const double *>(bc);
-  double *c = reinterpret_cast<double *>(cc);
-  __m256d r00 = _mm256_setzero_pd(), r10 = _mm256_setzero_pd();
-  __m256d i00 = _mm256_setzero_pd(), i10 = _mm256_setzero_pd();
-  __m256d r01 = _mm256_setzero_pd(), r11 = _mm256_setzero_pd();
-  __m256d i01 = _mm256_setzero_pd(), i11 = _mm256_setzero_pd();
-  __m256d r02 = _mm256_setzero_pd(), r12 = _mm256_setzero_pd();
-  __m256d i02 = _mm256_setzero_pd(), i12 = _mm256_setzero_pd();
-#pragma GCC unroll 4
-  for (int p = 0; p < k; ++p) {
-    _mm_prefetch(reinterpret_cast<const char *>(a + 64), _MM_HINT_T0);
-    const __m256d a0 = _mm256_loadu_pd(a), a1 = _mm256_loadu_pd(a + 4);
-    __m256d br = _mm256_broadcast_sd(b), bi = _mm256_broadcast_sd(b + 1);
-    r00 = _mm256_fmadd_pd(a0, br, r00); r10 = _mm256_fmadd_pd(a1, br, r10);
-    i00 = _mm256_fmadd_pd(a0, bi, i00); i10 = _mm256_fmadd_pd(a1, bi, i10);
-    br = _mm256_broadcast_sd(b + 2); bi = _mm256_broadcast_sd(b + 3);
-    r01 = _mm256_fmadd_pd(a0, br, r01); r11 = _mm256_fmadd_pd(a1, br, r11);
-    i01 = _mm256_fmadd_pd(a0, bi, i01); i11 = _mm256_fmadd_pd(a1, bi, i11);
-    br = _mm256_broadcast_sd(b + 4); bi = _mm256_broadcast_sd(b + 5);
-    r02 = _mm256_fmadd_pd(a0, br, r02); r12 = _mm256_fmadd_pd(a1, br, r12);
-    i02 = _mm256_fmadd_pd(a0, bi, i02); i12 = _mm256_fmadd_pd(a1, bi, i12);
-    a += 8;
-    b += 6;
-  }
-#define VEK_STORE_Z(J, R0, I0, R1, I1)                                        \
-  {                                                                           \
-    double *cp = c + 2 * (J) * ldc;                                           \
-    __m256d lo = _mm256_addsub_pd(R0, _mm256_permute_pd(I0, 5));              \
-    __m256d hi = _mm256_addsub_pd(R1, _mm256_permute_pd(I1, 5));              \
-    if (add) {                                                                \
-      lo = _mm256_add_pd(lo, _mm256_loadu_pd(cp));                            \
-      hi = _mm256_add_pd(hi, _mm256_loadu_pd(cp + 4));                        \
-    }                                                                         \
-    _mm256_storeu_pd(cp, lo);                                                 \
-    _mm256_storeu_pd(cp + 4, hi);                                             \
-  }
-  VEK_STORE_Z(0, r00, i00, r10, i10)
-  VEK_STORE_Z(1, r01, i01, r11, i11)
-  VEK_STORE_Z(2, r02, i02, r12, i12)
-#undef VEK_STORE_Z
+  avx2_complex_kernel<double>(k, ac, bc, cc, ldc, add);
 }
 
-// 8 x 3 complex floats, as the complex double kernel.
 VEK_AVX2 void avx2_ckernel(int k, const std::complex<float> *ac,
                            const std::complex<float> *bc, std::complex<float> *cc,
                            std::ptrdiff_t ldc, int add) {
-  const float *a = reinterpret_cast<const float *>(ac);
-  const float *b = reinterpret_cast<const float *>(bc);
-  float *c = reinterpret_cast<float *>(cc);
-  __m256 r00 = _mm256_setzero_ps(), r10 = _mm256_setzero_ps();
-  __m256 i00 = _mm256_setzero_ps(), i10 = _mm256_setzero_ps();
-  __m256 r01 = _mm256_setzero_ps(), r11 = _mm256_setzero_ps();
-  __m256 i01 = _mm256_setzero_ps(), i11 = _mm256_setzero_ps();
-  __m256 r02 = _mm256_setzero_ps(), r12 = _mm256_setzero_ps();
-  __m256 i02 = _mm256_setzero_ps(), i12 = _mm256_setzero_ps();
-#pragma GCC unroll 4
-  for (int p = 0; p < k; ++p) {
-    _mm_prefetch(reinterpret_cast<const char *>(a + 128), _MM_HINT_T0);
-    const __m256 a0 = _mm256_loadu_ps(a), a1 = _mm256_loadu_ps(a + 8);
-    __m256 br = _mm256_broadcast_ss(b), bi = _mm256_broadcast_ss(b + 1);
-    r00 = _mm256_fmadd_ps(a0, br, r00); r10 = _mm256_fmadd_ps(a1, br, r10);
-    i00 = _mm256_fmadd_ps(a0, bi, i00); i10 = _mm256_fmadd_ps(a1, bi, i10);
-    br = _mm256_broadcast_ss(b + 2); bi = _mm256_broadcast_ss(b + 3);
-    r01 = _mm256_fmadd_ps(a0, br, r01); r11 = _mm256_fmadd_ps(a1, br, r11);
-    i01 = _mm256_fmadd_ps(a0, bi, i01); i11 = _mm256_fmadd_ps(a1, bi, i11);
-    br = _mm256_broadcast_ss(b + 4); bi = _mm256_broadcast_ss(b + 5);
-    r02 = _mm256_fmadd_ps(a0, br, r02); r12 = _mm256_fmadd_ps(a1, br, r12);
-    i02 = _mm256_fmadd_ps(a0, bi, i02); i12 = _mm256_fmadd_ps(a1, bi, i12);
-    a += 16;
-    b += 6;
-  }
-#define VEK_STORE_C(J, R0, I0, R1, I1)                                        \
-  {                                                                           \
-    float *cp = c + 2 * (J) * ldc;                                            \
-    __m256 lo = _mm256_addsub_ps(R0, _mm256_permute_ps(I0, 0xB1));            \
-    __m256 hi = _mm256_addsub_ps(R1, _mm256_permute_ps(I1, 0xB1));            \
-    if (add) {                                                                \
-      lo = _mm256_add_ps(lo, _mm256_loadu_ps(cp));                            \
-      hi = _mm256_add_ps(hi, _mm256_loadu_ps(cp + 8));                        \
-    }                                                                         \
-    _mm256_storeu_ps(cp, lo);                                                 \
-    _mm256_storeu_ps(cp + 8, hi);                                             \
-  }
-  VEK_STORE_C(0, r00, i00, r10, i10)
-  VEK_STORE_C(1, r01, i01, r11, i11)
-  VEK_STORE_C(2, r02, i02, r12, i12)
-#undef VEK_STORE_C
+  avx2_complex_kernel<float>(k, ac, bc, cc, ldc, add);
 }
 
 }  // namespace vekd
