@@ -446,6 +446,9 @@ std::int32_t thread_limit = 0;
 }  // namespace
 
 int dense_threads() {
+  // Inside a region where a nested one would get no more threads (the
+  // threaded factorizations), the serial forms run without opening one.
+  if (omp_get_active_level() >= omp_get_max_active_levels()) return 1;
   int t = vek_serv_domain_get_max_threads(VEK_DOMAIN_BLAS);
   const int limit = __atomic_load_n(&thread_limit, __ATOMIC_RELAXED);
   if (limit > 0 && t > limit) t = limit;

@@ -7,8 +7,8 @@
 // product per panel on all tiles that stand at the same panel. The tiles at
 // the right end (tail) belong to no thread: any idle thread applies one
 // panel to one of them. The next panel always goes first: whoever holds its
-// tile brings it up to date and factors it. All choices are made in one
-// named critical section over the status block lu_status:
+// tile brings it up to date and factors it. All choices are made under the
+// call's status lock over the status block lu_status:
 //
 //   word 0 nthreads, 1 ntiles, 2 npanels, 3 group_width, 4 tail,
 //   5 frontier (lowest panel that the tail tiles have not all passed),
@@ -38,7 +38,7 @@ struct lu_task {
 };
 
 // Enters the finished task of thread t (of nt) and chooses its next one.
-// Runs inside the critical section; news counts the tasks entered.
+// Runs under the status lock; news counts the tasks entered.
 void choose(std::int32_t *lu_status, lu_task &task, int t, int nt, std::int32_t *news) {
   std::int32_t *column_state = lu_status + (COLUMN_STATE - 1);  // c from 1
   if (task.kind == 1 || task.kind == 2) __atomic_add_fetch(news, 1, __ATOMIC_RELEASE);
@@ -158,6 +158,7 @@ int getrf_tiles(int m, int n, T *a, int lda, int *ipiv, int *info, int nthreads,
   }
   int stop = 0;
   std::int32_t news = 0;
+  std::int32_t status_lock = 0;
 #pragma omp parallel num_threads(nthreads)
   {
     const int t = omp_get_thread_num(), nt = omp_get_num_threads();
@@ -180,11 +181,10 @@ int getrf_tiles(int m, int n, T *a, int lda, int *ipiv, int *info, int nthreads,
 #pragma omp barrier
     while (!idle && __atomic_load_n(&stop, __ATOMIC_RELAXED) == 0) {
       std::int32_t seen;
-#pragma omp critical(vek_dense_schedule)
-      {
-        choose(lu_status, task, t, nt, &news);
-        seen = __atomic_load_n(&news, __ATOMIC_RELAXED);
-      }
+      lock_status(&status_lock);
+      choose(lu_status, task, t, nt, &news);
+      seen = __atomic_load_n(&news, __ATOMIC_RELAXED);
+      unlock_status(&status_lock);
       if (task.kind == -1) break;
       if (task.kind == 0) {
         wait_for_news(&news, seen);

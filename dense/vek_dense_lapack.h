@@ -104,6 +104,25 @@ inline T *entry(T *a, int lda, int i, int j) {
   return a + (i - 1) + static_cast<std::ptrdiff_t>(j - 1) * lda;
 }
 
+// The lock of a scheduler's status block: one word per call, taken with an
+// atomic exchange and given back with a release store, so that whatever a
+// thread wrote under it is seen by the next holder.
+inline void lock_status(std::int32_t *word) {
+  for (int round = 0;; ++round) {
+    if (__atomic_load_n(word, __ATOMIC_RELAXED) == 0 &&
+        __atomic_exchange_n(word, 1, __ATOMIC_ACQUIRE) == 0)
+      return;
+    if (round < 4096) {
+#if defined(__x86_64__) || defined(__i386__)
+      __builtin_ia32_pause();
+#endif
+    } else {
+      vek_os_sleep0();
+    }
+  }
+}
+inline void unlock_status(std::int32_t *word) { __atomic_store_n(word, 0, __ATOMIC_RELEASE); }
+
 // The wait of a scheduler's thread that found nothing to do: until another
 // thread has finished a task (news, counted up by each), polling at first
 // and, after many rounds, giving its processor away, so that a machine
@@ -121,13 +140,9 @@ inline void wait_for_news(const std::int32_t *news, std::int32_t seen) {
   }
 }
 
-// Threads a factorization may use: those of the level-3 frames, and one
-// where a region opened now could not have more (inside a region, with
-// nested regions off), so that the serial forms run there.
-inline int factor_threads() {
-  if (omp_get_active_level() >= omp_get_max_active_levels()) return 1;
-  return dense_threads();
-}
+// Threads a factorization may use: those of the level-3 frames (one inside
+// a region that a nested one could not widen).
+inline int factor_threads() { return dense_threads(); }
 
 // The oracle with a name of the library's own.
 int ilaenv(int ispec, const char *name, char opt, int n1, int n2, int n3, int n4);

@@ -16,8 +16,8 @@
 // beyond the boundary wait until the rows before it are done; then the
 // wave is halved and the boundary moved on, so that the groups grow smaller
 // as the remaining matrix does. The status chol_status, shared by all
-// threads and changed only in the named critical section of the schedulers
-// (and by a thread on the tiles it holds):
+// threads and changed only under the call's status lock (and by a thread on
+// the tiles it holds):
 //
 //   word 0 ntiles, 1 finished, 2 scan_row (tile rows up to it are done),
 //   3 wave (p), 4 boundary, 5 nthreads,
@@ -142,7 +142,7 @@ bool scan(const chol_status &s, wave_task &got) {
 }
 
 // Chooses the next group for a thread whose last one was (li, lj) (li 0:
-// none). Runs inside the critical section.
+// none). Runs under the status lock.
 wave_task choose(const chol_status &s, int li, int lj) {
   const int nt = s.w[NTILES];
   wave_task got = {0, 0, -1, 1};
@@ -301,6 +301,7 @@ void potrf_front(const char *puplo, const int *pn, T *a, const int *plda, int *i
   s.mark(1, 1, p, 0);
   int stop = 0;
   std::int32_t news = 0;  // groups finished
+  std::int32_t status_lock = 0;
 #pragma omp parallel num_threads(nthreads)
   {
     const int t = omp_get_thread_num();
@@ -308,14 +309,13 @@ void potrf_front(const char *puplo, const int *pn, T *a, const int *plda, int *i
     for (;;) {
       wave_task g;
       std::int32_t seen;
-#pragma omp critical(vek_dense_schedule)
-      {
-        const int wave = s.w[WAVE];
-        g = choose(s, li, lj);
-        // A halved wave may have made groups ready for the others too.
-        if (s.w[WAVE] != wave) __atomic_add_fetch(&news, 1, __ATOMIC_RELEASE);
-        seen = __atomic_load_n(&news, __ATOMIC_ACQUIRE);
-      }
+      lock_status(&status_lock);
+      const int wave = s.w[WAVE];
+      g = choose(s, li, lj);
+      // A halved wave may have made groups ready for the others too.
+      if (s.w[WAVE] != wave) __atomic_add_fetch(&news, 1, __ATOMIC_RELEASE);
+      seen = __atomic_load_n(&news, __ATOMIC_ACQUIRE);
+      unlock_status(&status_lock);
       if (g.k > 0) {
         if (run_group(s, g, uplo, n, a, lda, nb, width, info, t) != 0)
           __atomic_store_n(&stop, 1, __ATOMIC_RELAXED);

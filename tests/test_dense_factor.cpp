@@ -36,10 +36,8 @@ template <class T> struct lapack;
     static constexpr auto getrf = vekd::P##getrf;                                          \
     static constexpr auto lookahead = vekd::P##getrf_lookahead;                            \
     static constexpr auto potf2 = vekd::P##potf2;                                          \
-    static constexpr auto laswp = vekd::P##laswp;                                          \
     static constexpr auto ref_getrf = P##getrf_;                                           \
     static constexpr auto ref_potf2 = P##potf2_;                                           \
-    static constexpr auto ref_laswp = P##laswp_;                                           \
   };
 BIND(d, double) BIND(s, float) BIND(z, zc) BIND(c, cc)
 #undef BIND
