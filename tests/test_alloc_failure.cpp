@@ -28,43 +28,14 @@
 
 #include "service/vek_serv_memory.h"
 #include "service/vek_serv_threads.h"
+#include "test_heap.h"
 #include "test_system.h"
 
 namespace {
 
-// --- The heap whose k-th allocation fails ----------------------------------
-
-std::atomic<long> live{0};
-std::atomic<long> allocations{0};
-std::atomic<long> fail_at{0};  // 0: never
-vek_serv_heap_table plain;
-
-bool this_one_fails() {
-  const long k = ++allocations;
-  return k == fail_at.load();
-}
-void *failing_malloc(std::size_t n) {
-  if (this_one_fails()) return nullptr;
-  void *p = plain.malloc_fn(n);
-  if (p) ++live;
-  return p;
-}
-void *failing_calloc(std::size_t n, std::size_t s) {
-  if (this_one_fails()) return nullptr;
-  void *p = plain.calloc_fn(n, s);
-  if (p) ++live;
-  return p;
-}
-void *failing_realloc(void *p, std::size_t n) {
-  if (this_one_fails()) return nullptr;
-  void *q = plain.realloc_fn(p, n);
-  if (!p && q) ++live;
-  return q;
-}
-void failing_free(void *p) {
-  if (p) --live;
-  plain.free_fn(p);
-}
+using vektest::counted_heap;
+std::atomic<long> &live = counted_heap::live, &allocations = counted_heap::requests,
+                  &fail_at = counted_heap::fail_at;
 
 // --- The cases -------------------------------------------------------------
 
@@ -150,8 +121,7 @@ bool one_run(const alloc_case &c, long k, int fd) {
   rlimit no_core{0, 0};
   setrlimit(RLIMIT_CORE, &no_core);
   signal(SIGABRT, [](int) { _exit(134); });
-  plain = vek_serv_heap;
-  vek_serv_heap = {failing_malloc, failing_calloc, failing_realloc, failing_free};
+  counted_heap heap;
   vek_serv_set_dynamic(0);
   vek_serv_set_num_threads(threads);
   for (long k = first;; ++k) {

@@ -11,8 +11,6 @@
 #include "dense/vek_dense.h"
 #include "dense/vek_dense_lapack.h"
 #include "dense_reference.h"
-#include "service/vek_serv_cpu.h"
-#include "service/vek_serv_ilaenv.h"
 #include "service/vek_serv_message.h"
 #include "service/vek_serv_threads.h"
 #include "test_system.h"
@@ -314,30 +312,6 @@ TEST(DenseLaswp, MatchesInstalledLapackForEveryStride) {
         zlaswp_(&n, ref.data(), &lda, &k1, &k2, ipiv.data(), &incx);
         EXPECT_EQ(ref, a) << "incx=" << incx << " k1=" << k1 << " k2=" << k2;
       }
-}
-
-TEST(DenseIlaenv, BlockSizesAtTheEdgesOfTheTables) {
-  auto q = [](int ispec, const char *name, const char *opts, int n1, int n2, int n3) {
-    const int n4 = -1;
-    return vek_serv_ilaenv(&ispec, name, opts, &n1, &n2, &n3, &n4, 6, 1);
-  };
-  EXPECT_EQ(8, q(1, "DPOTRF", "L", 700, 2, -1));
-  EXPECT_EQ(64, q(1, "dpotrf", "L", 699, 2, -1));
-  EXPECT_EQ(128, q(3, "SPOTRF", "U", 127, -1, -1));
-  EXPECT_EQ(64, q(3, "DGETRF", " ", 2800, 2800, 8));
-  EXPECT_EQ(4000, q(3, "DGETRF", " ", 2801, 2801, 8));
-  EXPECT_EQ(64, q(3, "SGETRF", " ", 2801, 2801, 8));
-  EXPECT_EQ(24, q(1, "DGETRF", " ", 100, 900, 2));
-  EXPECT_EQ(64, q(1, "DGETRF", " ", 100, 901, 2));
-  EXPECT_EQ(128, q(1, "DGETRF", "S", 300, 256, -1));
-  EXPECT_EQ(256, q(1, "DGETRF", "S", 300, 300, -1));
-  EXPECT_EQ(512, q(1, "DGETRF", "S", 3000, 1000, -1));
-  EXPECT_EQ(64, q(1, "ZGETRF", "S", 3000, 1000, -1));
-  EXPECT_EQ(1000000, q(18, "ZGETRF", " ", 2000, 2000, 6));
-  EXPECT_EQ(16, q(12, "CGETRF", "P", 10, 10, -1));
-  EXPECT_EQ(111, q(1, "DPOTRF", "U", 4000, 2, -2));  // 4000 / (2 * 12 + 12)
-  EXPECT_EQ(4000, q(1, "DPOTRF", "U", 4000, 2, -3));  // this machine's type is above 4
-  EXPECT_EQ(vek_serv_cpu_detect(), q(19, "XXXXXX", " ", 0, 0, 0));
 }
 
 namespace {

@@ -4,11 +4,11 @@
 // The long run is the program vek-fuzz (README.md, "Hardening").
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 
 #include "fuzz_telmira.h"
 #include "service/vek_serv_memory.h"
+#include "test_heap.h"
 #include "test_system.h"
 
 namespace {
@@ -33,33 +33,7 @@ TEST(Fuzz, TenThousandSeededCallsEndWithAnErrorOrACorrectAnswer) {
 
 // --- What the driver found, one test each ----------------------------------
 
-std::atomic<long> live{0};
-vek_serv_heap_table plain;
-void *counting_malloc(std::size_t n) {
-  void *p = plain.malloc_fn(n);
-  if (p) ++live;
-  return p;
-}
-void *counting_realloc(void *p, std::size_t n) {
-  void *q = plain.realloc_fn(p, n);
-  if (!p && q) ++live;
-  return q;
-}
-void counting_free(void *p) {
-  if (p) --live;
-  plain.free_fn(p);
-}
-// Counts the library's heap blocks while it lives.
-struct counted_heap {
-  counted_heap() {
-    plain = vek_serv_heap;
-    vek_serv_heap.malloc_fn = counting_malloc;
-    vek_serv_heap.realloc_fn = counting_realloc;
-    vek_serv_heap.free_fn = counting_free;
-    live = 0;
-  }
-  ~counted_heap() { vek_serv_heap = plain; }
-};
+using vektest::counted_heap;
 
 TEST(FuzzFindings, TheBlockOfAFailedFactorizationIsFreedWhenItIsMadeAgain) {
   // Not positive definite: every factorization as type 2 fails, and a solve
@@ -77,7 +51,7 @@ TEST(FuzzFindings, TheBlockOfAFailedFactorizationIsFreedWhenItIsMadeAgain) {
     EXPECT_EQ(0, s.call(-1));
   }
   vek_serv_free_buffers();
-  EXPECT_EQ(0, live.load());
+  EXPECT_EQ(0, counted_heap::live.load());
 }
 
 TEST(FuzzFindings, ASolveUnderTheOtherSignOfTheTypeFactorizesAnew) {
@@ -183,7 +157,7 @@ TEST(FuzzFindings, TheReleaseAfterADiagonalMatrixFreesAStateMadeBefore) {
     EXPECT_EQ(0, s.handle[1]);
   }
   vek_serv_free_buffers();
-  EXPECT_EQ(0, live.load());
+  EXPECT_EQ(0, counted_heap::live.load());
 }
 
 }  // namespace

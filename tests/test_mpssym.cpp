@@ -16,6 +16,7 @@
 #include "perm.h"
 #include "service/vek_serv_memory.h"
 #include "smat.h"
+#include "test_heap.h"
 
 namespace {
 
@@ -72,21 +73,32 @@ struct result {
   ivec order;  // old indices in final order
   ivec bits;   // per final position: 1 for a 1x1 pivot
   int nparts = 0;
-  std::vector<pint> ranges;
+  std::vector<pint> ranges, ddist;
 };
 
-template <class V> result run(upper<V> &u, const ivec &matching, int method, int threads, int nparts) {
+// The step on the matching; status (null: it must succeed) takes its
+// return.
+template <class V>
+result run(upper<V> &u, const ivec &matching, int method, int threads, int nparts,
+           int *status = nullptr) {
   const int n = u.n;
   result r;
   r.order = matching;
   r.nparts = nparts;
   tlm::bvec *bits = tlm::bvec_new(n);
-  std::vector<pint> ddist(std::max(4 * nparts + 4, 16), -7);
-  EXPECT_EQ(tlm::mpssym_order<V>(&n, u.ia.data(), u.ja.data(), u.a.data(), &method, &threads,
-                                 r.order.data(), bits, &r.nparts, ddist.data()),
-            1);
-  for (int k = 0; k < n; ++k) r.bits.push_back(tlm::bvec_get(bits, k));
-  r.ranges.assign(ddist.begin(), ddist.begin() + 2 * r.nparts);
+  r.ddist.assign(std::max(4 * nparts + 4, 16), -7);
+  const int ok = bits == nullptr ? -1
+                                 : tlm::mpssym_order<V>(&n, u.ia.data(), u.ja.data(), u.a.data(),
+                                                        &method, &threads, r.order.data(), bits,
+                                                        &r.nparts, r.ddist.data());
+  if (status)
+    *status = ok;
+  else
+    EXPECT_EQ(ok, 1);
+  if (ok == 1) {
+    for (int k = 0; k < n; ++k) r.bits.push_back(tlm::bvec_get(bits, k));
+    r.ranges.assign(r.ddist.begin(), r.ddist.begin() + 2 * r.nparts);
+  }
   tlm::bvec_free(bits);
   return r;
 }
@@ -340,31 +352,6 @@ TEST(Mpssym, RandomCyclesOnAGrid) {
   for (int method = 2; method < 4; ++method) check_result(w, matching, cycles, run(w, matching, method, 2, 8));
 }
 
-// --- A heap that refuses ----------------------------------------------------
-
-long heap_calls = 0, heap_fail_at = 0, heap_live = 0;
-vek_serv_heap_table heap_plain;
-bool refuse() { return ++heap_calls == heap_fail_at; }
-void *refusing_malloc(std::size_t n) {
-  void *p = refuse() ? nullptr : heap_plain.malloc_fn(n);
-  heap_live += p != nullptr;
-  return p;
-}
-void *refusing_calloc(std::size_t n, std::size_t s) {
-  void *p = refuse() ? nullptr : heap_plain.calloc_fn(n, s);
-  heap_live += p != nullptr;
-  return p;
-}
-void *refusing_realloc(void *p, std::size_t n) {
-  void *q = refuse() ? nullptr : heap_plain.realloc_fn(p, n);
-  heap_live += p == nullptr && q != nullptr;
-  return q;
-}
-void refusing_free(void *p) {
-  heap_live -= p != nullptr;
-  heap_plain.free_fn(p);
-}
-
 TEST(Mpssym, EveryRefusedBlockGivesZeroAndLeavesNothingBehind) {
   // Each heap request of the step is refused in turn, for every ordering
   // method: the step ends with 0, the matching and the ranges as they were
@@ -381,52 +368,31 @@ TEST(Mpssym, EveryRefusedBlockGivesZeroAndLeavesNothingBehind) {
   for (int v = 0; v + 3 <= n; v += 7) cycles.push_back({v, v + 1, v + 2});
   const ivec matching = matching_of(n, cycles);
   auto u = make_upper<double>(n, edges, std::vector<double>(n, 0.0));
-  heap_plain = vek_serv_heap;
   for (int method = 0; method < 4; ++method) {
-    SCOPED_TRACE(::testing::Message() << "method " << method);
     const result want = run(u, matching, method, 2, 4);
     int refused = 0;
     for (long fail = 1;; ++fail) {
-      int threads = 2, nparts = 4;
-      ivec order = matching;
-      std::vector<pint> ddist(20, -7);
+      SCOPED_TRACE(::testing::Message() << "method " << method << " request " << fail);
       vek_serv_free_buffers();
-      heap_live = 0;
-      heap_calls = 0;
-      heap_fail_at = fail;
-      vek_serv_heap = {refusing_malloc, refusing_calloc, refusing_realloc, refusing_free};
-      tlm::bvec *bits = tlm::bvec_new(n);
-      const int ok = bits == nullptr ? -1
-                                     : tlm::mpssym_order<double>(&n, u.ia.data(), u.ja.data(), u.a.data(),
-                                                                 &method, &threads, order.data(), bits,
-                                                                 &nparts, ddist.data());
-      result r;
-      if (ok == 1) {
-        r.order = order;
-        r.nparts = nparts;
-        r.ranges.assign(ddist.begin(), ddist.begin() + 2 * nparts);
-        for (int b = 0; b < n; ++b) r.bits.push_back(tlm::bvec_get(bits, b));
-      }
-      tlm::bvec_free(bits);
+      vektest::counted_heap heap;
+      heap.fail_at = fail;
+      int ok = 0;
+      const result r = run(u, matching, method, 2, 4, &ok);
       vek_serv_free_buffers();
-      vek_serv_heap = heap_plain;
-      const bool reached = heap_calls >= fail;
-      EXPECT_EQ(heap_live, 0) << "request " << fail;
+      EXPECT_EQ(heap.live, 0);
       if (ok == 0) {
         ++refused;
-        EXPECT_EQ(order, matching) << "request " << fail;
-        EXPECT_EQ(nparts, 1) << "request " << fail;
-        EXPECT_EQ(std::vector<pint>(ddist.begin(), ddist.begin() + 4), (std::vector<pint>{0, n - 1, n, n}))
-            << "request " << fail;
+        EXPECT_EQ(r.order, matching);
+        EXPECT_EQ(r.nparts, 1);
+        EXPECT_EQ(std::vector<pint>(r.ddist.begin(), r.ddist.begin() + 4), (std::vector<pint>{0, n - 1, n, n}));
       } else if (ok == 1) {
-        SCOPED_TRACE(::testing::Message() << "request " << fail);
         check_result(u, matching, cycles, r);
         if (method != 1) {
-          EXPECT_EQ(order, want.order);
+          EXPECT_EQ(r.order, want.order);
         }
-        EXPECT_EQ(nparts, want.nparts);
+        EXPECT_EQ(r.nparts, want.nparts);
       }
-      if (!reached) break;
+      if (heap.requests < fail) break;
     }
     EXPECT_GT(refused, 5);
   }

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "ordering.h"
-#include "telmira.h"
 #include "test_graph.h"
 #include "test_matrices.h"
+#include "test_system.h"
 #include "vekio.h"
 
 namespace {
@@ -374,33 +374,20 @@ TEST(OrderingDriver, CallersPermutationMethodsAndOrderOne) {
 
 // --- Two analyses at once ---------------------------------------------------
 
-// The order that an analysis by method computes for an SPD matrix (stored as
-// its upper triangle), handed back through iparam(5) = 2.
-ivec analysed_order(const vekio::sparse &upper, int method) {
-  intptr_t handle[TELMIRA_HANDLE_WORDS] = {0};
-  int iparam[TELMIRA_IPARAM_WORDS] = {0};
-  iparam[0] = 1;
-  iparam[1] = method;
-  iparam[4] = 2;
-  const int max_fac_store = 1, matrix_number = 1, mtype = 2, n = upper.n, nrhs = 1, msglvl = 0;
-  int ido = 11, error = 0;
-  ivec perm(n, 0);
-  double b = 0.0, x = 0.0;
-  telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, upper.a.data(),
-          upper.ia.data(), upper.ja.data(), perm.data(), &nrhs, iparam, &msglvl, &b, &x, &error);
-  EXPECT_EQ(error, 0) << "method " << method;
-  ido = -1;
-  telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, upper.a.data(),
-          upper.ia.data(), upper.ja.data(), perm.data(), &nrhs, iparam, &msglvl, &b, &x, &error);
-  return perm;
+// The order that an analysis by method computes for an SPD matrix, handed
+// back through iparam(5) = 2.
+ivec analysed_order(const vekio::sparse &full, int method) {
+  vektest::system s(full);
+  s.control({{2, method}, {5, 2}});
+  EXPECT_EQ(s.call(11), 0) << "method " << method;
+  return s.perm;
 }
 
 TEST(OrderingConcurrency, TwoAnalysesAtOnceGiveTheSerialOrders) {
   // Two threads for the analyses themselves: the domain decomposition of
   // method 1 and the parallel dissection of method 3 run too.
   setenv("VEK_NUM_THREADS", "2", 1);
-  const vekio::sparse first = vekio::storage_for_type(vekio::lap2d(70), 2);
-  const vekio::sparse second = vekio::storage_for_type(vekio::lap3d(15), 2);
+  const vekio::sparse first = vekio::lap2d(70), second = vekio::lap3d(15);
   for (int method : {1, 2, 3}) {
     const ivec alone1 = analysed_order(first, method), alone2 = analysed_order(second, method);
     ivec sorted(alone1), identity(first.n);

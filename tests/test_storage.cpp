@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -17,50 +16,16 @@
 #include "telmira_check.h"
 #include "telmira_types.h"
 #include "telmira_storage.h"
+#include "test_heap.h"
 
 namespace {
 
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 
-// A heap that counts live blocks and refuses its fail_at-th request.
-std::set<void *> live;
-int requests = 0;
-int fail_at = 0;
-
-
-void *test_malloc(std::size_t size) {
-  if (++requests == fail_at) return nullptr;
-  void *p = std::malloc(size);
-  if (p) live.insert(p);
-  return p;
-}
-void *test_realloc(void *p, std::size_t size) {
-  if (++requests == fail_at) return nullptr;
-  void *q = std::realloc(p, size);
-  if (q) {
-    live.erase(p);
-    live.insert(q);
-  }
-  return q;
-}
-void test_free(void *p) {
-  if (p) live.erase(p);
-  std::free(p);
-}
-
-struct counted_heap {
-  vek_serv_heap_table saved = vek_serv_heap;
-  counted_heap() {
-    live.clear();
-    requests = 0;
-    fail_at = 0;
-    vek_serv_heap.malloc_fn = test_malloc;
-    vek_serv_heap.realloc_fn = test_realloc;
-    vek_serv_heap.free_fn = test_free;
-  }
-  ~counted_heap() { vek_serv_heap = saved; }
-};
+using vektest::counted_heap;
+long live() { return counted_heap::live; }
+std::atomic<long> &fail_at = counted_heap::fail_at;
 
 struct solver {
   intptr_t handle[64] = {0};
@@ -100,7 +65,7 @@ TEST(StorageFailures, ARefusedRequestIsReportedAndLeavesNothing) {
     SCOPED_TRACE(k);
     solver s;
     s.mtype = 11;
-    requests = 0;
+    counted_heap::requests = 0;
     fail_at = k;
     const std::string out = s.printed(11);
     fail_at = 0;
@@ -111,7 +76,7 @@ TEST(StorageFailures, ARefusedRequestIsReportedAndLeavesNothing) {
     EXPECT_NE(out.find("total memory wanted here: "), std::string::npos) << out;
     s.release();
     for (intptr_t w : s.handle) EXPECT_EQ(w, 0);
-    EXPECT_TRUE(live.empty()) << live.size() << " blocks left";
+    EXPECT_EQ(live(), 0);
   }
 }
 
@@ -120,10 +85,10 @@ TEST(StorageRelease, NewAnalysisAndReleaseFreeEverything) {
   solver s;
   s.msglvl = 0;
   s.call(11);
-  const std::size_t after_first = live.size();
-  EXPECT_GT(after_first, 0u);
+  const long after_first = live();
+  EXPECT_GT(after_first, 0);
   s.call(11);  // the second analysis frees the arrays of the first
-  EXPECT_EQ(live.size(), after_first);
+  EXPECT_EQ(live(), after_first);
 
   // ido 0 frees the factors of its matrix number only.
   intptr_t *entry = tlm::fact_entry(s.handle, 1);
@@ -135,11 +100,11 @@ TEST(StorageRelease, NewAnalysisAndReleaseFreeEverything) {
   EXPECT_EQ(s.error, 0);
   EXPECT_EQ(entry[0], 0);
   EXPECT_EQ(entry[1], tlm::not_allocated_mark);
-  EXPECT_EQ(live.size(), after_first);
+  EXPECT_EQ(live(), after_first);
 
   s.call(-1);
   for (intptr_t w : s.handle) EXPECT_EQ(w, 0);
-  EXPECT_TRUE(live.empty());
+  EXPECT_EQ(live(), 0);
   s.call(-1);  // nothing left to release
   EXPECT_EQ(s.error, 0);
 }
@@ -154,7 +119,7 @@ TEST(StorageRelease, NoFactorTableForZeroFactorizations) {
   EXPECT_NE(s.handle[1], 0);
   EXPECT_EQ(s.handle[3], 0);
   s.release();
-  EXPECT_TRUE(live.empty());
+  EXPECT_EQ(live(), 0);
 }
 
 // A state with a planned structure, for fact_plan.

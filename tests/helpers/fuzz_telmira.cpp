@@ -31,37 +31,13 @@
 #include <unistd.h>
 #include <vector>
 
-#include "telmira.h"
 #include "service/vek_serv_memory.h"
+#include "telmira.h"
+#include "test_heap.h"
 
 namespace vektest {
 
 namespace {
-
-// --- The library's heap, counted -------------------------------------------
-
-std::atomic<long> live_blocks{0};
-vek_serv_heap_table plain_heap;
-
-void *counted_malloc(std::size_t n) {
-  void *p = plain_heap.malloc_fn(n);
-  if (p) ++live_blocks;
-  return p;
-}
-void *counted_calloc(std::size_t n, std::size_t s) {
-  void *p = plain_heap.calloc_fn(n, s);
-  if (p) ++live_blocks;
-  return p;
-}
-void *counted_realloc(void *p, std::size_t n) {
-  void *q = plain_heap.realloc_fn(p, n);
-  if (!p && q) ++live_blocks;
-  return q;
-}
-void counted_free(void *p) {
-  if (p) --live_blocks;
-  plain_heap.free_fn(p);
-}
 
 // --- A hang is a failure too ------------------------------------------------
 
@@ -562,8 +538,7 @@ struct case_runner {
 
 long fuzz_telmira(const fuzz_options &opt, fuzz_result *res) {
   *res = fuzz_result();
-  plain_heap = vek_serv_heap;
-  vek_serv_heap = {counted_malloc, counted_calloc, counted_realloc, counted_free};
+  counted_heap heap;
 
   watchdog_stop = false;
   std::thread watchdog([&opt] {
@@ -594,7 +569,7 @@ long fuzz_telmira(const fuzz_options &opt, fuzz_result *res) {
   for (long c = opt.first_case; left > 0; ++c) {
     if (opt.only_cases >= 0 && c >= opt.first_case + opt.only_cases) break;
     vek_serv_free_buffers();
-    const long before = live_blocks;
+    const long before = counted_heap::live;
     // Each case's generator starts from a mix of the seed and the case
     // number, so that runs with different seeds share no cases.
     std::uint64_t z = opt.seed * 0x9E3779B97F4A7C15ull + static_cast<std::uint64_t>(c);
@@ -605,7 +580,7 @@ long fuzz_telmira(const fuzz_options &opt, fuzz_result *res) {
     left = cr.calls_left;
     ++res->cases;
     vek_serv_free_buffers();
-    const long after = live_blocks;
+    const long after = counted_heap::live;
     if (after > before) cr.fail("heap blocks not given back: " + std::to_string(after - before));
     if (opt.verbose) std::fprintf(stderr, "case %ld: %s\n", c, cr.story.c_str());
   }
@@ -617,7 +592,6 @@ long fuzz_telmira(const fuzz_options &opt, fuzz_result *res) {
   }
   watchdog_stop = true;
   watchdog.join();
-  vek_serv_heap = plain_heap;
   return res->failures;
 }
 
