@@ -16,8 +16,7 @@
 // beyond the boundary wait until the rows before it are done; then the
 // wave is halved and the boundary moved on, so that the groups grow smaller
 // as the remaining matrix does. The status chol_status, shared by all
-// threads and changed only under the call's status lock (and by a thread on
-// the tiles it holds):
+// threads and changed only under the call's status lock:
 //
 //   word 0 ntiles, 1 finished, 2 scan_row (tile rows up to it are done),
 //   3 wave (p), 4 boundary, 5 nthreads,
@@ -189,9 +188,12 @@ bool sources_done(const chol_status &s, int k, int c, int w) {
 }
 
 // Runs one group; returns nonzero when the progress hook asked to stop.
+// The group's next state (0: finished) goes to *next; the caller enters it
+// under the status lock, since a chooser that saw part of a group's tiles
+// changed could take an overlapping group of the halved wave.
 template <class T>
 int run_group(const chol_status &s, wave_task g, char uplo, int n, T *a, int lda, int nb,
-              int width, int *info, int thread) {
+              int width, int *info, int thread, int *next) {
   typedef level3<T> L;
   const bool upper = is_upper(uplo);
   const int i = g.i, j = g.j, w = g.w;
@@ -238,7 +240,7 @@ int run_group(const chol_status &s, wave_task g, char uplo, int n, T *a, int lda
       ++k;
     }
   }
-  s.mark(i, j, w, k > i ? 0 : k);
+  *next = k > i ? 0 : k;
   return stop;
 }
 
@@ -317,8 +319,12 @@ void potrf_front(const char *puplo, const int *pn, T *a, const int *plda, int *i
       seen = __atomic_load_n(&news, __ATOMIC_ACQUIRE);
       unlock_status(&status_lock);
       if (g.k > 0) {
-        if (run_group(s, g, uplo, n, a, lda, nb, width, info, t) != 0)
+        int next = 0;
+        if (run_group(s, g, uplo, n, a, lda, nb, width, info, t, &next) != 0)
           __atomic_store_n(&stop, 1, __ATOMIC_RELAXED);
+        lock_status(&status_lock);
+        s.mark(g.i, g.j, g.w, next);
+        unlock_status(&status_lock);
         __atomic_add_fetch(&news, 1, __ATOMIC_RELEASE);
         li = g.i;
         lj = g.j;

@@ -111,6 +111,11 @@ TEST_F(BackPointer, SizeZeroAndRefusedHeapGiveNullCallocMultipliesIn32Bits) {
   ASSERT_NE(nullptr, p);
   for (int i = 0; i < 21; ++i) EXPECT_EQ(0, p[i]) << i;
   vek_serv_free(p);
+  // 65537 * 65537 is 2^32 + 2^17 + 1: only the low 32 bits are asked for.
+  p = static_cast<unsigned char *>(vek_serv_calloc(65537, 65537, 0));
+  ASSERT_NE(nullptr, p);
+  EXPECT_EQ(131073u + sizeof(void *), RecordingHeap::last_size);
+  vek_serv_free(p);
 
   RecordingHeap::refuse = true;
   EXPECT_EQ(nullptr, vek_serv_malloc(64, 128));
