@@ -82,9 +82,10 @@ double now() {
 
 void usage(FILE *f) {
   std::fprintf(f,
-      "usage: vek-bench [options] [FILE.mtx | lap2d:N | lap3d:N | cd2d:N | cd3d:N | indef3d:N | helm3d:N | herm3d:N | diag:N] ...\n"
+      "usage: vek-bench [options] [FILE.mtx | lap2d:N | lap3d:N | cd2d:N | cd3d:N | zcd3d:N | indef3d:N | helm3d:N | herm3d:N | diag:N] ...\n"
       "  --mtype T     matrix type (default: from the file's header; 11 for cd2d\n"
-      "                and cd3d, -2 for indef3d, 6 for helm3d, -4 for herm3d,\n"
+      "                and cd3d, 13 for zcd3d, -2 for indef3d, 6 for helm3d,\n"
+      "                -4 for herm3d,\n"
       "                2 for the other\n"
       "                generated matrices; pattern files are made SPD)\n"
       "  --nrhs K      right-hand sides (default 1)\n"
@@ -145,6 +146,7 @@ bool load(const std::string &name, int given_mtype, vekio::sparse &A,
     if (!vekio::generate(name, full, err)) return false;
     if (name.compare(0, 5, "cd2d:") == 0 || name.compare(0, 5, "cd3d:") == 0)
       suggested = 11;  // unsymmetric values
+    if (name.compare(0, 6, "zcd3d:") == 0) suggested = 13;
     if (name.compare(0, 8, "indef3d:") == 0) suggested = -2;
     if (name.compare(0, 7, "helm3d:") == 0) suggested = 6;
     if (name.compare(0, 7, "herm3d:") == 0) suggested = -4;

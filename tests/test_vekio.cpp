@@ -117,6 +117,23 @@ TEST(Generators, LaplaciansHaveTheirStencils) {
   EXPECT_EQ(g.n, 16);
   EXPECT_FALSE(vekio::generate("lap2d:", g, err));
   EXPECT_FALSE(vekio::generate("ring:5", g, err));
+  // The complex convection-diffusion: unsymmetric, complex off the
+  // diagonal, every row strictly dominant in magnitude.
+  ASSERT_TRUE(vekio::generate("zcd3d:4", g, err));
+  ASSERT_TRUE(g.cplx);
+  EXPECT_EQ(g.nnz(), 7 * 64 - 6 * 16);
+  bool complex_coupling = false;
+  for (int i = 1; i <= g.n; ++i) {
+    double diag = 0.0, off = 0.0;
+    for (int p = g.ia[i - 1]; p < g.ia[i]; ++p) {
+      const double m = std::hypot(g.a[2 * (p - 1)], g.a[2 * (p - 1) + 1]);
+      if (g.ja[p - 1] == i) diag = m;
+      else off += m;
+      if (g.ja[p - 1] != i && g.a[2 * (p - 1) + 1] != 0.0) complex_coupling = true;
+    }
+    EXPECT_GT(diag, off) << i;
+  }
+  EXPECT_TRUE(complex_coupling);
 }
 
 TEST(Residual, ExactSolutionGivesZeroAndAWrongOneDoesNot) {

@@ -55,7 +55,8 @@ void usage(FILE *f) {
       "  --gen KIND:N    generated matrix: lap2d:N (5-point, N x N grid),\n"
       "                  lap3d:N (7-point, N^3 grid), cd2d:N (convection-diffusion\n"
       "                  on an N x N grid, type 11), cd3d:N (on N^3, first-order\n"
-      "                  upwind, type 11), indef3d:N (lap3d minus a shift near 1,\n"
+      "                  upwind, type 11), zcd3d:N (cd3d made complex, type 13),\n"
+      "                  indef3d:N (lap3d minus a shift near 1,\n"
       "                  type -2), helm3d:N (the same plus 0.1 i, type 6),\n"
       "                  herm3d:N (Hermitian indefinite, type -4),\n"
       "                  diag:N (diagonal 1..N)\n"
@@ -281,6 +282,7 @@ int solve_main(int argc, char **argv) {
     name = o.gen;
     if (o.gen.compare(0, 5, "cd2d:") == 0 || o.gen.compare(0, 5, "cd3d:") == 0)
       suggested = 11;  // unsymmetric values
+    if (o.gen.compare(0, 6, "zcd3d:") == 0) suggested = 13;
     if (o.gen.compare(0, 8, "indef3d:") == 0) suggested = -2;
     if (o.gen.compare(0, 7, "helm3d:") == 0) suggested = 6;
     if (o.gen.compare(0, 7, "herm3d:") == 0) suggested = -4;

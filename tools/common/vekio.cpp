@@ -370,6 +370,31 @@ sparse convdiff3d(int N, double px, double py, double pz) {
   return from_triplets(n, false, t);
 }
 
+sparse convdiff3d_complex(int N, double px, double py, double pz, double theta,
+                          double omega) {
+  // convdiff3d with the upstream couplings in x turned by the phase
+  // exp(i theta) and i omega added to the diagonal: a complex unsymmetric
+  // matrix whose rows stay strictly diagonally dominant in magnitude.
+  sparse m = convdiff3d(N, px, py, pz);
+  sparse z;
+  z.n = m.n;
+  z.cplx = true;
+  z.ia = m.ia;
+  z.ja = m.ja;
+  z.a.assign(2 * m.a.size(), 0.0);
+  const double c = std::cos(theta), s = std::sin(theta);
+  for (int i = 1; i <= m.n; ++i)
+    for (int p = m.ia[i - 1]; p < m.ia[i]; ++p) {
+      const double v = m.a[p - 1];
+      double re = v, im = 0.0;
+      if (m.ja[p - 1] == i) im = omega;
+      else if (m.ja[p - 1] == i - 1) re = v * c, im = v * s;
+      z.a[2 * (p - 1)] = re;
+      z.a[2 * (p - 1) + 1] = im;
+    }
+  return z;
+}
+
 double shift_near_one(int N) {
   // The eigenvalues of the 7-point Laplacian (scaled by h^2) are the sums of
   // three of mu_k = 4 sin^2(k pi / (2 (N + 1))), k = 1..N. Of the shifts
@@ -439,13 +464,17 @@ bool generate(const std::string &what, sparse &full, std::string &err) {
   }
   if (N < 1) {
     err = "generated matrix '" + what +
-          "': want KIND:N with N >= 1 (lap2d:N, lap3d:N, cd2d:N, cd3d:N, indef3d:N, helm3d:N, herm3d:N, diag:N)";
+          "': want KIND:N with N >= 1 (lap2d:N, lap3d:N, cd2d:N, cd3d:N, zcd3d:N, indef3d:N, helm3d:N, herm3d:N, diag:N)";
     return false;
   }
   if (kind == "lap2d" && N <= 46340) { full = lap2d((int)N); return true; }
   if (kind == "lap3d" && N <= 1290) { full = lap3d((int)N); return true; }
   if (kind == "cd2d" && N <= 46340) { full = convdiff2d((int)N, 50.0 * (N + 1) / 10.0); return true; }
   if (kind == "cd3d" && N <= 1290) { full = convdiff3d((int)N, 1.0, 0.6, 0.3); return true; }
+  if (kind == "zcd3d" && N <= 1290) {
+    full = convdiff3d_complex((int)N, 1.0, 0.6, 0.3, 0.5, 0.4);
+    return true;
+  }
   if ((kind == "indef3d" || kind == "helm3d" || kind == "herm3d") && N <= 1290) {
     const double sigma = shift_near_one((int)N);
     if (kind == "indef3d") full = shifted_laplacian3d((int)N, sigma, 0.0);
@@ -455,7 +484,7 @@ bool generate(const std::string &what, sparse &full, std::string &err) {
   }
   if (kind == "diag") { full = diagonal((int)N); return true; }
   err = "generated matrix '" + what +
-        "': unknown kind or size too large (lap2d:N, lap3d:N, cd2d:N, cd3d:N, indef3d:N, helm3d:N, herm3d:N, diag:N)";
+        "': unknown kind or size too large (lap2d:N, lap3d:N, cd2d:N, cd3d:N, zcd3d:N, indef3d:N, helm3d:N, herm3d:N, diag:N)";
   return false;
 }
 

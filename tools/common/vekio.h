@@ -69,6 +69,10 @@ sparse convdiff2d(int N, double beta);
 // Convection-diffusion in 3D on N^3: 7-point, first-order upwind, with the
 // cell Peclet numbers px, py, pz (unsymmetric values, M-matrix).
 sparse convdiff3d(int N, double px, double py, double pz);
+// convdiff3d with the phase exp(i theta) on the upstream couplings in x and
+// i omega on the diagonal: complex unsymmetric.
+sparse convdiff3d_complex(int N, double px, double py, double pz, double theta,
+                          double omega);
 // The 7-point Laplacian on N^3 minus shift I; theta not 0 puts the phase
 // exp(+-i theta) on the couplings in x (Hermitian).
 sparse shifted_laplacian3d(int N, std::complex<double> shift, double theta);
@@ -77,7 +81,9 @@ sparse shifted_laplacian3d(int N, std::complex<double> shift, double theta);
 double shift_near_one(int N);
 // Parses "lap2d:N", "lap3d:N", "cd2d:N" (convection-diffusion with a cell
 // Peclet number of 2.5), "cd3d:N" (upwind convection-diffusion, cell Peclet
-// numbers 1, 0.6, 0.3), "indef3d:N" (lap3d minus sigma I, sigma near 1:
+// numbers 1, 0.6, 0.3), "zcd3d:N" (cd3d with the phase exp(0.5 i) on the
+// upstream couplings in x and 0.4 i on the diagonal: complex unsymmetric),
+// "indef3d:N" (lap3d minus sigma I, sigma near 1:
 // real symmetric indefinite), "helm3d:N" (lap3d minus sigma I plus 0.1 i I:
 // complex symmetric), "herm3d:N" (indef3d with the phase exp(0.3 i) on the
 // couplings in x: Hermitian indefinite), "diag:N"; false with err on a bad
