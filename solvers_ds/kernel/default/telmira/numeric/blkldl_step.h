@@ -26,7 +26,8 @@ template <class T, class Kind> struct ldl_operand {
   static constexpr bool forms_w = true, upper = false, zero_beta = false;
   const T *k;
   int klda;
-  const T *kblk;
+  const T *kblk;  // K's block diagonal, leading dimension kbld
+  int kbld;
   const int *kpiv;
   int kncols;
   bool diagonal;
@@ -37,11 +38,11 @@ template <class T, class Kind> struct ldl_operand {
     while (i < kncols) {
       const T *ki = k + static_cast<long>(i) * klda;
       T *wi = w + static_cast<long>(i) * nd;
-      const T d11 = kblk[i + static_cast<long>(i) * klda];
+      const T d11 = kblk[i + static_cast<long>(i) * kbld];
       if (!diagonal && kpiv[i] < 0 && i + 1 < kncols) {
-        const T d21 = kblk[i + 1 + static_cast<long>(i) * klda];
+        const T d21 = kblk[i + 1 + static_cast<long>(i) * kbld];
         const T d12 = Kind::conj(d21);
-        const T d22 = kblk[i + 1 + static_cast<long>(i + 1) * klda];
+        const T d22 = kblk[i + 1 + static_cast<long>(i + 1) * kbld];
         const T *ki1 = ki + klda;
         T *wi1 = wi + nd;
         for (int r = 0; r < nd; ++r) {
@@ -74,6 +75,11 @@ template <class T, bool Hermitian> struct ldl_step {
   const int *xjalf, *jalf, *luperm, *perm, *luperm_row;
   const R *eps, *s;
   bool diagonal, scaled;
+  // Where set, the sources' block diagonals come from here rather than from
+  // their panels: two values a column, its diagonal entry and the one below
+  // it (ooc_step.h keeps them), so that a source read from a file needs only
+  // its remaining rows.
+  const T *kept = nullptr;
 
   // Mirrored entries of a Hermitian matrix arrive conjugated.
   void scatter(const sweep_target &t, int thread) const {
@@ -95,8 +101,10 @@ template <class T, bool Hermitian> struct ldl_step {
 
   void update(const sweep_target &t, const sweep_source &s, int thread, int *ndone,
               int *error) const {
-    const T *kblk = lnz + (std::abs(sh.xlnz[s.kfst - 1]) - 1);
-    const ldl_operand<T, kind> op{lnz + (s.klnz - 1), s.klda,  kblk,
+    const T *kblk = kept != nullptr ? kept + 2L * (s.kfst - 1)
+                                    : lnz + (std::abs(sh.xlnz[s.kfst - 1]) - 1);
+    const int kbld = kept != nullptr ? 1 : s.klda;
+    const ldl_operand<T, kind> op{lnz + (s.klnz - 1), s.klda,  kblk, kbld,
                                   pivot + (s.kfst - 1), s.kncols, diagonal};
     sweep_update<T, kind>(t, s, sh, sweep_space_of(sh, temp, thread), lnz, op, ndone, error);
   }

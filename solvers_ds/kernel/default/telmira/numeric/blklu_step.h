@@ -96,10 +96,10 @@ template <class T> struct lu_step {
 
   void update(const sweep_target &t, const sweep_source &s, int thread, int *ndone,
               int *error) const {
-    // K's U block has klda - kncols rows a column; its remaining rows end
-    // the first column.
-    const int kunz = std::abs(xunz[s.kfst - 1]) + (s.klda - s.kncols) - s.rem;
-    const lu_operand<T> op{unz + (kunz - 1), s.klda - s.kncols, s.kncols, unz, xunz};
+    // K's U block has kurows rows a column; its remaining rows end the
+    // first column.
+    const int kunz = std::abs(xunz[s.kfst - 1]) + s.kurows - s.rem;
+    const lu_operand<T> op{unz + (kunz - 1), s.kurows, s.kncols, unz, xunz};
     sweep_update<T, kind>(t, s, sh, sweep_space_of(sh, temp, thread), lnz, op, ndone, error);
   }
 

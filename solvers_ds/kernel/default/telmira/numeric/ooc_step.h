@@ -11,9 +11,9 @@
 // Target J: placed in the value arena (type 2) or the target slot, A
 // scattered, updated, factorized, written to file 2 (and its U block to
 // file 3). Source K: found in the arena, or read from the files into the
-// source slot behind the arena: only its remaining rows when the inner step
-// needs no more (Cholesky), the whole panel otherwise (the block diagonal
-// of L D L^T, the U block of LU).
+// source slot behind the arena: only its remaining rows, of L and of the U
+// block. The block diagonal that L D L^T needs of a source stays in memory
+// (kept: two values a column) from the factorization of its panel.
 #ifndef TELMIRA_OOC_STEP_H
 #define TELMIRA_OOC_STEP_H
 
@@ -34,7 +34,6 @@ struct ooc_sweep_io {
   ooc_file *ooc;        // the eleven directories
   int msglvl;
   bool arena;           // type 2: panels stay in the value arena of file 2
-  bool whole_sources;   // read whole source panels
   bool upper;           // a U block in file 3
   int target, source;   // slot positions (one-based) without an arena
   int utarget, usource; // the same in the U buffer
@@ -57,6 +56,7 @@ template <class T, class Inner> struct ooc_step {
   const int *xunz;        // the structure's xunz, null without U
   T *lbuf, *ubuf;
   ooc_sweep_io *io;
+  T *kept;                // the L D L^T block diagonals, null for the others
 
   // Column c's entry of x moved by shift, its sign kept.
   static void move(int *x, int c, int shift) {
@@ -134,22 +134,21 @@ template <class T, class Inner> struct ooc_step {
       *error = -3;
       return;
     } else {
-      const int count = io->whole_sources ? full : s.rem;
       double t0 = 0.0, t1 = 0.0;
       telmira_clock(&t0);
-      io->read += telmira_ooc_read_record(io->ooc, OOC_LNZ, s.K, count, full, s.kncols,
+      io->read += telmira_ooc_read_record(io->ooc, OOC_LNZ, s.K, s.rem, full, s.kncols,
                                           lbuf + (io->source - 1), io->msglvl, &io->io_error);
       if (io->upper)
-        io->read += telmira_ooc_read_record(io->ooc, OOC_UNZ, s.K, full - s.kncols,
-                                            full - s.kncols, s.kncols,
-                                            ubuf + (io->usource - 1), io->msglvl,
+        io->read += telmira_ooc_read_record(io->ooc, OOC_UNZ, s.K, s.rem, full - s.kncols,
+                                            s.kncols, ubuf + (io->usource - 1), io->msglvl,
                                             &io->io_error);
       telmira_clock(&t1);
       io->t_read += t1 - t0;
       if (failed_io(error)) return;
-      l.klnz = io->source + (count - s.rem);
-      l.klda = count;
-      // The first column of K, for the block diagonal and the U block.
+      l.klnz = io->source;
+      l.klda = s.rem;
+      l.kurows = s.rem;
+      // The first column of K, for the U block.
       xl[s.kfst - 1] = io->source;
       if (io->upper) xu[s.kfst - 1] = io->usource;
     }
@@ -170,6 +169,14 @@ template <class T, class Inner> struct ooc_step {
         io->nonfinite = t.fstcol + j;
         *error = -1;
         return;
+      }
+    // The diagonal entry of each column and the one below it, within the
+    // supernode, for the updates this panel makes from the file.
+    if (kept != nullptr)
+      for (int j = 0; j < t.ncols; ++j) {
+        kept[2L * (t.fstcol - 1 + j)] = blk[j + static_cast<long>(j) * t.nrows];
+        kept[2L * (t.fstcol - 1 + j) + 1] =
+            j + 1 < t.ncols ? blk[j + 1 + static_cast<long>(j) * t.nrows] : T(0);
       }
     double t0 = 0.0, t1 = 0.0;
     telmira_clock(&t0);

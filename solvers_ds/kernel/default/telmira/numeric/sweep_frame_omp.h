@@ -118,6 +118,7 @@ void factor_one(int J, int thread, const sweep_shape &sh, const sweep_incoming &
       s.kfst = sh.xsup[s.K - 1];
       s.kncols = sh.xsup[s.K] - s.kfst;
       s.klda = std::abs(sh.xlnz[s.kfst]) - std::abs(sh.xlnz[s.kfst - 1]);
+      s.kurows = s.klda - s.kncols;
       s.klnz = std::abs(sh.xlnz[s.kfst]) - s.rem;
       s.klindx = sh.xlindx[s.K] - s.rem;
       int ndone = 0, err = 0;

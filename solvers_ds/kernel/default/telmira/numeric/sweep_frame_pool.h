@@ -40,6 +40,7 @@ inline sweep_source source_of(int K, int rem, const sweep_shape &sh) {
   s.klda = std::abs(sh.xlnz[s.kfst]) - std::abs(sh.xlnz[s.kfst - 1]);
   s.klnz = std::abs(sh.xlnz[s.kfst]) - rem;
   s.klindx = sh.xlindx[K] - rem;
+  s.kurows = s.klda - s.kncols;
   return s;
 }
 

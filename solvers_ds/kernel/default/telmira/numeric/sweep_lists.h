@@ -30,9 +30,11 @@ inline sweep_target sweep_target_of(int J, const int *xsup, const int *xlnz,
 
 // A source as its next update sees it: first column kc and supernode K, the
 // rem remaining rows, its column count and leading dimension, and where the
-// remaining rows start in lnz (klnz) and in lindx (klindx).
+// remaining rows start in lnz (klnz) and in lindx (klindx); kurows: the rows
+// a column of K's U block has where it lies (klda - kncols in memory, fewer
+// where only the remaining rows were read).
 struct sweep_source {
-  int kc, K, rem, kfst, kncols, klda, klnz, klindx;
+  int kc, K, rem, kfst, kncols, klda, klnz, klindx, kurows;
 };
 
 // Takes the next source waiting for the target whose first column is
@@ -51,6 +53,7 @@ inline int sweep_take(int fstcol, int *link, const int *snode, const int *length
   s->klda = std::abs(xlnz[s->kfst]) - std::abs(xlnz[s->kfst - 1]);
   s->klnz = std::abs(xlnz[s->kfst]) - s->rem;
   s->klindx = xlindx[s->K] - s->rem;
+  s->kurows = s->klda - s->kncols;
   return 1;
 }
 

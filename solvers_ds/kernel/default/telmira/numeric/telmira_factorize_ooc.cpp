@@ -37,8 +37,9 @@ namespace {
 // One sweep of an inner step in the storage policy.
 template <class T, class Inner>
 void run_ooc(const sweep_shape &sh, const Inner &inner, int *xl, int *xu, const int *xunz,
-             T *lbuf, T *ubuf, T *temp, ooc_sweep_io *io, sweep_counts *c, int *error) {
-  const ooc_step<T, Inner> step{inner, sh, xl, xu, xunz, lbuf, ubuf, io};
+             T *lbuf, T *ubuf, T *temp, ooc_sweep_io *io, sweep_counts *c, int *error,
+             T *kept = nullptr) {
+  const ooc_step<T, Inner> step{inner, sh, xl, xu, xunz, lbuf, ubuf, io, kept};
   sweep_run(sh, temp, step, c, error);
 }
 
@@ -59,23 +60,30 @@ void ooc_kernels(const void *a_, const int *ja, const kernel_arrays &k, const sw
   } else if (mtype == -2 || mtype == -4 || mtype == 6) {
     const bool diagonal = COMI(CI_PIVOTING) == 0;
     const bool scaled = COMI(CI_SCALING) != 0 && scaling != nullptr;
+    // The block diagonals of the factored panels, two values a column.
+    T *kept = static_cast<T *>(vek_serv_malloc(sizeof(T) * 2 * static_cast<std::size_t>(sh.n), 128));
+    if (kept == nullptr) {
+      *error = -2;
+      return;
+    }
     auto ldl = [&](auto *inner) {
-      run_ooc(sh, *inner, xl, xu, nullptr, lbuf, ubuf, temp, io, &c, error);
+      run_ooc(sh, *inner, xl, xu, nullptr, lbuf, ubuf, temp, io, &c, error, kept);
     };
     if constexpr (value_traits<T>::is_complex) {
       if (mtype == -4) {
         const ldl_step<T, true> inner{inner_sh, a,       ja,       lbuf,   temp,
                                       k.pivot,  k.xjalf, k.jalf,   k.luperm, k.perm,
-                                      k.luperm_row, &e,  scaling, diagonal, scaled};
+                                      k.luperm_row, &e,  scaling, diagonal, scaled, kept};
         ldl(&inner);
       }
     }
     if (mtype != -4) {
       const ldl_step<T, false> inner{inner_sh, a,       ja,     lbuf,   temp,  k.pivot,
                                      k.xjalf,  k.jalf,  k.luperm, k.perm, k.luperm_row,
-                                     &e,       scaling, diagonal, scaled};
+                                     &e,       scaling, diagonal, scaled, kept};
       ldl(&inner);
     }
+    vek_serv_free_list(reinterpret_cast<void **>(&kept), static_cast<void **>(nullptr));
     COMI(CI_NPERT) = c.npert;
     if (mtype == -2) {
       COMI(CI_NPOS) = c.npos;
@@ -219,7 +227,6 @@ void telmira_factorize_ooc(const void *a, const int *ia, const int *ja, void *fi
     io.ooc = ooc;
     io.msglvl = msglvl > 1 ? msglvl : 0;
     io.arena = arena;
-    io.whole_sources = !(mtype == 2 || mtype == 4);
     io.upper = upper;
     io.target = 1;
     io.source = arena ? capacity + 1 : panel + 1;
