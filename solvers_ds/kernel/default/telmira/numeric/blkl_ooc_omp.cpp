@@ -153,11 +153,7 @@ template <class T> struct ooc_omp_step {
 #pragma omp critical(ooc_arena)
     {
       ooc_file *f = lfile();
-      if (telmira_ooc_make_room(f, nullptr, nullptr, lbuf, -need, &e) != 0) {
-        telmira_ooc_make_room(f, rows_kept, sh.xsup, lbuf, 0, &e);
-        if (e == 0 && telmira_ooc_make_room(f, nullptr, nullptr, lbuf, -need, &e) != 0)
-          telmira_ooc_make_room(f, nullptr, sh.xsup, lbuf, need, &e);
-      }
+      telmira_ooc_room_for_panel(f, rows_kept, sh.xsup, lbuf, need, &e);
       int pos = 0;
       if (e == 0 && telmira_ooc_place_panel(f, t.J, &pos, rows, t.ncols, &e) == 0) {
         for (int c = 0; c < t.ncols; ++c)

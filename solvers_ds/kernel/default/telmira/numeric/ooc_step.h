@@ -82,12 +82,8 @@ template <class T, class Inner> struct ooc_step {
     ooc_file *f = io->ooc + (OOC_LNZ - 1);
     const int need = t.nrows * t.ncols;
     int e = 0;
-    if (telmira_ooc_make_room(f, nullptr, nullptr, lbuf, -need, &e) != 0) {
-      // Panels shrink to the rows still needed, then the oldest go.
-      telmira_ooc_make_room(f, sh.length, sh.xsup, lbuf, 0, &e);
-      if (e == 0 && telmira_ooc_make_room(f, nullptr, nullptr, lbuf, -need, &e) != 0)
-        telmira_ooc_make_room(f, nullptr, sh.xsup, lbuf, need, &e);
-    }
+    // Panels shrink to the rows still needed, then the oldest go.
+    telmira_ooc_room_for_panel(f, sh.length, sh.xsup, lbuf, need, &e);
     int pos = 0;
     if (e == 0) telmira_ooc_place_panel(f, t.J, &pos, t.nrows, t.ncols, &e);
     if (e != 0) {

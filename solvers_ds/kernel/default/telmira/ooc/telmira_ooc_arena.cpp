@@ -284,4 +284,14 @@ int telmira_ooc_make_room(ooc_file *f, const int *rows_kept, const int *pointers
   return evict(f, pointers, need, error);
 }
 
+void telmira_ooc_room_for_panel(ooc_file *f, const int *rows_kept, const int *pointers,
+                                void *arena, int need, int *error) {
+  if (telmira_ooc_make_room(f, nullptr, nullptr, arena, -need, error) == 0) return;
+  telmira_ooc_make_room(f, rows_kept, pointers, arena, 0, error);
+  if (*error != 0) return;
+  const int slack = std::min(f->len_arena, std::max(need, f->len_arena / 8));
+  if (telmira_ooc_make_room(f, nullptr, nullptr, arena, -slack, error) != 0)
+    telmira_ooc_make_room(f, nullptr, pointers, arena, slack, error);
+}
+
 }  // namespace tlm

@@ -57,6 +57,14 @@ void telmira_ooc_arena_reset(ooc_file *f, int capacity);
 int telmira_ooc_make_room(ooc_file *f, const int *rows_kept, const int *pointers,
                           void *arena, int need, int *error);
 
+// Room for a panel of need entries as the sweeps make it: nothing when it
+// fits; else the compaction, and where that leaves less than an eighth of
+// the arena free, the oldest panels go until a hole of that size (or of
+// need, the larger) exists, so that the next panels find room without
+// moving the arena again. Error cell as above.
+void telmira_ooc_room_for_panel(ooc_file *f, const int *rows_kept, const int *pointers,
+                                void *arena, int need, int *error);
+
 // Reserves rows x columns entries for record; the position (one-based) goes
 // to *position.
 int telmira_ooc_place_panel(ooc_file *f, int record, int *position, int rows, int columns,
