@@ -233,6 +233,41 @@ TEST(OocArena, PlaceEvictCompact) {
   tlm::telmira_ooc_forget(&f);
 }
 
+// The sweeps' room for a panel: a compaction that frees enough keeps every
+// panel; one that frees too little lets panels go until an eighth of the
+// arena is free.
+TEST_F(Ooc, RoomForAPanelCompactsFirstAndKeepsASlack) {
+  for (int kept_rows : {1, 2}) {
+    SCOPED_TRACE(kept_rows);
+    tlm::ooc_file f{};
+    ASSERT_EQ(tlm::telmira_ooc_prepare(&f, 17, 0, 8, 1), 0);
+    tlm::telmira_ooc_arena_reset(&f, 96);
+    std::vector<double> arena(96, 0.0);
+    int pos = 0, e = 0, rows = 0;
+    for (int r = 1; r <= 16; ++r) {  // sixteen panels of 2 rows, 3 columns: full
+      ASSERT_EQ(tlm::telmira_ooc_place_panel(&f, r, &pos, 2, 3, &e), 0);
+      for (int i = 0; i < 6; ++i) arena[pos - 1 + i] = 10 * r + i;
+    }
+    int cols[18];
+    for (int r = 0; r < 18; ++r) cols[r] = 1 + 3 * r;
+    const std::vector<int> need(17, kept_rows);
+    tlm::telmira_ooc_room_for_panel(&f, need.data(), cols, arena.data(), 3, &e);
+    ASSERT_EQ(e, 0);
+    EXPECT_TRUE(f.n_freem[0] >= 12 || f.n_freem[1] >= 12);
+    // One row kept a panel frees half the arena: every panel stays. With
+    // both rows kept the compaction frees nothing and two panels go (an
+    // eighth of the arena, not just the 3 entries asked for).
+    int present = 0;
+    for (int r = 1; r <= 16; ++r)
+      present += tlm::telmira_ooc_find_panel(&f, r, kept_rows, &pos, &rows, &e) != 0;
+    EXPECT_EQ(present, kept_rows == 1 ? 16 : 14);
+    ASSERT_NE(tlm::telmira_ooc_find_panel(&f, 1, kept_rows, &pos, &rows, &e), 0);
+    EXPECT_EQ(arena[pos - 1], 10.0 + 2 - kept_rows);  // the last row of its first column
+    EXPECT_EQ(e, 0);
+    tlm::telmira_ooc_forget(&f);
+  }
+}
+
 // Record I/O: names, a record written and read whole and by its last
 // rows, and the fall-through of a set error cell.
 TEST_F(Ooc, RecordsGoToTheNamedFilesAndComeBack) {
