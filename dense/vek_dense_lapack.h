@@ -104,6 +104,19 @@ inline T *entry(T *a, int lda, int i, int j) {
   return a + (i - 1) + static_cast<std::ptrdiff_t>(j - 1) * lda;
 }
 
+// One round of a scheduler thread's wait: a pause of the processor for the
+// first rounds, then the processor given away, so that a machine with more
+// threads than cores does not starve the thread waited for.
+inline void backoff(int round, int spins) {
+  if (round < spins) {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#endif
+  } else {
+    vek_os_sleep0();
+  }
+}
+
 // The lock of a scheduler's status block: one word per call, taken with an
 // atomic exchange and given back with a release store, so that whatever a
 // thread wrote under it is seen by the next holder.
@@ -112,31 +125,18 @@ inline void lock_status(std::int32_t *word) {
     if (__atomic_load_n(word, __ATOMIC_RELAXED) == 0 &&
         __atomic_exchange_n(word, 1, __ATOMIC_ACQUIRE) == 0)
       return;
-    if (round < 4096) {
-#if defined(__x86_64__) || defined(__i386__)
-      __builtin_ia32_pause();
-#endif
-    } else {
-      vek_os_sleep0();
-    }
+    backoff(round, 4096);
   }
 }
 inline void unlock_status(std::int32_t *word) { __atomic_store_n(word, 0, __ATOMIC_RELEASE); }
 
 // The wait of a scheduler's thread that found nothing to do: until another
-// thread has finished a task (news, counted up by each), polling at first
-// and, after many rounds, giving its processor away, so that a machine
-// with more threads than cores does not starve the thread waited for.
+// thread has finished a task (news, counted up by each), or a bounded number
+// of rounds has passed.
 inline void wait_for_news(const std::int32_t *news, std::int32_t seen) {
   for (int round = 0; round < (1 << 16) + 256; ++round) {
     if (__atomic_load_n(news, __ATOMIC_ACQUIRE) != seen) return;
-    if (round < (1 << 16)) {
-#if defined(__x86_64__) || defined(__i386__)
-      __builtin_ia32_pause();
-#endif
-    } else {
-      vek_os_sleep0();
-    }
+    backoff(round, 1 << 16);
   }
 }
 
