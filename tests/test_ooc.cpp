@@ -409,4 +409,68 @@ TEST_F(Ooc, CholeskyOnTwoThreadsGivesTheAnswerOfMemoryRunAfterRun) {
   vek_serv_set_num_threads(1);
 }
 
+// Where the whole factor (algorithm 0) or the largest branch of the
+// partition tree (algorithm 3) fits the limit, type 2 runs branch by branch:
+// the panels of a branch stay in memory with their partial sums until their
+// last leaf is done, so that nothing is read back while the factorization
+// runs and every panel is written once. The answer is that of memory, and
+// a pivot that is not positive fails as in memory.
+TEST_F(Ooc, TheBranchSweepReadsNothingBackAndGivesTheAnswerOfMemory) {
+  const vekio::sparse m = vekio::lap3d(26);  // large enough for 32 parts
+  system core(m, 2, 1);
+  controls(core, 0);
+  ASSERT_EQ(core.call(13), 0);
+  // The plan's sizes, from an analysis under a generous limit.
+  set_env(base_, 4000, 1);
+  system sizes(m, 2, 1);
+  controls(sizes, 2);
+  ASSERT_EQ(sizes.call(11), 0);
+  const int *ooc_l0 = tlm::state_of(sizes.handle).ooc_l;
+  ASSERT_EQ(ooc_l0[OL_TREE_LEVELS - 1], 6);
+  const double branch_mb = 8.0 * ooc_l0[OL_BRANCH_VALUES - 1] / (1 << 20);
+  const double whole_mb =
+      (8.0 * sizes.comi()[CI_LNZ_LEN - 1] + 4.0 * sizes.comi()[CI_LINDX_LEN - 1]) / (1 << 20);
+  for (int algorithm : {3, 0}) {
+    SCOPED_TRACE(algorithm);
+    // The smallest limit in megabytes that the plan answers with it.
+    int mb = static_cast<int>(algorithm == 3 ? branch_mb : whole_mb) + 1;
+    for (int tries = 0; tries < 6; ++tries, ++mb) {
+      set_env(base_, mb, 1);
+      system probe(m, 2, 1);
+      controls(probe, 2);
+      if (probe.call(11) == 0 && probe.iparam[56] == algorithm) break;
+    }
+    ASSERT_EQ(algorithm == 3, mb < whole_mb) << mb;
+    for (int fault = 0; fault < 2; ++fault) {
+      system files(m, 2, 1);
+      controls(files, 2);
+      if (fault == 1) files.A.a[files.A.ia[files.n / 2] - 1] = -1.0;
+      ASSERT_EQ(files.call(11), 0);
+      const int *comi = files.comi();
+      const int *ooc_l = tlm::state_of(files.handle).ooc_l;
+      ASSERT_EQ(OOCL(OL_ALGORITHM), algorithm);
+      if (algorithm == 3) {
+        EXPECT_LT(OOCL(OL_BRANCH_VALUES), COMI(CI_LNZ_LEN));
+        EXPECT_GE(OOCL(OL_BRANCH_VALUES), OOCL(OL_NODE_VALUES));
+      }
+      if (fault == 1) {
+        system in_memory(m, 2, 1);
+        in_memory.A.a[in_memory.A.ia[in_memory.n / 2] - 1] = -1.0;
+        controls(in_memory, 0);
+        const int expected = in_memory.call(13);
+        ASSERT_NE(expected, 0);
+        EXPECT_EQ(files.call(23), expected);
+        EXPECT_EQ(files.iparam[29], in_memory.iparam[29]);
+        continue;
+      }
+      ASSERT_EQ(files.call(23), 0);
+      EXPECT_EQ(OOCL(OL_BYTES_READ), 0);
+      EXPECT_EQ(static_cast<unsigned>(OOCL(OL_BYTES_WRITTEN)),
+                static_cast<unsigned>(COMI(CI_LNZ_LEN)) * 8u);
+      EXPECT_LT(files.residual(files.x), 1e-13);
+      EXPECT_LT(max_difference(files.x, core.x), 1e-10);
+    }
+  }
+}
+
 }  // namespace

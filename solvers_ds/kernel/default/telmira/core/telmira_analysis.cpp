@@ -358,6 +358,8 @@ template <class R> struct analysis_steps {
     in.xsup = xsup;
     in.xlnz = xlnz;
     in.xlindx = xlindx;
+    in.lindx = sub(fi, comx, CX_LINDX);
+    in.snode = sub(fi, comx, CX_SNODE);
     in.threads = static_cast<int>(t);
     in.words = COMI(CI_WORDS);
     in.int_words = COMX(CX_FI_END);

@@ -34,6 +34,7 @@ struct ooc_sweep_io {
   ooc_file *ooc;        // the eleven directories
   int msglvl;
   bool arena;           // type 2: panels stay in the value arena of file 2
+  bool branch;          // the branch sweep placed every target beforehand
   bool upper;           // a U block in file 3
   int target, source;   // slot positions (one-based) without an arena
   int utarget, usource; // the same in the U buffer
@@ -80,6 +81,14 @@ template <class T, class Inner> struct ooc_step {
   int target_position(const sweep_target &t, int *error) const {
     if (!io->arena) return io->target;
     ooc_file *f = io->ooc + (OOC_LNZ - 1);
+    if (io->branch) {
+      const int pos = std::abs(f->pt_inm[t.J]);
+      if (pos == 0) {
+        io->arena_error = -3;
+        *error = -3;
+      }
+      return pos;
+    }
     const int need = t.nrows * t.ncols;
     int e = 0;
     // Panels shrink to the rows still needed, then the oldest go.
@@ -110,6 +119,17 @@ template <class T, class Inner> struct ooc_step {
     const long shift[2] = {static_cast<long>(pos) - t.jlnz,
                            io->upper ? io->utarget - std::abs(xunz[t.fstcol - 1]) : 0L};
     inner.scatter_at(t, thread, sh.xlnz, xunz, shift);
+  }
+
+  // A later visit of a target that stays in the arena (the branch sweep):
+  // its columns in xl again (the end of its last column is the start of
+  // the next supernode's, which may have moved it) and its relative index.
+  void index(const sweep_target &t, int thread) const {
+    int error = 0;
+    const int pos = target_position(t, &error);
+    if (error != 0) return;
+    rebase_columns(t.fstcol, t.lstcol, pos, sh.xlnz, xl);
+    sweep_index_rows(t, sh.lindx, sh.indmap + (thread - 1L) * sh.n);
   }
 
   void update(const sweep_target &t, const sweep_source &s, int thread, int *ndone,

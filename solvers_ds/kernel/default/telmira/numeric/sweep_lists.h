@@ -86,6 +86,13 @@ inline void sweep_release(const sweep_target &t, int *link, int *length, const i
   }
 }
 
+// The relative index of the target's rows: indmap(r) is the distance of
+// row r from the target's last row.
+inline void sweep_index_rows(const sweep_target &t, const int *lindx, int *indmap) {
+  const int *rows = lindx + (t.jlindx - 1);
+  for (int i = 0; i < t.nrows; ++i) indmap[rows[i] - 1] = t.nrows - 1 - i;
+}
+
 // Position (zero-based) of row r of column c of the target, in a store
 // whose columns start at xstore (lnz or unz): the end of column c minus the
 // distance of r from the last row of the target.

@@ -23,6 +23,8 @@
 #include "blklu_step.h"
 #include "dense/vek_dense.h"
 #include "ooc_step.h"
+#include "sweep_frame_branch.h"
+#include "telmira_ooc_tree.h"
 #include "service/vek_serv_memory.h"
 #include "telmira_factorize.h"
 #include "telmira_layout.h"
@@ -100,6 +102,49 @@ void ooc_kernels(const void *a_, const int *ja, const kernel_arrays &k, const sw
     run_ooc(sh, inner, xl, xu, k.xunz, lbuf, ubuf, temp, io, &c, error);
     if (unsym) COMI(CI_NPERT) = c.npert;
   }
+}
+
+// The branch sweep of type 2 where the plan chose it (the whole factor or
+// its largest branch fits the arena) and the parts make the tree: no panel
+// is read back while the factorization runs. Returns false when the arena
+// sweep is to run instead; otherwise the sweep ran.
+template <class R>
+bool cholesky_by_branches(const void *a, const kernel_arrays &k, const sweep_shape &sh,
+                          const sweep_shape &inner_sh, int *xl, R *lbuf, R *temp,
+                          const int *comi, const int *ooc_l, ooc_sweep_io *io, int *error) {
+  const int algorithm = OOCL(OL_ALGORITHM);
+  if (COMI(CI_MTYPE) != 2 || (algorithm != 0 && algorithm != 3)) return false;
+  const int ns = sh.nsuper;
+  int *owner = static_cast<int *>(
+      vek_serv_malloc(sizeof(int) * 3 * static_cast<std::size_t>(ns), 128));
+  if (owner == nullptr) {
+    *error = -2;
+    return true;
+  }
+  int *members = owner + ns, *taken = members + ns;
+  ooc_tree tree;
+  const bool built = ooc_tree_build(COMI(CI_NPARTS), k.parts, ns, k.xsup, k.xlindx, k.lindx,
+                                    k.snode, owner, members, &tree);
+  if (built) {
+    const chol_step<R> inner{inner_sh, static_cast<const R *>(a), lbuf, temp, k.xjalf,
+                             k.jalf,   k.luperm, k.perm};
+    io->branch = true;
+    const ooc_step<R, chol_step<R>> step{inner, sh, xl, nullptr, nullptr, lbuf, nullptr, io,
+                                         nullptr};
+    ooc_file *f = io->ooc + (OOC_LNZ - 1);
+    auto load = [&](int leaf, int *e) {
+      int code = 0;
+      if (ooc_set_branch(f, tree, leaf, k.xsup, k.xlindx, io->msglvl, &code) != 0) {
+        io->arena_error = code;
+        *e = -3;
+      }
+    };
+    sweep_counts c;
+    sweep_run_branches(sh, tree, taken, temp, step, load, &c, error);
+    io->branch = false;
+  }
+  vek_serv_free_list(reinterpret_cast<void **>(&owner), static_cast<void **>(nullptr));
+  return built;
 }
 
 // The parallel Cholesky sweep of type 2 when the call has several threads,
@@ -240,7 +285,11 @@ void telmira_factorize_ooc(const void *a, const int *ia, const int *ja, void *fi
     inner_sh.xlnz = xl;
     const double eps = pivot_perturbation(COMI(CI_PERTURBATION), mtype, n, ia, a,
                                           sizeof(R) == sizeof(float));
-    if (cholesky_on_threads<R>(a, fi, comx, up_uplen, k, sh, static_cast<R *>(factors),
+    if (cholesky_by_branches<R>(a, k, sh, inner_sh, xl, static_cast<R *>(factors),
+                                static_cast<R *>(work), comi, ooc_l, &io, &error)) {
+      if (error == -3 && (io.io_error != 0 || io.nonfinite != 0 || io.arena_error != 0))
+        error = 0;
+    } else if (cholesky_on_threads<R>(a, fi, comx, up_uplen, k, sh, static_cast<R *>(factors),
                                static_cast<R *>(work), comi, ooc_l, ooc, &io, &error)) {
       // The steps end the sweep with -3 on what io names.
       if (error == -3 && (io.io_error != 0 || io.nonfinite != 0 || io.arena_error != 0))

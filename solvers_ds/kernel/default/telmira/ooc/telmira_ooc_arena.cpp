@@ -3,8 +3,11 @@
 #include "telmira_ooc_arena.h"
 #include "telmira_slots.h"
 #include "telmira_storage.h"
+#include "telmira_ooc_tree.h"
+#include "service/vek_serv_memory.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -39,40 +42,56 @@ void telmira_ooc_panel_bounds(int *ooc_l, int nsuper, const int *xsup, const int
   OOCL(OL_WIDEST) = widest;
 }
 
+bool ooc_plan_tree(int *ooc_l, const ooc_plan_input &in, std::int64_t *Bv, std::int64_t *Bi) {
+  if (in.nparts != OOC_TREE_LEAVES || in.parts == nullptr || in.lindx == nullptr ||
+      in.snode == nullptr)
+    return false;
+  int *owner = static_cast<int *>(
+      vek_serv_malloc(sizeof(int) * 2 * static_cast<std::size_t>(in.nsuper), 128));
+  if (owner == nullptr) return false;
+  ooc_tree t;
+  const bool built = ooc_tree_build(in.nparts, in.parts, in.nsuper, in.xsup, in.xlindx,
+                                    in.lindx, in.snode, owner, owner + in.nsuper, &t);
+  if (built) {
+    std::int64_t node_v = 0, node_i = 0, v[OOC_TREE_PAIRS], i[OOC_TREE_PAIRS];
+    for (int k = 0; k < OOC_TREE_PAIRS; ++k) {
+      ooc_tree_node_size(t, k, in.xsup, in.xlnz, in.xlindx, v + k, i + k);
+      node_v = std::max(node_v, v[k]);
+      node_i = std::max(node_i, i[k]);
+    }
+    *Bv = *Bi = 0;
+    for (int leaf = 0; leaf < OOC_TREE_LEAVES; ++leaf) {
+      int path[OOC_TREE_LEVELS];
+      ooc_tree_path(t, leaf, path);
+      std::int64_t bv = 0, bi = 0;
+      for (int l = 0; l < OOC_TREE_LEVELS; ++l) {
+        bv += v[path[l]];
+        bi += i[path[l]];
+      }
+      *Bv = std::max(*Bv, bv);
+      *Bi = std::max(*Bi, bi);
+    }
+    const std::int64_t cap = 0x7FFFFFFF;
+    OOCL(OL_NODE_VALUES) = static_cast<int>(std::min(node_v, cap));
+    OOCL(OL_NODE_INDEX) = static_cast<int>(std::min(node_i, cap));
+    OOCL(OL_BRANCH_VALUES) = static_cast<int>(std::min(*Bv, cap));
+    OOCL(OL_BRANCH_INDEX) = static_cast<int>(std::min(*Bi, cap));
+    OOCL(OL_TREE_LEVELS) = OOC_TREE_LEVELS;
+  }
+  vek_serv_free(owner);
+  return built;
+}
+
 int telmira_ooc_plan(int *ooc_l, const ooc_plan_input &in) {
   const std::int64_t I = OOCL(OL_INT_BYTES), E = OOCL(OL_VALUE_BYTES), w = in.words;
   const std::int64_t T = std::max(1, in.threads);
   const std::int64_t o5 = OOCL(OL_PANEL_VALUES), o6 = OOCL(OL_ROW_LIST);
   const std::int64_t Ll = std::abs(in.xlnz[in.xsup[in.nsuper] - 1]) - 1;
   const std::int64_t Li = in.xlindx[in.nsuper] - 1;
-  // The tree: with 32 parts, the leaves and above them the supernodes that
-  // follow the parts; a branch is one leaf and that top, the largest one
-  // sized by the largest leaf.
-  const bool tree = in.nparts == 32 && in.parts != nullptr;
+  // The tree: the branch of a leaf is its nodes up to the root; the
+  // largest node and branch size the arenas of the branch sweep.
   std::int64_t Bv = 0, Bi = 0;
-  if (tree) {
-    auto span_v = [&](int first, int last) -> std::int64_t {
-      if (last < first) return 0;
-      return std::abs(in.xlnz[in.xsup[last] - 1]) - std::abs(in.xlnz[in.xsup[first - 1] - 1]);
-    };
-    auto span_i = [&](int first, int last) -> std::int64_t {
-      return last < first ? 0 : in.xlindx[last] - in.xlindx[first - 1];
-    };
-    const int top = in.parts[2 * (in.nparts - 1) + 1] + 1;
-    std::int64_t nv = span_v(top, in.nsuper), ni = span_i(top, in.nsuper);
-    std::int64_t lv = 0, li = 0;
-    for (int p = 0; p < in.nparts; ++p) {
-      lv = std::max(lv, span_v(in.parts[2 * p], in.parts[2 * p + 1]));
-      li = std::max(li, span_i(in.parts[2 * p], in.parts[2 * p + 1]));
-    }
-    OOCL(OL_NODE_VALUES) = static_cast<int>(std::max(nv, lv));
-    OOCL(OL_NODE_INDEX) = static_cast<int>(std::max(ni, li));
-    Bv = lv + nv;
-    Bi = li + ni;
-    OOCL(OL_BRANCH_VALUES) = static_cast<int>(Bv);
-    OOCL(OL_BRANCH_INDEX) = static_cast<int>(Bi);
-    OOCL(OL_TREE_LEVELS) = 6;
-  }
+  const bool tree = ooc_plan_tree(ooc_l, in, &Bv, &Bi);
   // Budget, then the floor: one panel and its row list for each thread and
   // for the main flow.
   const std::int64_t B = 1024 * static_cast<std::int64_t>(OOCL(OL_CORE_MB)) -
@@ -294,4 +313,54 @@ void telmira_ooc_room_for_panel(ooc_file *f, const int *rows_kept, const int *po
     telmira_ooc_make_room(f, nullptr, pointers, arena, slack, error);
 }
 
+int ooc_set_branch(ooc_file *f, const ooc_tree &tree, int leaf, const int *xsup,
+                   const int *xlindx, int msglvl, int *error) {
+  int path[OOC_TREE_LEVELS];
+  ooc_tree_path(tree, leaf, path);
+  auto rows = [&](int J) { return xlindx[J] - xlindx[J - 1]; };
+  auto cols = [&](int J) { return xsup[J] - xsup[J - 1]; };
+  // The nodes that the branch of the previous leaf shares stay where they
+  // are, root first at the low addresses; the new ones lie below them.
+  int fresh = 0;
+  while (fresh < OOC_TREE_LEVELS && tree.lo[path[fresh]] == leaf) ++fresh;
+  int cut = 1;
+  for (int l = OOC_TREE_LEVELS - 1; l >= fresh; --l)
+    for (int m = tree.start[path[l]]; m < tree.start[path[l] + 1]; ++m) {
+      const int J = tree.members[m];
+      if (std::abs(f->pt_inm[J]) != cut) {
+        if (msglvl > 0)
+          std::printf("ooc_set_branch: error: pt_tst=%d,ooc[ii1].pt_freem[0]=%d\n",
+                      std::abs(f->pt_inm[J]), cut);
+        return fail(error, -39);
+      }
+      cut += rows(J) * cols(J);
+    }
+  // The panels behind the cut belonged to the finished lower part.
+  while (f->nsuperm[0] > 0 && std::abs(f->pt_inm[f->mapm[f->nsuperm[0]]]) >= cut) {
+    const int rec = f->mapm[f->nsuperm[0]];
+    f->pt_inm[rec] = 0;
+    f->len_panelm[rec] = 0;
+    f->mapm[f->nsuperm[0]--] = 0;
+  }
+  f->pt_freem[0] = f->pt_freem[1] = cut;
+  f->n_freem[0] = f->len_arena - cut + 1;
+  f->n_freem[1] = 0;
+  f->nsuperm[1] = f->nsuperm[0];
+  f->pt_inm[0] = cut;
+  for (int l = fresh - 1; l >= 0; --l)
+    for (int m = tree.start[path[l]]; m < tree.start[path[l] + 1]; ++m) {
+      const int J = tree.members[m], need = rows(J) * cols(J);
+      if (f->n_freem[0] < need) {
+        if (msglvl > 0)
+          std::printf("ooc_set_branch: error: ooc[ii1].n_freem[0] - size_jpanel=%d\n",
+                      f->n_freem[0] - need);
+        return fail(error, -34);
+      }
+      int pos = 0;
+      if (telmira_ooc_place_panel(f, J, &pos, rows(J), cols(J), error) != 0) return *error;
+    }
+  return 0;
+}
+
 }  // namespace tlm
+

@@ -21,6 +21,7 @@
 #include <cstdint>
 
 #include "telmira_ooc_files.h"
+#include "telmira_ooc_tree.h"
 
 namespace tlm {
 
@@ -30,6 +31,7 @@ struct ooc_plan_input {
   const int *parts;        // nparts pairs of supernode ranges, the leaves
   int nsuper;
   const int *xsup, *xlnz, *xlindx;
+  const int *lindx, *snode;  // for the tree; without them no tree is taken
   int threads;             // T
   int words;               // w, words per value
   std::int64_t int_words;  // N, the integers that stay in memory
@@ -39,6 +41,10 @@ struct ooc_plan_input {
 // list and width over the supernodes.
 void telmira_ooc_panel_bounds(int *ooc_l, int nsuper, const int *xsup, const int *xlnz,
                               const int *xlindx);
+
+// The partition tree of the plan, when the parts make one: sets ooc_l(25)
+// to ooc_l(29) and the largest branch in *Bv values and *Bi indices.
+bool ooc_plan_tree(int *ooc_l, const ooc_plan_input &in, std::int64_t *Bv, std::int64_t *Bi);
 
 // The plan, in kilobytes: sets ooc_l(23) to ooc_l(29) and ooc_l(47), or
 // ooc_l(11) = -9 and returns -9 when the budget ooc_l(2) megabytes cannot
@@ -74,6 +80,16 @@ int telmira_ooc_place_panel(ooc_file *f, int record, int *position, int rows, in
 // *position is that of its last rows_wanted rows and *rows its kept rows.
 int telmira_ooc_find_panel(const ooc_file *f, int record, int rows_wanted, int *position,
                            int *rows, int *error);
+
+// Loads the branch of leaf (from 0) of the partition tree into the arena,
+// for the branch-by-branch sweep that visits the leaves in order: the
+// panels of the nodes it shares with the branch of the previous leaf stay
+// at the low addresses, the others go, and every supernode of the nodes
+// below gets a place of its full panel (rows x columns), marked fresh.
+// Returns 0; -34 when the branch does not fit, -39 when a shared panel
+// is not where the order of the branches puts it.
+int ooc_set_branch(ooc_file *f, const ooc_tree &tree, int leaf, const int *xsup,
+                   const int *xlindx, int msglvl, int *error);
 
 // The value buffers of an out-of-core factorization, in values. With an
 // arena (type 2): the arena of capacity values and one source panel behind
