@@ -441,11 +441,17 @@ TEST_F(Ooc, TheBranchSweepReadsNothingBackAndGivesTheAnswerOfMemory) {
       if (probe.call(11) == 0 && probe.iparam[56] == algorithm) break;
     }
     ASSERT_EQ(algorithm == 3, mb < whole_mb) << mb;
-    for (int fault = 0; fault < 2; ++fault) {
+    // Run 0 and 1 on one thread, the second with a negative pivot; run 2
+    // on two threads.
+    for (int fault = 0; fault < 3; ++fault) {
+      SCOPED_TRACE(fault);
+      vek_serv_set_dynamic(0);
+      vek_serv_set_num_threads(fault == 2 ? 2 : 1);
       system files(m, 2, 1);
       controls(files, 2);
       if (fault == 1) files.A.a[files.A.ia[files.n / 2] - 1] = -1.0;
       ASSERT_EQ(files.call(11), 0);
+      ASSERT_EQ(files.iparam[2], fault == 2 ? 2 : 1);
       const int *comi = files.comi();
       const int *ooc_l = tlm::state_of(files.handle).ooc_l;
       ASSERT_EQ(OOCL(OL_ALGORITHM), algorithm);
@@ -464,6 +470,9 @@ TEST_F(Ooc, TheBranchSweepReadsNothingBackAndGivesTheAnswerOfMemory) {
         continue;
       }
       ASSERT_EQ(files.call(23), 0);
+      // The arena of the plan whole: no thread took slots off it.
+      EXPECT_EQ(tlm::telmira_ooc_blocks(ooc_l).ooc[tlm::OOC_LNZ - 1].len_arena,
+                OOCL(OL_ARENA_VALUES));
       EXPECT_EQ(OOCL(OL_BYTES_READ), 0);
       EXPECT_EQ(static_cast<unsigned>(OOCL(OL_BYTES_WRITTEN)),
                 static_cast<unsigned>(COMI(CI_LNZ_LEN)) * 8u);
@@ -471,6 +480,7 @@ TEST_F(Ooc, TheBranchSweepReadsNothingBackAndGivesTheAnswerOfMemory) {
       EXPECT_LT(max_difference(files.x, core.x), 1e-10);
     }
   }
+  vek_serv_set_num_threads(1);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "blkl_step.h"
 #include "ooc_step.h"
+#include "sweep_frame_branch.h"
 #include "service/vek_serv_clock.h"
 #include "telmira_ooc_arena.h"
 
@@ -32,6 +33,7 @@ template <class T> struct ooc_omp_step {
   char *done;      // per place of slindx: the update has been taken
   int *rows_kept;  // per record: the rows its targets still need, 0 when none
   ooc_thread_io *io;
+  bool branch;     // the branch sweep: every panel stands in the arena
 
   int target_slot(int thread) const { return arena_values + (thread - 1) * panel + 1; }
   int source_slot(int thread) const {
@@ -56,20 +58,34 @@ template <class T> struct ooc_omp_step {
   }
 
   // J's columns of the thread's xl, and the start of the column behind
-  // them, moved to the slot; the lists of A name positions in the whole
-  // factor.
-  void scatter(const sweep_target &t, int thread) const {
-    const int pos = target_slot(thread);
+  // them, moved to the slot (in the branch sweep: to J's place in the
+  // arena); false when J has no place.
+  bool place(const sweep_target &t, int thread) const {
+    const int pos = branch ? std::abs(lfile()->pt_inm[t.J]) : target_slot(thread);
+    if (pos == 0) {
+      io[thread - 1].arena_error = -3;
+      return false;
+    }
     const int shift = pos - t.jlnz;
     int *x = xl_of(thread);
     for (int c = t.fstcol; c <= t.lstcol + 1; ++c) {
       const int v = sh.xlnz[c - 1];
       x[c - 1] = v < 0 ? v - shift : v + shift;
     }
-    const long shifts[2] = {static_cast<long>(shift), 0L};
+    return true;
+  }
+
+  void scatter(const sweep_target &t, int thread) const {
+    if (!place(t, thread)) return;
+    const long shifts[2] = {static_cast<long>(local(t, thread).jlnz) - t.jlnz, 0L};
     with_inner(thread, [&](const chol_step<T> &inner) {
       inner.scatter_at(t, thread, sh.xlnz, nullptr, shifts);
     });
+  }
+
+  // A later visit of a target of the branch sweep: its place and index.
+  void index(const sweep_target &t, int thread) const {
+    if (place(t, thread)) sweep_index_rows(t, sh.lindx, sh.indmap + (thread - 1L) * sh.n);
   }
 
   // The remaining rows of K into the thread's source slot, densely (rem
@@ -129,14 +145,31 @@ template <class T> struct ooc_omp_step {
   void update(const sweep_target &t, const sweep_source &s, int thread, int *ndone,
               int *error) const {
     ooc_thread_io *mine = io + (thread - 1);
-    const int slot = source_slot(thread);
-    if (!fetch(s, lbuf + (slot - 1), mine)) {
+    if (mine->arena_error != 0) {
       *error = -3;
       return;
     }
     sweep_source l = s;
-    l.klnz = slot;
-    l.klda = s.rem;
+    if (branch) {
+      // The arena does not change while the threads work: its panels are
+      // read in place.
+      int pos = 0, kept = 0, e = 0;
+      if (telmira_ooc_find_panel(lfile(), s.K, s.rem, &pos, &kept, &e) == 0) {
+        mine->arena_error = e != 0 ? e : -3;
+        *error = -3;
+        return;
+      }
+      l.klnz = pos;
+      l.klda = kept;
+    } else {
+      const int slot = source_slot(thread);
+      if (!fetch(s, lbuf + (slot - 1), mine)) {
+        *error = -3;
+        return;
+      }
+      l.klnz = slot;
+      l.klda = s.rem;
+    }
     with_inner(thread, [&](const chol_step<T> &inner) {
       inner.update(local(t, thread), l, thread, ndone, error);
     });
@@ -168,6 +201,10 @@ template <class T> struct ooc_omp_step {
 
   void factor(const sweep_target &t, int thread, sweep_counts *c, int *error) const {
     ooc_thread_io *mine = io + (thread - 1);
+    if (mine->arena_error != 0) {
+      *error = -3;
+      return;
+    }
     const sweep_target l = local(t, thread);
     with_inner(thread,
                [&](const chol_step<T> &inner) { inner.factor(l, thread, c, error); });
@@ -195,7 +232,7 @@ template <class T> struct ooc_omp_step {
       *error = -3;
       return;
     }
-    if (arena_values > 0) keep(t, blk, mine);
+    if (arena_values > 0 && !branch) keep(t, blk, mine);
     if (mine->arena_error != 0) *error = -3;
   }
 };
@@ -207,20 +244,32 @@ void blkl_ooc_omp(const T *a, const sweep_shape &sh, const sweep_incoming &in, i
                   const int *xjalf, const int *jalf, const int *luperm, const int *perm,
                   int *xl, T *lbuf, int arena_values, int panel, T *temp, ooc_file *ooc,
                   int msglvl, int *first, char *done, int *rows_kept, ooc_thread_io *io,
-                  int *error) {
+                  const ooc_tree *tree, int *consumed, int *error) {
   const ooc_omp_step<T> step{sh,    a,        xjalf, jalf,  luperm, perm,
                              temp,  xl,       lbuf,  ooc,   msglvl, arena_values,
                              panel, nthreads, in,    first, done,   rows_kept,
-                             io};
+                             io,    tree != nullptr};
   sweep_counts counts;
-  sweep_run_omp(sh, in, nthreads, temp, step, &counts, error);
+  if (tree == nullptr) {
+    sweep_run_omp(sh, in, nthreads, temp, step, &counts, error);
+    return;
+  }
+  auto load = [&](int leaf, int *e) {
+    int code = 0;
+    if (ooc_set_branch(ooc + (OOC_LNZ - 1), *tree, leaf, sh.xsup, sh.xlindx, msglvl, &code) !=
+        0) {
+      io[0].arena_error = code;
+      *e = -3;
+    }
+  };
+  sweep_run_branches_omp(sh, in, *tree, nthreads, consumed, temp, step, load, &counts, error);
 }
 
 #define TLM_BLKL_OOC_OMP(T)                                                                   \
   template void blkl_ooc_omp<T>(const T *, const sweep_shape &, const sweep_incoming &, int,     \
                                 const int *, const int *, const int *, const int *, int *, T *,  \
                                 int, int, T *, ooc_file *, int, int *, char *, int *,            \
-                                ooc_thread_io *, int *);
+                                ooc_thread_io *, const ooc_tree *, int *, int *);
 TLM_BLKL_OOC_OMP(float)
 TLM_BLKL_OOC_OMP(double)
 TLM_BLKL_OOC_OMP(std::complex<float>)

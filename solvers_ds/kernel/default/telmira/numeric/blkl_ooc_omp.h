@@ -21,6 +21,7 @@
 #include "sweep_frame.h"
 #include "sweep_frame_omp.h"
 #include "telmira_ooc_files.h"
+#include "telmira_ooc_tree.h"
 
 namespace tlm {
 
@@ -47,7 +48,9 @@ inline std::int64_t blkl_ooc_omp_slot_values(int panel, int threads) {
 // supernode's first target (zero-based); done: a zeroed flag for each
 // place of slindx; rows_kept (nsuper): the most rows a target of each
 // supernode needs, 0 where it has none. The arena of file 2 must
-// have been reset to arena_values. error: 0, the first column of a pivot
+// have been reset to arena_values. With a tree the sweep runs branch by
+// branch (sweep_frame_branch.h): every panel has its place in the arena,
+// no slot is used, and consumed holds nsuper entries of work. error: 0, the first column of a pivot
 // that is not positive, -2 (temp too short), -3 when a record of io names a
 // failure.
 template <class T>
@@ -55,7 +58,7 @@ void blkl_ooc_omp(const T *a, const sweep_shape &sh, const sweep_incoming &in, i
                   const int *xjalf, const int *jalf, const int *luperm, const int *perm,
                   int *xl, T *lbuf, int arena_values, int panel, T *temp, ooc_file *ooc,
                   int msglvl, int *first, char *done, int *rows_kept, ooc_thread_io *io,
-                  int *error);
+                  const ooc_tree *tree, int *consumed, int *error);
 
 }  // namespace tlm
 

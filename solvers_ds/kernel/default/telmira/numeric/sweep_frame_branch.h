@@ -16,10 +16,19 @@
 // So by the end of a leaf's turn the sources finished in it have updated
 // every target, and the nodes that will not come back can leave memory.
 // The step policy is that of sweep_frame.h with index() beside scatter().
+//
+// On several threads (sweep_run_branches_omp) the sources reach their
+// targets through the incoming lists of sweep_frame_omp.h. For each leaf
+// one thread loads the branch; the supernodes of the nodes that are final
+// with the leaf (a run from the leaf up) are then shared out in ascending
+// order, each waiting for the rest of its sources before it is factorized
+// and published; and then the supernodes of the nodes above take, side by
+// side, the sources that have arrived.
 #ifndef TELMIRA_SWEEP_FRAME_BRANCH_H
 #define TELMIRA_SWEEP_FRAME_BRANCH_H
 
 #include "sweep_frame.h"
+#include "sweep_frame_omp.h"
 #include "telmira_ooc_tree.h"
 
 namespace tlm {
@@ -84,6 +93,117 @@ void sweep_run_branches(const sweep_shape &sh, const ooc_tree &tree, int *taken,
     }
   }
   if (factor_progress_end(&progress) != 0) *error = -1;
+}
+
+namespace omp_sweep {
+
+// The members of the nodes path[from..to-1], counted over the nodes in
+// order: the member of place idx.
+inline int branch_member(const ooc_tree &tree, const int *path, int from, int to, int idx) {
+  for (int l = from; l < to; ++l) {
+    const int size = tree.start[path[l] + 1] - tree.start[path[l]];
+    if (idx < size) return tree.members[tree.start[path[l]] + idx];
+    idx -= size;
+  }
+  return 0;
+}
+
+inline int branch_members(const ooc_tree &tree, const int *path, int from, int to) {
+  int count = 0;
+  for (int l = from; l < to; ++l) count += tree.start[path[l] + 1] - tree.start[path[l]];
+  return count;
+}
+
+// One visit of target J: A on the first (the place reached in its list
+// goes to pos), else its index; the sources that have arrived, or with
+// final all that it still waits for, then the factor step and the
+// publication.
+template <class Step>
+void visit(int J, bool final, int thread, const sweep_shape &sh, const sweep_incoming &in,
+           const Step &step, int *pos, sweep_counts *c, int *error) {
+  if (error_seen(error) != 0) return;
+  const sweep_target t = sweep_target_of(J, sh.xsup, sh.xlnz, sh.xlindx);
+  if (*pos == 0) {
+    step.scatter(t, thread);
+    *pos = in.xnmod[J - 1];
+  } else {
+    step.index(t, thread);
+  }
+  const int pending = final ? sh.nmod[J - 1] - (*pos - in.xnmod[J - 1]) : 0;
+  if (pending < 0) {
+    error_set(error, -1);
+    return;
+  }
+  if ((pending > 0 || !final) && !take_arrivals(t, thread, sh, in, step, pos, pending, error))
+    return;
+  if (final) factor_and_publish(t, thread, sh, in, step, c, error);
+}
+
+}  // namespace omp_sweep
+
+// consumed: nsuper entries of work, the place in each target's incoming
+// list reached so far.
+template <class T, class Step, class Load>
+void sweep_run_branches_omp(const sweep_shape &sh, const sweep_incoming &in,
+                            const ooc_tree &tree, int nthreads, int *consumed, T *temp,
+                            const Step &step, const Load &load, sweep_counts *c, int *error) {
+  using namespace omp_sweep;
+  *error = 0;
+  for (int s = 0; s < sh.nsuper; ++s) {
+    sh.link[s] = in.xnmod[s];
+    consumed[s] = 0;  // not visited
+  }
+  factor_progress progress;
+  if (factor_progress_start(&progress, sh.msglvl) != 0) {
+    *error = -1;
+    return;
+  }
+  int arrivals = 0;
+  int stop = 0;  // written by the loading thread, read by all behind the barrier
+  const int team = nthreads > 0 ? nthreads : 1;
+#pragma omp parallel num_threads(team)
+  {
+    const int thread = arrive(&arrivals, temp, sh.tmpsize);
+    sweep_counts mine;
+    double finished = 0.0;  // entries of the panels this thread factorized
+    const int workers = omp_get_num_threads();
+    for (int leaf = 0; leaf < OOC_TREE_LEAVES; ++leaf) {
+#pragma omp single
+      {
+        if (error_seen(error) == 0) {
+          int e = 0;
+          load(leaf, &e);
+          if (e != 0) error_set(error, e);
+        }
+        stop = error_seen(error);
+      }
+      // Behind the barrier of the load every thread sees the same answer;
+      // the loops below end at barriers, before the next load.
+      if (stop != 0) break;
+      int path[OOC_TREE_LEVELS];
+      ooc_tree_path(tree, leaf, path);
+      int split = 0;
+      while (split < OOC_TREE_LEVELS && tree.hi[path[split]] == leaf) ++split;
+      const int nfinal = branch_members(tree, path, 0, split);
+      const int nopen = branch_members(tree, path, split, OOC_TREE_LEVELS);
+#pragma omp for schedule(dynamic, 1)
+      for (int i = 0; i < nfinal; ++i) {
+        const int J = branch_member(tree, path, 0, split, i);
+        visit(J, true, thread, sh, in, step, consumed + (J - 1), &mine, error);
+        if (thread == 1) {
+          finished += std::abs(sh.xlnz[sh.xsup[J] - 1]) - std::abs(sh.xlnz[sh.xsup[J - 1] - 1]);
+          const double p = 100.0 * workers * finished / (sh.nnzl > 0 ? sh.nnzl : 1);
+          factor_progress_step(&progress, p > 99.0 ? 99 : static_cast<int>(p));
+        }
+      }
+#pragma omp for schedule(dynamic, 1)
+      for (int i = 0; i < nopen; ++i) {
+        const int J = branch_member(tree, path, split, OOC_TREE_LEVELS, i);
+        visit(J, false, thread, sh, in, step, consumed + (J - 1), &mine, error);
+      }
+    }
+    depart(thread, mine, c, &progress);
+  }
 }
 
 }  // namespace tlm

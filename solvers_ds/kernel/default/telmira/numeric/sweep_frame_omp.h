@@ -84,32 +84,32 @@ inline void depart(int thread, const sweep_counts &mine, sweep_counts *c,
   if (thread == 1) factor_progress_end(progress);
 }
 
-// Scatter, the updates as the sources arrive, the factor step, and the
-// publication of J to its targets.
+// The updates of target t by the sources in its incoming list from place
+// *pos on: with pending > 0 until that many have been applied (waiting for
+// the sources that have not arrived yet), with pending = 0 those that have
+// arrived. *pos moves behind the applied ones. False when the sweep fails.
 template <class Step>
-void factor_one(int J, int thread, const sweep_shape &sh, const sweep_incoming &in,
-                const Step &step, sweep_counts *c, int *error) {
-  if (error_seen(error) != 0) return;
-  const sweep_target t = sweep_target_of(J, sh.xsup, sh.xlnz, sh.xlindx);
+bool take_arrivals(const sweep_target &t, int thread, const sweep_shape &sh,
+                   const sweep_incoming &in, const Step &step, int *pos, int pending,
+                   int *error) {
+  const int J = t.J;
   int *link = sh.link;
-  step.scatter(t, thread);
-
-  int pending = sh.nmod[J - 1];
-  int pos = in.xnmod[J - 1];
+  const bool wait = pending > 0;
   int idle = 0;
-  while (pending > 0) {
-    int end = pos;
+  while (!wait || pending > 0) {
+    int end = *pos;
     // The test reads link(J) only when the list may have moved on.
-    if (__atomic_load_n(&link[J - 1], __ATOMIC_ACQUIRE) == pos) {
-      if (__atomic_load_n(error, __ATOMIC_RELAXED) != 0) return;
+    if (__atomic_load_n(&link[J - 1], __ATOMIC_ACQUIRE) == *pos) {
+      if (!wait) return true;
+      if (__atomic_load_n(error, __ATOMIC_RELAXED) != 0) return false;
       spin_wait(&idle);
       continue;
     }
     idle = 0;
 #pragma omp critical(lock_update)
     end = link[J - 1];
-    if (error_seen(error) != 0) return;
-    for (int i = pos; i < end; ++i) {
+    if (error_seen(error) != 0) return false;
+    for (int i = *pos; i < end; ++i) {
       const int kc = in.up[i - 1];
       sweep_source s;
       s.kc = kc;
@@ -125,27 +125,50 @@ void factor_one(int J, int thread, const sweep_shape &sh, const sweep_incoming &
       step.update(t, s, thread, &ndone, &err);
       if (err != 0) {
         error_set(error, err);
-        return;
+        return false;
       }
     }
-    pending -= end - pos;
-    pos = end;
+    pending -= end - *pos;
+    *pos = end;
+    if (!wait) return true;
   }
+  return true;
+}
 
+// The factor step of t and its publication to the targets it updates.
+template <class Step>
+void factor_and_publish(const sweep_target &t, int thread, const sweep_shape &sh,
+                        const sweep_incoming &in, const Step &step, sweep_counts *c,
+                        int *error) {
   int err = 0;
   step.factor(t, thread, c, &err);
   if (err != 0) {
     error_set(error, err);
     return;
   }
+  int *link = sh.link;
 #pragma omp critical(lock_update)
-  for (int i = in.xslindx[J - 1]; i < in.xslindx[J]; ++i) {
+  for (int i = in.xslindx[t.J - 1]; i < in.xslindx[t.J]; ++i) {
     const int target = sh.snode[in.slindx[i - 1] - 1];
     const int q = link[target - 1];
     in.up[q - 1] = t.fstcol;
     in.uplen[q - 1] = in.slength[i - 1];
     __atomic_store_n(&link[target - 1], q + 1, __ATOMIC_RELEASE);
   }
+}
+
+// Scatter, the updates as the sources arrive, the factor step, and the
+// publication of J to its targets.
+template <class Step>
+void factor_one(int J, int thread, const sweep_shape &sh, const sweep_incoming &in,
+                const Step &step, sweep_counts *c, int *error) {
+  if (error_seen(error) != 0) return;
+  const sweep_target t = sweep_target_of(J, sh.xsup, sh.xlnz, sh.xlindx);
+  step.scatter(t, thread);
+  int pos = in.xnmod[J - 1];
+  if (sh.nmod[J - 1] > 0 && !take_arrivals(t, thread, sh, in, step, &pos, sh.nmod[J - 1], error))
+    return;
+  factor_and_publish(t, thread, sh, in, step, c, error);
 }
 
 }  // namespace omp_sweep

@@ -104,28 +104,37 @@ void ooc_kernels(const void *a_, const int *ja, const kernel_arrays &k, const sw
   }
 }
 
-// The branch sweep of type 2 where the plan chose it (the whole factor or
-// its largest branch fits the arena) and the parts make the tree: no panel
-// is read back while the factorization runs. Returns false when the arena
-// sweep is to run instead; otherwise the sweep ran.
+// The partition tree of type 2's branch sweep, where the plan chose it (the
+// whole factor or its largest branch fits the arena) and the parts make
+// the tree: then no panel is read back while the factorization runs. The
+// tree's arrays and extra ints of work behind them lie in *block (the
+// caller frees it). False when the arena sweep is to run; *error -2 when
+// the heap refuses.
+bool branch_tree(const int *comi, const int *ooc_l, const kernel_arrays &k, int extra,
+                 ooc_tree *tree, int **block, int *error) {
+  const int algorithm = OOCL(OL_ALGORITHM), ns = COMI(CI_NSUPER);
+  *block = nullptr;
+  if (COMI(CI_MTYPE) != 2 || (algorithm != 0 && algorithm != 3)) return false;
+  *block = static_cast<int *>(
+      vek_serv_malloc(sizeof(int) * (2 * static_cast<std::size_t>(ns) + extra), 128));
+  if (*block == nullptr) {
+    *error = -2;
+    return false;
+  }
+  return ooc_tree_build(COMI(CI_NPARTS), k.parts, ns, k.xsup, k.xlindx, k.lindx, k.snode,
+                        *block, *block + ns, tree);
+}
+
+// The branch sweep on one thread.
 template <class R>
 bool cholesky_by_branches(const void *a, const kernel_arrays &k, const sweep_shape &sh,
                           const sweep_shape &inner_sh, int *xl, R *lbuf, R *temp,
                           const int *comi, const int *ooc_l, ooc_sweep_io *io, int *error) {
-  const int algorithm = OOCL(OL_ALGORITHM);
-  if (COMI(CI_MTYPE) != 2 || (algorithm != 0 && algorithm != 3)) return false;
-  const int ns = sh.nsuper;
-  int *owner = static_cast<int *>(
-      vek_serv_malloc(sizeof(int) * 3 * static_cast<std::size_t>(ns), 128));
-  if (owner == nullptr) {
-    *error = -2;
-    return true;
-  }
-  int *members = owner + ns, *taken = members + ns;
   ooc_tree tree;
-  const bool built = ooc_tree_build(COMI(CI_NPARTS), k.parts, ns, k.xsup, k.xlindx, k.lindx,
-                                    k.snode, owner, members, &tree);
+  int *block = nullptr;
+  const bool built = branch_tree(comi, ooc_l, k, sh.nsuper, &tree, &block, error);
   if (built) {
+    int *taken = block + 2 * sh.nsuper;
     const chol_step<R> inner{inner_sh, static_cast<const R *>(a), lbuf, temp, k.xjalf,
                              k.jalf,   k.luperm, k.perm};
     io->branch = true;
@@ -143,14 +152,16 @@ bool cholesky_by_branches(const void *a, const kernel_arrays &k, const sweep_sha
     sweep_run_branches(sh, tree, taken, temp, step, load, &c, error);
     io->branch = false;
   }
-  vek_serv_free_list(reinterpret_cast<void **>(&owner), static_cast<void **>(nullptr));
-  return built;
+  if (block != nullptr)
+    vek_serv_free_list(reinterpret_cast<void **>(&block), static_cast<void **>(nullptr));
+  return built || *error == -2;
 }
 
 // The parallel Cholesky sweep of type 2 when the call has several threads,
 // the lists of the parallel frame and a block that holds the slots of
-// every thread beside some arena. Returns false when the sequential sweep
-// is to run instead; otherwise the sweep ran, with the counts in io.
+// every thread beside some arena, or, branch by branch, the arena of the
+// plan. Returns false when the sequential sweep is to run instead;
+// otherwise the sweep ran, with the counts in io.
 template <class R>
 bool cholesky_on_threads(const void *a, void *fi, const int *comx, void *up_uplen,
                          const kernel_arrays &k, const sweep_shape &sh, R *block,
@@ -159,11 +170,19 @@ bool cholesky_on_threads(const void *a, void *fi, const int *comx, void *up_uple
   const int threads = COMI(CI_THREADS);
   if (COMI(CI_MTYPE) != 2 || threads < 2 || COMI(CI_ONE_THREAD) != 0 || up_uplen == nullptr)
     return false;
+  ooc_tree tree;
+  int *tree_block = nullptr;
+  const bool branch = branch_tree(comi, ooc_l, k, sh.nsuper, &tree, &tree_block, error);
+  if (*error != 0) return true;
   const int panel = OOCL(OL_PANEL_VALUES);
   std::int64_t lvalues = 0;
   telmira_ooc_block_values(true, false, panel, OOCL(OL_ARENA_VALUES), &lvalues);
-  const std::int64_t arena = lvalues - blkl_ooc_omp_slot_values(panel, threads);
-  if (arena < 0) return false;
+  const std::int64_t arena =
+      branch ? OOCL(OL_ARENA_VALUES) : lvalues - blkl_ooc_omp_slot_values(panel, threads);
+  if (arena < 0) {
+    vek_serv_free_list(reinterpret_cast<void **>(&tree_block), static_cast<void **>(nullptr));
+    return false;
+  }
   ooc_thread_io *io = static_cast<ooc_thread_io *>(
       vek_serv_calloc(threads, static_cast<int>(sizeof(ooc_thread_io)), 128));
   int *up = sub(up_uplen, comx, CX_INLIST);
@@ -183,7 +202,7 @@ bool cholesky_on_threads(const void *a, void *fi, const int *comx, void *up_uple
           static_cast<std::size_t>(places + 1), 128));
   if (io == nullptr || xl == nullptr) {
     vek_serv_free_list(reinterpret_cast<void **>(&io), reinterpret_cast<void **>(&xl),
-                       static_cast<void **>(nullptr));
+                       reinterpret_cast<void **>(&tree_block), static_cast<void **>(nullptr));
     *error = -2;
     return true;
   }
@@ -203,7 +222,8 @@ bool cholesky_on_threads(const void *a, void *fi, const int *comx, void *up_uple
   vekd::blas_threads(1);
   blkl_ooc_omp<R>(static_cast<const R *>(a), sh, in, threads, k.xjalf, k.jalf, k.luperm,
                   k.perm, xl, block, static_cast<int>(arena), panel, temp, ooc, total->msglvl,
-                  first, done, rows_kept, io, error);
+                  first, done, rows_kept, io, branch ? &tree : nullptr,
+                  branch ? tree_block + 2 * sh.nsuper : nullptr, error);
   for (int t = 0; t < threads; ++t) {
     total->written += io[t].written;
     total->read += io[t].read;
@@ -216,7 +236,7 @@ bool cholesky_on_threads(const void *a, void *fi, const int *comx, void *up_uple
       total->nonfinite = io[t].nonfinite;
   }
   vek_serv_free_list(reinterpret_cast<void **>(&io), reinterpret_cast<void **>(&xl),
-                     static_cast<void **>(nullptr));
+                     reinterpret_cast<void **>(&tree_block), static_cast<void **>(nullptr));
   return true;
 }
 
@@ -285,12 +305,10 @@ void telmira_factorize_ooc(const void *a, const int *ia, const int *ja, void *fi
     inner_sh.xlnz = xl;
     const double eps = pivot_perturbation(COMI(CI_PERTURBATION), mtype, n, ia, a,
                                           sizeof(R) == sizeof(float));
-    if (cholesky_by_branches<R>(a, k, sh, inner_sh, xl, static_cast<R *>(factors),
+    if (cholesky_on_threads<R>(a, fi, comx, up_uplen, k, sh, static_cast<R *>(factors),
+                               static_cast<R *>(work), comi, ooc_l, ooc, &io, &error) ||
+        cholesky_by_branches<R>(a, k, sh, inner_sh, xl, static_cast<R *>(factors),
                                 static_cast<R *>(work), comi, ooc_l, &io, &error)) {
-      if (error == -3 && (io.io_error != 0 || io.nonfinite != 0 || io.arena_error != 0))
-        error = 0;
-    } else if (cholesky_on_threads<R>(a, fi, comx, up_uplen, k, sh, static_cast<R *>(factors),
-                               static_cast<R *>(work), comi, ooc_l, ooc, &io, &error)) {
       // The steps end the sweep with -3 on what io names.
       if (error == -3 && (io.io_error != 0 || io.nonfinite != 0 || io.arena_error != 0))
         error = 0;
