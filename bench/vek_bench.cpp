@@ -47,6 +47,7 @@ struct outcome {
   int peak_kb = 0, permanent_kb = 0, numeric_kb = 0;
   double residual = -1.0;
   int error = 0, failed_ido = 0;
+  int ooc_algorithm = -1;    // iparam(57) behind the analysis in files
   analysis_profile steps{};  // of the fastest analysis, with --steps
   long rss_start[3] = {-1, -1, -1};    // resident as each phase starts
   long rss_peak[3] = {-1, -1, -1};     // the peak within each phase
@@ -271,6 +272,7 @@ outcome run(const vekio::sparse &A, int mtype, const options &opt,
       if (ido == 11) {
         out.lu = iparam[17];
         out.mflop = iparam[18];
+        if (opt.ooc != 0) out.ooc_algorithm = iparam[56];
       }
     }
     out.peak_kb = iparam[14];
@@ -495,6 +497,9 @@ int main(int argc, char **argv) {
       std::printf("# rss_kb analysis %ld..%ld factorization %ld..%ld solve %ld..%ld\n",
                   o.rss_start[0], o.rss_peak[0], o.rss_start[1], o.rss_peak[1],
                   o.rss_start[2], o.rss_peak[2]);
+    // The out-of-core plan: 0 all of L fits its arena, 3 the largest
+    // branch of the dissection tree, 2 only a share (iparam(57)).
+    if (o.ooc_algorithm >= 0) std::printf("# ooc algorithm %d\n", o.ooc_algorithm);
     if (o.error != 0) ++failures;
     if (opt.steps && o.error == 0) print_steps(base_name(name), o.steps);
     if (opt.metis_ref && o.error == 0) print_metis_ref(base_name(name), A, mtype, opt, o);
