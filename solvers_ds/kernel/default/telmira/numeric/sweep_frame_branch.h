@@ -22,8 +22,8 @@
 // one thread loads the branch; the supernodes of the nodes that are final
 // with the leaf (a run from the leaf up) are then shared out in ascending
 // order, each waiting for the rest of its sources before it is factorized
-// and published; and then the supernodes of the nodes above take, side by
-// side, the sources that have arrived.
+// and published; behind them in the same loop the supernodes of the nodes
+// above take the sources as they arrive, until the final ones are through.
 #ifndef TELMIRA_SWEEP_FRAME_BRANCH_H
 #define TELMIRA_SWEEP_FRAME_BRANCH_H
 
@@ -115,12 +115,14 @@ inline int branch_members(const ooc_tree &tree, const int *path, int from, int t
 }
 
 // One visit of target J: A on the first (the place reached in its list
-// goes to pos), else its index; the sources that have arrived, or with
-// final all that it still waits for, then the factor step and the
-// publication.
+// goes to pos), else its index. With final, all the sources it still waits
+// for, then the factor step and the publication; otherwise the sources
+// that arrive until the count of final visits still running (*running)
+// is 0, so that the updates of every source finished with this leaf are
+// in before the leaf's panels leave.
 template <class Step>
 void visit(int J, bool final, int thread, const sweep_shape &sh, const sweep_incoming &in,
-           const Step &step, int *pos, sweep_counts *c, int *error) {
+           const Step &step, int *pos, const int *running, sweep_counts *c, int *error) {
   if (error_seen(error) != 0) return;
   const sweep_target t = sweep_target_of(J, sh.xsup, sh.xlnz, sh.xlindx);
   if (*pos == 0) {
@@ -129,14 +131,30 @@ void visit(int J, bool final, int thread, const sweep_shape &sh, const sweep_inc
   } else {
     step.index(t, thread);
   }
-  const int pending = final ? sh.nmod[J - 1] - (*pos - in.xnmod[J - 1]) : 0;
+  if (!final) {
+    int idle = 0;
+    for (;;) {
+      // Read before the take: a final visit publishes before it counts
+      // itself out.
+      const bool last = __atomic_load_n(running, __ATOMIC_ACQUIRE) == 0;
+      const int before = *pos;
+      if (!take_arrivals(t, thread, sh, in, step, pos, 0, error)) return;
+      if (last) return;
+      if (*pos != before) {
+        idle = 0;
+      } else {
+        if (__atomic_load_n(error, __ATOMIC_RELAXED) != 0) return;
+        spin_wait(&idle);
+      }
+    }
+  }
+  const int pending = sh.nmod[J - 1] - (*pos - in.xnmod[J - 1]);
   if (pending < 0) {
     error_set(error, -1);
     return;
   }
-  if ((pending > 0 || !final) && !take_arrivals(t, thread, sh, in, step, pos, pending, error))
-    return;
-  if (final) factor_and_publish(t, thread, sh, in, step, c, error);
+  if (pending > 0 && !take_arrivals(t, thread, sh, in, step, pos, pending, error)) return;
+  factor_and_publish(t, thread, sh, in, step, c, error);
 }
 
 }  // namespace omp_sweep
@@ -159,7 +177,8 @@ void sweep_run_branches_omp(const sweep_shape &sh, const sweep_incoming &in,
     return;
   }
   int arrivals = 0;
-  int stop = 0;  // written by the loading thread, read by all behind the barrier
+  int stop = 0;     // written by the loading thread, read by all behind the barrier
+  int running = 0;  // final visits of the leaf not yet through
   const int team = nthreads > 0 ? nthreads : 1;
 #pragma omp parallel num_threads(team)
   {
@@ -168,6 +187,12 @@ void sweep_run_branches_omp(const sweep_shape &sh, const sweep_incoming &in,
     double finished = 0.0;  // entries of the panels this thread factorized
     const int workers = omp_get_num_threads();
     for (int leaf = 0; leaf < OOC_TREE_LEAVES; ++leaf) {
+      int path[OOC_TREE_LEVELS];
+      ooc_tree_path(tree, leaf, path);
+      int split = 0;
+      while (split < OOC_TREE_LEVELS && tree.hi[path[split]] == leaf) ++split;
+      const int nfinal = branch_members(tree, path, 0, split);
+      const int nopen = branch_members(tree, path, split, OOC_TREE_LEVELS);
 #pragma omp single
       {
         if (error_seen(error) == 0) {
@@ -176,30 +201,28 @@ void sweep_run_branches_omp(const sweep_shape &sh, const sweep_incoming &in,
           if (e != 0) error_set(error, e);
         }
         stop = error_seen(error);
+        __atomic_store_n(&running, nfinal, __ATOMIC_RELEASE);
       }
       // Behind the barrier of the load every thread sees the same answer;
-      // the loops below end at barriers, before the next load.
+      // the loop below ends at a barrier, before the next load.
       if (stop != 0) break;
-      int path[OOC_TREE_LEVELS];
-      ooc_tree_path(tree, leaf, path);
-      int split = 0;
-      while (split < OOC_TREE_LEVELS && tree.hi[path[split]] == leaf) ++split;
-      const int nfinal = branch_members(tree, path, 0, split);
-      const int nopen = branch_members(tree, path, split, OOC_TREE_LEVELS);
+      // The final visits first, in ascending order, then the open ones,
+      // which take the updates as the final ones publish them.
 #pragma omp for schedule(dynamic, 1)
-      for (int i = 0; i < nfinal; ++i) {
+      for (int i = 0; i < nfinal + nopen; ++i) {
+        if (i >= nfinal) {
+          const int J = branch_member(tree, path, split, OOC_TREE_LEVELS, i - nfinal);
+          visit(J, false, thread, sh, in, step, consumed + (J - 1), &running, &mine, error);
+          continue;
+        }
         const int J = branch_member(tree, path, 0, split, i);
-        visit(J, true, thread, sh, in, step, consumed + (J - 1), &mine, error);
+        visit(J, true, thread, sh, in, step, consumed + (J - 1), &running, &mine, error);
+        __atomic_sub_fetch(&running, 1, __ATOMIC_RELEASE);
         if (thread == 1) {
           finished += std::abs(sh.xlnz[sh.xsup[J] - 1]) - std::abs(sh.xlnz[sh.xsup[J - 1] - 1]);
           const double p = 100.0 * workers * finished / (sh.nnzl > 0 ? sh.nnzl : 1);
           factor_progress_step(&progress, p > 99.0 ? 99 : static_cast<int>(p));
         }
-      }
-#pragma omp for schedule(dynamic, 1)
-      for (int i = 0; i < nopen; ++i) {
-        const int J = branch_member(tree, path, split, OOC_TREE_LEVELS, i);
-        visit(J, false, thread, sh, in, step, consumed + (J - 1), &mine, error);
       }
     }
     depart(thread, mine, c, &progress);
