@@ -189,23 +189,28 @@ TEST(Entry, PrecisionFollowsTheCreatingCall) {
   }
 }
 
-TEST(Entry, ComplexDiagonalAndSolutionOverB) {
-  // Type 13 with one entry per row: the complex routine, iparam(6) = 1.
+TEST(Entry, ComplexDiagonalOfAnyMagnitudeAndSolutionOverB) {
+  // Type 13 with one entry per row: the complex routine, iparam(6) = 1. A
+  // purely imaginary value is no zero; 1 / d as conj(d) / |d|^2 would give
+  // 0 for |d| above 1e154.
   std::vector<int> ia = {1, 2, 3}, ja = {2, 1};
-  std::vector<double> a = {0.0, 1.0, 2.0, 0.0}, b = {1.0, 0.0, 0.0, 2.0}, x(4, 0.0);
-  call c;
-  c.n = 2;
-  c.mtype = 13;
-  c.iparam[5] = 1;
-  c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
-  EXPECT_EQ(c.error, 0);
-  // Row 1: i * x(2) = 1, row 2: 2 * x(1) = 2i.
-  EXPECT_NEAR(x[0], 0.0, 1e-15);
-  EXPECT_NEAR(x[1], 1.0, 1e-15);
-  EXPECT_NEAR(x[2], 0.0, 1e-15);
-  EXPECT_NEAR(x[3], -1.0, 1e-15);
-  EXPECT_EQ(b, x);
-  EXPECT_EQ(c.iparam[21], -99);  // no sign counts for complex types
+  for (double scale : {1.0, 1e200, 1e300}) {
+    SCOPED_TRACE(scale);
+    std::vector<double> a = {3 * scale, 4 * scale, 0.0, scale}, b = {1.0, 0.0, 0.0, 2.0}, x(4, 0.0);
+    call c;
+    c.n = 2;
+    c.mtype = 13;
+    c.iparam[5] = 1;
+    c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+    EXPECT_EQ(c.error, 0);
+    // Row 1: (3 + 4i) x(2) = 1, x(2) = (3 - 4i) / 25; row 2: i x(1) = 2i.
+    EXPECT_NEAR(x[0] * scale, 2.0, 1e-15);
+    EXPECT_NEAR(x[1] * scale, 0.0, 1e-15);
+    EXPECT_NEAR(x[2] * scale, 0.12, 1e-15);
+    EXPECT_NEAR(x[3] * scale, -0.16, 1e-15);
+    EXPECT_EQ(b, x);
+    EXPECT_EQ(c.iparam[21], -99);  // no sign counts for complex types
+  }
 }
 
 }  // namespace
