@@ -1,6 +1,6 @@
 // The message service: printing by number, the word and real forms, the
-// solver's internal numbers and their rows, the summary and time lines,
-// the buffer overflow exit, and xerbla.
+// solver's internal numbers and their rows, the buffer overflow exit, and
+// the lines of xerbla (a handler in its place: test_dense_factor).
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -79,10 +79,10 @@ TEST(MessageService, TextUpToTheBufferPrintsLongerEndsTheProcess) {
       "       Message N 961   Lenght: 623   Buffer size: 512\n");
 }
 
+// The lines that the reports of the solver print are checked with the
+// reports (test_statistics, test_checks); here the rest.
 TEST(SolverMessages, InternalNumbersMapToTheirRows) {
   EXPECT_EQ(solver_line(-4), "================  TELMIRA: solving a  Hermitian indef. system  ================\n");
-  EXPECT_EQ(solver_line(105, 1, 4), " < Parallel Direct Factorization with #processors: >         4\n");
-  EXPECT_EQ(solver_line(402, 1, 0), "handle=0 ?? ido= 0\n");
   EXPECT_EQ(solver_line(430), "\n");  // row 836 is not used by this library
   EXPECT_EQ(solver_line(440, 1, 25), " exceeds max. iteration number 25\n");
   EXPECT_EQ(solver_line(452, 2, 1, 2), "*** Input check: j=1, ja(j)=2, ja(j+1)=%d are incompatible\n");
@@ -90,49 +90,20 @@ TEST(SolverMessages, InternalNumbersMapToTheirRows) {
   EXPECT_EQ(solver_line(613, 1, 96), "*** Error in TELMIRA memory allocation: CGS_ARR , size to allocate: 96 bytes\n");
 }
 
-TEST(SolverMessages, UnknownNumbersAndTooManyArguments) {
+TEST(SolverMessages, UnknownNumbersTooManyArgumentsAndOtherPhaseWords) {
   EXPECT_EQ(solver_line(999), "TELMIRA Internationalization error! Message 999 is unknown\n");
   EXPECT_EQ(solver_line(115), "TELMIRA Internationalization error! Message 115 is unknown\n");
   EXPECT_EQ(solver_line(500), "TELMIRA Internationalization error! Message 500 is unknown\n");
   EXPECT_EQ(solver_line(405, 5), "");
-}
-
-TEST(SolverMessages, SummaryLine) {
-  EXPECT_EQ(solver_line(0, 2, 1, 3),
-            "Summary TELMIRA: ( reorder to solve )\n================\n\n");
-  EXPECT_EQ(solver_line(0, 1, 4), "Summary TELMIRA: ( clean )\n================\n\n");
-  // Other values give an empty word; a count other than 2 the one-word form.
+  // A phase digit out of range gives an empty word; a count other than 2
+  // the one-word form.
   EXPECT_EQ(solver_line(0, 3, 7, 2), "Summary TELMIRA: (  )\n================\n\n");
-}
-
-TEST(SolverMessages, TimeAndRealLines) {
   const double two[2] = {1.5, 0.25};
-  int n111 = 111, n140 = 140, n215 = 215, n241 = 241, n150 = 150, count = 1,
-      count2 = 2, iterations = 7;
+  int n150 = 150, count = 1;
   CaptureStdout();
-  telmira_message_real(&n111, &count2, two);
-  telmira_message_real(&n140, &count, two);
-  telmira_message_real(&n215, &count, two);
-  telmira_message_real(&n241, &count, two);
   telmira_message_real(&n150, &count, two);
-  int n118 = 118;
-  telmira_message_timed(&n118, &two[0], &iterations);
   telmira_newline();
-  EXPECT_EQ(GetCapturedStdout(),
-            "      Time fulladj: 1.500000 s total - sum: 0.250000 s\n"
-            "      Time total  : 1.500000 s\n"
-            "             non-zeros in A (%):                            1.500000\n\n"
-            "             gflop/s for the numerical factorization:        1.500000\n\n"
-            "TELMIRA Internationalization error! Message 150 is unknown\n"
-            "      Time cgs    : 1.500000 s cgx iterations 7\n\n"
-            "\n");
-}
-
-int handler_calls = 0;
-int handler_info = 0;
-void counting_handler(const char *, const int *info, int) {
-  ++handler_calls;
-  handler_info = *info;
+  EXPECT_EQ(GetCapturedStdout(), "TELMIRA Internationalization error! Message 150 is unknown\n\n");
 }
 
 TEST(Xerbla, RowsByInfoAndTheNameCutToTwentyCharacters) {
@@ -150,17 +121,6 @@ TEST(Xerbla, RowsByInfoAndTheNameCutToTwentyCharacters) {
             "\nVEK ERROR: Incompatible optional parameters on entry to DTRSM\n"
             "\nVEK INTERNAL ERROR: Not enough work memory in function DPOTRF\n"
             "\nVEK ERROR: Parameter 5 was incorrect on entry to DGE\n");
-}
-
-TEST(Xerbla, ReplacementHandlerTakesOver) {
-  int info = 4;
-  vek_serv_set_xerbla(counting_handler);
-  CaptureStdout();
-  xerbla("DGETRF", &info, 6);
-  EXPECT_EQ(GetCapturedStdout(), "");
-  vek_serv_set_xerbla(nullptr);
-  EXPECT_EQ(handler_calls, 1);
-  EXPECT_EQ(handler_info, 4);
 }
 
 }  // namespace

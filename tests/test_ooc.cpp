@@ -11,12 +11,9 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
-#include "service/vek_serv_threads.h"
 #include "telmira_ooc_arena.h"
 #include "telmira_ooc_files.h"
 #include "telmira_slots.h"
@@ -27,16 +24,11 @@ namespace {
 
 using vektest::system;
 
-// Sets the variables of the mode for one test and restores them behind it;
-// the files go to a fresh temporary directory.
+// Sets the variables of the mode for each test; the files go to a fresh
+// temporary directory.
 class Ooc : public testing::Test {
  protected:
   void SetUp() override {
-    for (int i = 0; i < 3; ++i) {
-      const char *v = getenv(names_[i]);
-      had_[i] = v != nullptr;
-      saved_[i] = v ? v : "";
-    }
     char tmpl[] = "/tmp/vek_ooc_XXXXXX";
     ASSERT_NE(mkdtemp(tmpl), nullptr);
     dir_ = tmpl;
@@ -44,12 +36,6 @@ class Ooc : public testing::Test {
     set_env(base_, 2, 1);
   }
   void TearDown() override {
-    for (int i = 0; i < 3; ++i) {
-      if (had_[i])
-        setenv(names_[i], saved_[i].c_str(), 1);
-      else
-        unsetenv(names_[i]);
-    }
     std::string cmd = "rm -rf '" + dir_ + "'";
     if (std::system(cmd.c_str()) != 0) ADD_FAILURE() << "could not clean " << dir_;
   }
@@ -63,28 +49,14 @@ class Ooc : public testing::Test {
     return stat(name.c_str(), &st) == 0;
   }
   std::string dir_, base_;
-
- private:
-  const char *names_[3] = {"VEK_TELMIRA_OOC_PATH", "VEK_TELMIRA_OOC_MAX_CORE_SIZE",
-                           "VEK_TELMIRA_OOC_KEEP_FILE"};
-  bool had_[3] = {false, false, false};
-  std::string saved_[3];
 };
 
 // The control array with the defaults of the type, and the mode.
 void controls(system &s, int mode) { s.type_defaults().iparam[59] = mode; }
 
 using vektest::every_type;
+using vektest::rel_diff;
 using vektest::typed_matrix;
-
-double max_difference(const std::vector<double> &a, const std::vector<double> &b) {
-  double d = 0.0, m = 0.0;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    d = std::max(d, std::fabs(a[i] - b[i]));
-    m = std::max(m, std::fabs(b[i]));
-  }
-  return m > 0.0 ? d / m : d;
-}
 
 TEST_F(Ooc, EveryTypeSolvesInFilesAsInMemory) {
   for (const typed_matrix &c : every_type(19)) {
@@ -98,7 +70,7 @@ TEST_F(Ooc, EveryTypeSolvesInFilesAsInMemory) {
     controls(files, 2);
     ASSERT_EQ(files.call(13), 0) << files.iparam[29];
     EXPECT_LT(files.residual(files.x), 1e-10);
-    EXPECT_LT(max_difference(files.x, core.x), 1e-8);
+    EXPECT_LT(rel_diff(files.x, core.x), 1e-8);
     EXPECT_EQ(files.iparam[13], core.iparam[13]);  // perturbed pivots
     EXPECT_EQ(files.iparam[21], core.iparam[21]);  // inertia of type -2
     EXPECT_EQ(files.iparam[22], core.iparam[22]);
@@ -116,21 +88,6 @@ TEST_F(Ooc, EveryTypeSolvesInFilesAsInMemory) {
     EXPECT_FALSE(exists(base_ + ".lnz"));
     EXPECT_FALSE(exists(base_ + ".unz"));
   }
-}
-
-TEST_F(Ooc, FilesStayWhenAskedAndGoOtherwise) {
-  set_env(base_, 2, 0);
-  {
-    system s(vekio::convdiff3d(8, 1.0, 0.6, 0.3), 11, 1);
-    controls(s, 2);
-    ASSERT_EQ(s.call(13), 0);
-    // A second solve reads the same files.
-    std::vector<double> first = s.x;
-    ASSERT_EQ(s.call(33), 0);
-    EXPECT_LT(max_difference(s.x, first), 1e-12);
-  }
-  EXPECT_TRUE(exists(base_ + ".lnz"));
-  EXPECT_TRUE(exists(base_ + ".unz"));
 }
 
 TEST_F(Ooc, AnUnwritableDirectoryGivesMinus10AndLeavesTheCallerUntouched) {
@@ -164,33 +121,25 @@ TEST_F(Ooc, AFailedWriteGivesMinus11AndNoFileStays) {
   EXPECT_FALSE(exists(base_ + ".lnz"));
 }
 
-TEST_F(Ooc, ModeOneChoosesByTheLimit) {
-  const vekio::sparse m = vekio::lap3d(14);
-  {
-    set_env(base_, 2000, 1);
-    system s(m, 2, 1);
-    controls(s, 1);
-    ASSERT_EQ(s.call(13), 0);
-    const int *ooc_l = tlm::state_of(s.handle).ooc_l;
-    EXPECT_EQ(OOCL(OL_MODE), 0);
-    EXPECT_FALSE(exists(base_ + ".lnz"));
-  }
-  {
-    set_env(base_, 2, 1);
-    system s(m, 2, 1);
-    controls(s, 1);
-    ASSERT_EQ(s.call(13), 0);
-    const int *ooc_l = tlm::state_of(s.handle).ooc_l;
-    EXPECT_EQ(OOCL(OL_MODE), 2);
-    EXPECT_TRUE(exists(base_ + ".lnz"));
-    EXPECT_LT(s.residual(s.x), 1e-10);
-  }
-  {
-    // No room for one panel per thread and the main flow: -9.
-    set_env(base_, 0, 1);
-    system s(m, 2, 1);
-    controls(s, 1);
-    EXPECT_EQ(s.call(13), -9);
+TEST_F(Ooc, ModeOneChoosesByTheLimitAndFilesStayWhenAsked) {
+  const vekio::sparse cd = vekio::convdiff3d(14, 1.0, 0.6, 0.3);
+  for (int limit_mb : {2000, 2}) {
+    SCOPED_TRACE(limit_mb);
+    set_env(base_, limit_mb, 0);  // the files are to stay
+    {
+      system s(cd, 11, 1);
+      controls(s, 1);
+      ASSERT_EQ(s.call(13), 0);
+      EXPECT_LT(s.residual(s.x), 1e-10);
+      const int *ooc_l = tlm::state_of(s.handle).ooc_l;
+      EXPECT_EQ(OOCL(OL_MODE), limit_mb == 2 ? 2 : 0);
+      // A second solve reads the same files.
+      const std::vector<double> first = s.x;
+      ASSERT_EQ(s.call(33), 0);
+      EXPECT_LT(rel_diff(s.x, first), 1e-12);
+    }
+    EXPECT_EQ(exists(base_ + ".lnz"), limit_mb == 2);
+    EXPECT_EQ(exists(base_ + ".unz"), limit_mb == 2);
   }
 }
 
@@ -314,10 +263,6 @@ TEST_F(Ooc, RecordsGoToTheNamedFilesAndComeBack) {
   tlm::telmira_ooc_forget(ooc + 1);
 }
 
-}  // namespace
-
-namespace {
-
 // Several matrix numbers over one analysis share the files: factorizing
 // one must never leave another's solve reading foreign factors.
 TEST_F(Ooc, SeveralMatrixNumbersNeverSolveWithForeignFactors) {
@@ -344,18 +289,13 @@ TEST_F(Ooc, SeveralMatrixNumbersNeverSolveWithForeignFactors) {
   EXPECT_LE(s.residual(s.x), 1e-14);
 }
 
-}  // namespace
-
-namespace {
-
 // Type 2 on two threads shares its out-of-core sweep among them: each
 // thread makes its targets in slots of its own and takes its sources from
 // the shared arena or the file. Under a limit far below the factors, and
 // again and again, it must give the answer of memory; a pivot that is not
 // positive, or a NaN in A, must fail as in memory.
 TEST_F(Ooc, CholeskyOnTwoThreadsGivesTheAnswerOfMemoryRunAfterRun) {
-  vek_serv_set_dynamic(0);
-  vek_serv_set_num_threads(2);
+  vektest::use_threads(2);
   const vekio::sparse m = vekio::lap3d(20);
   system core(m, 2, 1);
   controls(core, 0);
@@ -384,9 +324,9 @@ TEST_F(Ooc, CholeskyOnTwoThreadsGivesTheAnswerOfMemoryRunAfterRun) {
     written = static_cast<unsigned>(OOCL(OL_BYTES_WRITTEN));
     read = static_cast<unsigned>(OOCL(OL_BYTES_READ));
     EXPECT_LT(files.residual(files.x), 1e-13);
-    EXPECT_LT(max_difference(files.x, core.x), 1e-10);
+    EXPECT_LT(rel_diff(files.x, core.x), 1e-10);
     if (run == 0) first = files.x;
-    EXPECT_LT(max_difference(files.x, first), 1e-12);
+    EXPECT_LT(rel_diff(files.x, first), 1e-12);
   }
   files.release();
   EXPECT_FALSE(exists(base_ + ".lnz"));
@@ -406,7 +346,7 @@ TEST_F(Ooc, CholeskyOnTwoThreadsGivesTheAnswerOfMemoryRunAfterRun) {
     EXPECT_EQ(in_files.call(13), expected);
     EXPECT_EQ(in_files.iparam[29], in_memory.iparam[29]);
   }
-  vek_serv_set_num_threads(1);
+  vektest::use_threads(1);
 }
 
 }  // namespace

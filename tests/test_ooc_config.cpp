@@ -29,16 +29,11 @@ struct Settings {
 };
 
 // Each test gets an empty temporary directory as the configuration path and
-// an environment without the other variables; both are restored behind it.
+// an environment without the other variables.
 class OocConfig : public testing::Test {
  protected:
   void SetUp() override {
-    for (int i = 0; i < 5; ++i) {
-      const char *v = getenv(env_names[i]);
-      saved_[i] = v ? v : "";
-      had_[i] = v != nullptr;
-      unsetenv(env_names[i]);
-    }
+    for (const char *v : env_names) unsetenv(v);
     char tmpl[] = "/tmp/ooc_cfg_XXXXXX";
     ASSERT_NE(mkdtemp(tmpl), nullptr);
     dir_ = tmpl;
@@ -47,10 +42,6 @@ class OocConfig : public testing::Test {
   void TearDown() override {
     for (const std::string &f : files_) unlink(f.c_str());
     rmdir(dir_.c_str());
-    for (int i = 0; i < 5; ++i) {
-      if (had_[i]) setenv(env_names[i], saved_[i].c_str(), 1);
-      else unsetenv(env_names[i]);
-    }
   }
 
   void write_file(const std::string &text, const std::string &name = "telmira_ooc.cfg") {
@@ -89,8 +80,6 @@ class OocConfig : public testing::Test {
   }
 
   std::string dir_;
-  std::string saved_[5];
-  bool had_[5];
   std::vector<std::string> files_;
 };
 

@@ -11,49 +11,22 @@
 #include <vector>
 
 #include "service/vek_serv_memory.h"
-#include "service/vek_serv_threads.h"
 #include "telmira.h"
 #include "telmira_check.h"
 #include "telmira_types.h"
 #include "telmira_storage.h"
 #include "test_heap.h"
+#include "test_system.h"
 
 namespace {
-
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
 
 using vektest::counted_heap;
 long live() { return counted_heap::live; }
 std::atomic<long> &fail_at = counted_heap::fail_at;
 
-struct solver {
-  intptr_t handle[64] = {0};
-  int iparam[64] = {0};
-  int max_fac_store = 1, matrix_number = 1, mtype = 1, n = 5, nb = 1, msglvl = 1, error = 0;
-  std::vector<int> ia = {1, 3, 6, 9, 12, 14};
-  std::vector<int> ja = {1, 2, 1, 2, 3, 2, 3, 4, 3, 4, 5, 4, 5};
-  std::vector<double> a = std::vector<double>(13, 1.0), b = std::vector<double>(5, 1.0),
-                      x = std::vector<double>(5, 0.0);
-  std::vector<int> perm = std::vector<int>(5, 0);
-  solver() {
-    vek_serv_set_dynamic(0);
-    vek_serv_set_num_threads(1);
-  }
-  int call(int ido) {
-    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
-            perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
-    return error;
-  }
-  std::string printed(int ido) {
-    CaptureStdout();
-    call(ido);
-    return GetCapturedStdout();
-  }
-  void release() {
-    msglvl = 0;
-    call(-1);
-  }
+// A handle around a small matrix of type mtype, on one thread.
+struct solver : vektest::system {
+  explicit solver(int type = 1) : system(vekio::lap2d(3), type) { vektest::use_threads(1); }
 };
 
 // The sweep of test_alloc_failure fails every request of every type; here
@@ -63,11 +36,10 @@ TEST(StorageFailures, ARefusedRequestIsReportedAndLeavesNothing) {
   counted_heap heap;
   for (int k : {1, 6}) {
     SCOPED_TRACE(k);
-    solver s;
-    s.mtype = 11;
+    solver s(11);
     counted_heap::requests = 0;
     fail_at = k;
-    const std::string out = s.printed(11);
+    const std::string out = s.call_printing(11);
     fail_at = 0;
     EXPECT_EQ(s.error, -2);
     EXPECT_EQ(out.find("*** Error in TELMIRA  (     insufficient_memory) error_num= -"), 0u)
@@ -83,7 +55,6 @@ TEST(StorageFailures, ARefusedRequestIsReportedAndLeavesNothing) {
 TEST(StorageRelease, NewAnalysisAndReleaseFreeEverything) {
   counted_heap heap;
   solver s;
-  s.msglvl = 0;
   s.call(11);
   const long after_first = live();
   EXPECT_GT(after_first, 0);
@@ -114,7 +85,6 @@ TEST(StorageRelease, NoFactorTableForZeroFactorizations) {
   solver s;
   s.max_fac_store = 0;
   s.matrix_number = 0;
-  s.msglvl = 0;
   s.call(11);
   EXPECT_NE(s.handle[1], 0);
   EXPECT_EQ(s.handle[3], 0);
