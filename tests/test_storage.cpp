@@ -1,6 +1,7 @@
 // The storage plan of a handle: the report of a refused allocation; the
 // release at a new analysis and at ido -1; the factor entries and
-// fact_plan; and the allocators that end the process.
+// fact_plan's choice for a factor block (the work array's growth shows in
+// test_phases); and the allocators that end the process.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -97,14 +98,12 @@ struct planned_state {
   intptr_t handle[64] = {0};
   int mark = tlm::not_allocated_mark;
   int *comi = nullptr;
-  int *comx = nullptr;
   planned_state(int mtype) {
     int status = 0;
     tlm::storage_sums sums{};
     EXPECT_TRUE(tlm::create_basic(handle, 2, 0, mark, &status, &sums));
     tlm::state_view s = tlm::state_of(handle);
     comi = s.comi;
-    comx = s.comx;
     comi[1 - 1] = 100;
     comi[12 - 1] = mtype;
     comi[15 - 1] = 2;
@@ -145,39 +144,6 @@ TEST(FactPlan, FactorBlockByTheStateOfItsEntry) {
   tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
   EXPECT_EQ(plan.factor, -1000);
   entry[0] = entry[1] = 0;
-}
-
-TEST(FactPlan, WorkArrayGrowsOnlyAndCommitStoresThePlan) {
-  planned_state p(11);
-  int *comi = p.comi;
-  int *comx = p.comx;
-  intptr_t *entry = tlm::fact_entry(p.handle, 1);
-  tlm::fact_sizes plan;
-  int phase = 22, nb = 1, commit = 0, yes = 1;
-  // r = max(150, 30 * 1, 100) * 2 threads = 300 words for one word per value.
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
-  EXPECT_EQ(plan.work, 300);
-  EXPECT_EQ(COMI(7), 0);  // a forecast stores nothing
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &yes, &plan);
-  EXPECT_EQ(COMI(7), 300);
-  EXPECT_EQ(COMI(44), 300);
-  EXPECT_EQ(COMI(43), 1);
-  EXPECT_EQ(COMI(5), 1);
-  COMX(tlm::COMX_WORK) = 1;  // the driver made the array
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &yes, &plan);
-  EXPECT_EQ(plan.work, 0);
-  nb = 10;  // 30 * 10 * 2 = 600 words: grow, and the array is marked unset
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &yes, &plan);
-  EXPECT_EQ(plan.work, -600);
-  EXPECT_EQ(COMI(7), 600);
-  EXPECT_EQ(COMX(tlm::COMX_WORK), p.mark);
-  // The iteration array with a selected iteration and a solve phase.
-  EXPECT_EQ(plan.iteration, 0);
-  COMI(18) = 1;
-  phase = 23;
-  nb = 2;
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
-  EXPECT_EQ(plan.iteration, (5 * 100 + 9) * 2 + 2 * 2 * 2);
 }
 
 TEST(MemAlloc, FailureEndsTheProcessWithItsMessage) {

@@ -83,6 +83,16 @@ vekio::sparse complexify(const vekio::sparse &m, double im, std::complex<double>
   return c;
 }
 
+double substeps_error(system &s, std::initializer_list<int> steps, const std::vector<double> &full) {
+  const std::vector<double> rhs = s.b;
+  for (int step : steps) {
+    EXPECT_EQ(s.call(step), 0) << step;
+    s.b = s.x;
+  }
+  s.b = rhs;
+  return rel_diff(s.x, full);
+}
+
 void use_threads(int t) {
   vek_serv_set_dynamic(0);
   vek_serv_set_num_threads(t);
