@@ -381,12 +381,8 @@ TEST(Phases, StorageModeLinesAndNoRoomEvenOutOfCore) {
       continue;
     }
     EXPECT_EQ(s.error, 0) << out;
-    // The report of the whole call follows.
-    for (const char *line : {"TELMIRA: solving a symm. posit. def. system",
-                             "Summary TELMIRA: ( reorder to solve )", "      Time numfct :",
-                             "      Time solve  :", "             #equations:       "
-                             "                              625"})
-      EXPECT_NE(out.find(line), std::string::npos) << line;
+    // The report of the whole call follows (its lines: test_statistics).
+    EXPECT_NE(out.find("Summary TELMIRA: ( reorder to solve )"), std::string::npos);
     EXPECT_LE(s.residual(s.x), 1e-14);
   }
 }
