@@ -89,7 +89,7 @@ TEST(MessageService, TextUpToTheBufferPrintsLongerEndsTheProcess) {
 }
 
 // The lines that the reports of the solver print are checked with the
-// reports (test_statistics, test_checks); here the rest.
+// reports (the Statistics tests below, test_checks); here the rest.
 TEST(SolverMessages, InternalNumbersMapToTheirRows) {
   EXPECT_EQ(solver_line(-4), "================  TELMIRA: solving a  Hermitian indef. system  ================\n");
   EXPECT_EQ(solver_line(430), "\n");  // row 836 is not used by this library

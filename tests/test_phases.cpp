@@ -381,7 +381,7 @@ TEST(Phases, StorageModeLinesAndNoRoomEvenOutOfCore) {
       continue;
     }
     EXPECT_EQ(s.error, 0) << out;
-    // The report of the whole call follows (its lines: test_statistics).
+    // The report of the whole call follows (its lines: the Statistics tests).
     EXPECT_NE(out.find("Summary TELMIRA: ( reorder to solve )"), std::string::npos);
     EXPECT_LE(s.residual(s.x), 1e-14);
   }
