@@ -83,7 +83,7 @@ vekio::sparse complexify(const vekio::sparse &m, double im, std::complex<double>
   return c;
 }
 
-double substeps_error(system &s, std::initializer_list<int> steps, const std::vector<double> &full) {
+double substeps_error(system &s, std::initializer_list<int> steps, std::vector<double> full) {
   const std::vector<double> rhs = s.b;
   for (int step : steps) {
     EXPECT_EQ(s.call(step), 0) << step;

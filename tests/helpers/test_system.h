@@ -72,9 +72,9 @@ struct typed_matrix {
 std::vector<typed_matrix> every_type(int lap_n = 10);
 
 // The sub-steps (ido 331, 332, 333) on s's factors, each on the result of
-// the one before, against the full solve full: rel_diff. b is left as it
-// was.
-double substeps_error(system &s, std::initializer_list<int> steps, const std::vector<double> &full);
+// the one before, against the full solve full (a copy: the steps overwrite
+// s.x): rel_diff. b is left as it was.
+double substeps_error(system &s, std::initializer_list<int> steps, std::vector<double> full);
 
 // Dynamic adjustment off and t threads for the calls that follow.
 void use_threads(int t);
