@@ -174,6 +174,7 @@ TEST(Mc64, SmallStructuresGiveTheirPermutationAndRank) {
     if (!c.perm.empty()) {
       EXPECT_EQ(c.perm, perm);
     }
+    if (c.rank < 0) check_matching(csr<double>{n, c.ia, c.ja, c.a}, 1e-14);  // exact duals
   }
 }
 

@@ -277,27 +277,3 @@ TEST(ThreadParallel, InsideRegionDependsOnDynamic) {
   EXPECT_EQ(outside_dynamic, std::min(3, expected_cores()));
   EXPECT_EQ(inside_static, 3);
 }
-
-namespace {
-int hook_thread, hook_step;
-std::string hook_stage;
-int recording_hook(int *thread, int *step, const char *stage, int length) {
-  hook_thread = *thread;
-  hook_step = *step;
-  hook_stage.assign(stage, length);
-  return 7;
-}
-}  // namespace
-
-TEST(ThreadProgress, HookReceivesArgumentsAndDecides) {
-  int thread = 3, step = 40;
-  const char *text = "Telmira: factorization phase";
-  EXPECT_EQ(vek_serv_progress(&thread, &step, text, 28), 0);
-  vek_serv_set_progress(recording_hook);
-  EXPECT_EQ(vek_serv_progress(&thread, &step, text, 28), 7);
-  EXPECT_EQ(hook_thread, 3);
-  EXPECT_EQ(hook_step, 40);
-  EXPECT_EQ(hook_stage, text);
-  vek_serv_set_progress(nullptr);
-  EXPECT_EQ(vek_serv_progress(&thread, &step, text, 28), 0);
-}
