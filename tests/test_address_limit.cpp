@@ -16,7 +16,6 @@
 #include <cstdio>
 #include <string>
 
-#include "service/vek_serv_threads.h"
 #include "test_system.h"
 
 namespace {
@@ -46,8 +45,7 @@ outcome limited_solve(long room_mb) {
   const pid_t pid = fork();
   if (pid == 0) {
     close(fds[0]);
-    vek_serv_set_dynamic(0);
-    vek_serv_set_num_threads(2);
+    vektest::use_threads(2);
     vektest::system s(vekio::lap3d(30), 2);
     s.msglvl = 1;
     if (room_mb > 0) {

@@ -27,7 +27,6 @@
 #include <vector>
 
 #include "service/vek_serv_memory.h"
-#include "service/vek_serv_threads.h"
 #include "test_heap.h"
 #include "test_system.h"
 
@@ -88,13 +87,10 @@ bool one_run(const alloc_case &c, long k, int fd) {
   {
     vektest::system s(c.m, c.mtype);
     if (!c.control.empty()) {
-      s.iparam[0] = 1;
-      // the defaults of the type, then the case's own settings
-      s.iparam[1] = 2;
-      s.iparam[9] = c.mtype == 2 || c.mtype == 4 ? 0 : (c.mtype == 1 || c.mtype == 3 || c.mtype > 10 ? 13 : 8);
-      s.iparam[10] = c.mtype > 10 ? 1 : 0;
-      s.iparam[12] = c.mtype > 10 ? 1 : 0;
-      s.iparam[20] = c.mtype == -2 || c.mtype == -4 || c.mtype == 6 ? 1 : 0;
+      // the defaults of the type, the matching only for 11 and 13, then the
+      // case's own settings
+      s.type_defaults();
+      s.iparam[10] = s.iparam[12] = c.mtype > 10 ? 1 : 0;
       for (const auto &p : c.control) s.iparam[p.first - 1] = p.second;
       if (s.iparam[4] == 1)
         for (int i = 0; i < s.n; ++i) s.perm[i] = s.n - i;
@@ -122,8 +118,7 @@ bool one_run(const alloc_case &c, long k, int fd) {
   setrlimit(RLIMIT_CORE, &no_core);
   signal(SIGABRT, [](int) { _exit(134); });
   counted_heap heap;
-  vek_serv_set_dynamic(0);
-  vek_serv_set_num_threads(threads);
+  vektest::use_threads(threads);
   for (long k = first;; ++k) {
     dprintf(fd, "K %ld\n", k);
     if (!one_run(c, k, fd)) break;

@@ -8,60 +8,50 @@
 #include <string>
 #include <vector>
 
-#include "service/vek_serv_threads.h"
-#include "telmira.h"
+#include "test_system.h"
 
 namespace {
 
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
+vekio::sparse tridiagonal3() {
+  vekio::sparse m;
+  m.n = 3;
+  m.ia = {1, 3, 6, 8};
+  m.ja = {1, 2, 1, 2, 3, 2, 3};
+  m.a.assign(7, 1.0);
+  return m;
+}
 
-// A caller of the solver with its own handle; released at the end.
-struct solver {
-  intptr_t handle[64] = {0};
-  int iparam[64] = {0};
-  int max_fac_store = 1, matrix_number = 1, mtype = 11, n = 3, nb = 1, msglvl = 1, error = 0;
-  // 3 x 3 tridiagonal, full pattern.
-  std::vector<int> ia = {1, 3, 6, 8}, ja = {1, 2, 1, 2, 3, 2, 3};
-  std::vector<double> a = std::vector<double>(64, 1.0), b = std::vector<double>(64, 1.0),
-                      x = std::vector<double>(64, 0.0);
-  std::vector<int> perm = std::vector<int>(64, 0);
-
-  solver() {
-    vek_serv_set_dynamic(0);
-    vek_serv_set_num_threads(1);
-  }
-  ~solver() {
-    int level = msglvl;
-    msglvl = 0;
-    call(-1);
-    msglvl = level;
+// A caller of the solver with its own handle, on the 3 x 3 tridiagonal
+// matrix in full storage, at message level 1; the arrays have room for
+// what the tests claim of them.
+struct solver : vektest::system {
+  solver() : system(tridiagonal3(), 11) {
+    msglvl = 1;
+    A.a.resize(64, 1.0);
+    b.resize(64, 1.0);
+    x.resize(64, 0.0);
+    perm.resize(64, 0);
+    vektest::use_threads(1);
   }
   void upper_triangle() {  // the same matrix as an upper triangle
-    ia = {1, 3, 5, 6};
-    ja = {1, 2, 2, 3, 3};
+    A.ia = {1, 3, 5, 6};
+    A.ja = {1, 2, 2, 3, 3};
   }
   void size4() {
     n = 4;
-    ia = {1, 3, 6, 9, 11};
-    ja = {1, 2, 1, 2, 3, 2, 3, 4, 3, 4};
+    A.ia = {1, 3, 6, 9, 11};
+    A.ja = {1, 2, 1, 2, 3, 2, 3, 4, 3, 4};
   }
-  int call(int ido) {
-    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
-            perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
-    return error;
-  }
-  std::string printed(int ido) {
-    CaptureStdout();
+  std::string printed(int ido) {  // at the level set
+    testing::internal::CaptureStdout();
     call(ido);
-    return GetCapturedStdout();
+    return testing::internal::GetCapturedStdout();
   }
   // An analysis at level 0, so that the handle holds a state.
   void analyse() {
-    int level = msglvl;
     msglvl = 0;
     call(11);
-    msglvl = level;
+    msglvl = 1;
     ASSERT_NE(handle[0], 0);
   }
 };
@@ -142,9 +132,9 @@ TEST(ParameterChecks, EachRefusedParameterWithItsSummary) {
       // -11, -5 or 5 would pass: only the range is tested here
       {[](solver &s) { s.mtype = 7; }, 11, 15, "matrix_type_new 7 (out of bounds)", 1, 7, 3, 7,
        1},
-      {[](solver &s) { s.n = 0, s.ia = {1}; }, 12, 7, "neqns_new 0 ", 1, 11, 0, 0, 1},
+      {[](solver &s) { s.n = 0, s.A.ia = {1}; }, 12, 7, "neqns_new 0 ", 1, 11, 0, 0, 1},
       // fewer stored entries than equations
-      {[](solver &s) { s.ia = {1, 2, 2, 2}; }, 11, 8,
+      {[](solver &s) { s.A.ia = {1, 2, 2, 2}; }, 11, 8,
        "ia(neqns+1)_new 1 _old 0 are incompatible", 1, 11, 3, 1, 1},
       {[](solver &s) {
          s.analyse();
@@ -191,7 +181,7 @@ TEST(ParameterChecks, LevelZeroIsSilentAndTurnsMinusOneIntoMinusSeven) {
   solver s;
   s.msglvl = 0;
   s.n = 0;
-  s.ia = {1};
+  s.A.ia = {1};
   EXPECT_EQ(s.printed(11), "");
   EXPECT_EQ(s.error, -7);
   EXPECT_EQ(s.iparam[63], 110);
@@ -202,61 +192,44 @@ TEST(ParameterChecks, LevelZeroIsSilentAndTurnsMinusOneIntoMinusSeven) {
 }
 
 TEST(MatrixCheck, EachTestNamesItsLastOffendingPlace) {
-  {
-    solver s;  // rows 1 and 3 empty; the report names row 3
+  // The set-up, what is printed, and the place in iparam(31).
+  struct item {
+    const char *what;
+    std::function<void(solver &)> setup;
+    std::string printed;
+    int place;
+  };
+  const std::string head = "*** Error in TELMIRA  (incorrect input matrix  ) error_num= ";
+  const item cases[] = {
+      {"rows 1 and 3 empty; the report names row 3",
+       [](solver &s) { s.n = 4, s.A.ia = {1, 1, 3, 3, 6}, s.A.ja = {1, 2, 1, 2, 4}; },
+       head + "21\n*** Input check: i=3, ia(i)=3, ia(i+1)=3 are incompatible\n", 3},
+      {"columns 0 and 5 out of range", [](solver &s) { s.A.ja = {1, 0, 1, 2, 3, 2, 5}; },
+       head + "22\n*** Input check: i=7, ja(i)=5, neqns=3 are incompatible\n", 7},
+      {"an upper triangle whose row 2 starts left of the diagonal",
+       [](solver &s) { s.mtype = -2, s.A.ia = {1, 3, 5, 6}, s.A.ja = {1, 2, 1, 3, 3}; },
+       head + "23\n*** Input check: i=2, j=ia(i)=3, ja(j)=1 are incompatible\n", 2},
+      {"the same pattern as a full matrix passes test 3",
+       [](solver &s) { s.A.ja = {1, 2, 2, 1, 3, 3, 2}; },
+       head + "24\n*** Input check: j=6, ja(j)=3, ja(j+1)=2 are incompatible\n", 6},
+      {"at level 0 the refusal is silent", [](solver &s) { s.msglvl = 0, s.A.ia = {1, 1, 4, 8}; },
+       "", 1},
+  };
+  for (const item &c : cases) {
+    SCOPED_TRACE(c.what);
+    solver s;
     s.iparam[26] = 1;
-    s.n = 4;
-    s.ia = {1, 1, 3, 3, 6};
-    s.ja = {1, 2, 1, 2, 4};
-    EXPECT_EQ(s.printed(11),
-              "*** Error in TELMIRA  (incorrect input matrix  ) error_num= 21\n"
-              "*** Input check: i=3, ia(i)=3, ia(i+1)=3 are incompatible\n");
-    EXPECT_EQ(s.error, -1);
-    EXPECT_EQ(s.iparam[30], 3);
+    c.setup(s);
+    EXPECT_EQ(s.printed(11), c.printed);
+    EXPECT_EQ(s.error, s.msglvl == 0 ? -7 : -1);
+    EXPECT_EQ(s.iparam[30], c.place);
     EXPECT_EQ(s.iparam[26], 1);  // a failed check leaves the request standing
   }
-  {
-    solver s;  // columns 0 and 5 out of range
-    s.iparam[26] = 1;
-    s.ja = {1, 0, 1, 2, 3, 2, 5};
-    EXPECT_EQ(s.printed(11),
-              "*** Error in TELMIRA  (incorrect input matrix  ) error_num= 22\n"
-              "*** Input check: i=7, ja(i)=5, neqns=3 are incompatible\n");
-  }
-  {
-    solver s;  // upper triangle whose row 2 starts left of the diagonal
-    s.iparam[26] = 1;
-    s.mtype = -2;
-    s.ia = {1, 3, 5, 6};
-    s.ja = {1, 2, 1, 3, 3};
-    EXPECT_EQ(s.printed(11),
-              "*** Error in TELMIRA  (incorrect input matrix  ) error_num= 23\n"
-              "*** Input check: i=2, j=ia(i)=3, ja(j)=1 are incompatible\n");
-  }
-  {
-    solver s;  // the same pattern as a full matrix passes test 3
-    s.iparam[26] = 1;
-    s.ja = {1, 2, 2, 1, 3, 3, 2};
-    EXPECT_EQ(s.printed(11),
-              "*** Error in TELMIRA  (incorrect input matrix  ) error_num= 24\n"
-              "*** Input check: j=6, ja(j)=3, ja(j+1)=2 are incompatible\n");
-  }
-  {
-    solver s;  // at level 0 the refusal is silent
-    s.iparam[26] = 1;
-    s.msglvl = 0;
-    s.ia = {1, 1, 4, 8};
-    EXPECT_EQ(s.printed(11), "");
-    EXPECT_EQ(s.error, -7);
-    EXPECT_EQ(s.iparam[30], 1);
-  }
-  {
-    solver s;  // a passed check clears the request
-    s.iparam[26] = 1;
-    s.msglvl = 0;
-    s.call(11);
-    EXPECT_EQ(s.iparam[26], 0);
-  }
+  solver s;  // a passed check clears the request
+  s.iparam[26] = 1;
+  s.msglvl = 0;
+  s.call(11);
+  EXPECT_EQ(s.iparam[26], 0);
 }
 
 }  // namespace

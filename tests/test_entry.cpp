@@ -14,9 +14,9 @@ namespace {
 struct call {
   intptr_t handle[64] = {0};
   int iparam[64];
-  int max_fac_store = 1, matrix_number = 1, mtype = 11, ido = 13, n = 0, nb = 1, msglvl = 0, error = 12345;
+  int max_fac_store = 1, matrix_number = 1, mtype, ido = 13, n, nb = 1, msglvl = 0, error = 12345;
   std::vector<int> perm;
-  call() {
+  explicit call(int neqns = 0, int type = 11) : mtype(type), n(neqns) {
     for (int &v : iparam) v = -99;
     iparam[0] = 0;
     iparam[5] = 0;
@@ -69,8 +69,7 @@ TEST(Entry, ThreadCountIsStoredBeforeThePhaseDriverRuns) {
   // A 2 x 2 full matrix: not diagonal, so it reaches the driver.
   std::vector<int> ia = {1, 3, 5}, ja = {1, 2, 1, 2};
   std::vector<double> a = {4, 1, 1, 4}, b = {1, 1}, x = {0, 0};
-  call c;
-  c.n = 2;
+  call c(2);
   c.iparam[2] = 77;
   c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
   EXPECT_EQ(c.iparam[2], 3);  // dynamic off: no reduction for 2 equations
@@ -92,9 +91,7 @@ TEST(Entry, DiagonalMatrixIsSolvedWithoutState) {
   }
   ia[n] = n + 1;
   for (int mtype : {2, 11, -2, 1}) {
-    call c;
-    c.n = n;
-    c.mtype = mtype;
+    call c(n, mtype);
     c.ido = 13;
     std::fill(x.begin(), x.end(), 0.0);
     c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
@@ -117,8 +114,7 @@ TEST(Entry, DiagonalPhasesAnalysisOnlyCheckOnlyErrorsAndTheMark) {
   std::vector<double> a = {2.0, -4.0}, b = {2.0, 2.0}, x = {9.0, 9.0};
   // ido 11: nothing at all; 12: checks and counts, no solve.
   for (int ido : {11, 12}) {
-    call c;
-    c.n = 2;
+    call c(2);
     c.ido = ido;
     c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
     EXPECT_EQ(c.error, 0) << ido;
@@ -132,8 +128,7 @@ TEST(Entry, DiagonalPhasesAnalysisOnlyCheckOnlyErrorsAndTheMark) {
   std::vector<int> ib = {1, 1, 3};
   std::vector<double> z = {0.0, 1.0};
   for (bool zero : {false, true}) {
-    call e;
-    e.n = 2;
+    call e(2);
     e.ido = zero ? 13 : 23;
     e.run(zero ? z.data() : a.data(), zero ? ia.data() : ib.data(), ja.data(), b.data(), x.data());
     EXPECT_EQ(e.error, -7) << zero;
@@ -141,8 +136,7 @@ TEST(Entry, DiagonalPhasesAnalysisOnlyCheckOnlyErrorsAndTheMark) {
   }
 
   // The mark iparam(12) = -1 left set: a full 2 x 2 matrix runs nothing.
-  call c;
-  c.n = 2;
+  call c(2);
   c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
   ASSERT_EQ(c.iparam[11], -1);
   std::vector<int> ia2 = {1, 3, 5}, ja2 = {1, 2, 1, 2};
@@ -159,8 +153,7 @@ TEST(Entry, PrecisionFollowsTheCreatingCall) {
   // No state: iparam(28) = 1 selects single precision.
   {
     std::vector<float> a = {2.0f, 4.0f}, b = {1.0f, 1.0f}, x = {0.0f, 0.0f};
-    call c;
-    c.n = 2;
+    call c(2);
     c.iparam[27] = 1;
     c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
     EXPECT_EQ(c.error, 0);
@@ -170,8 +163,7 @@ TEST(Entry, PrecisionFollowsTheCreatingCall) {
   // With state, comi(90) decides and iparam(28) has no effect.
   std::vector<int> block(220, 0);
   for (int single : {0, 1}) {
-    call c;
-    c.n = 2;
+    call c(2);
     c.handle[0] = 1;
     c.handle[1] = reinterpret_cast<intptr_t>(block.data());
     block[89] = single;
@@ -189,23 +181,26 @@ TEST(Entry, PrecisionFollowsTheCreatingCall) {
   }
 }
 
-TEST(Entry, ComplexDiagonalAndSolutionOverB) {
-  // Type 13 with one entry per row: the complex routine, iparam(6) = 1.
+TEST(Entry, ComplexDiagonalOfAnyMagnitudeAndSolutionOverB) {
+  // Type 13 with one entry per row: the complex routine, iparam(6) = 1. A
+  // purely imaginary value is no zero; 1 / d as conj(d) / |d|^2 would give
+  // 0 for |d| above 1e154.
   std::vector<int> ia = {1, 2, 3}, ja = {2, 1};
-  std::vector<double> a = {0.0, 1.0, 2.0, 0.0}, b = {1.0, 0.0, 0.0, 2.0}, x(4, 0.0);
-  call c;
-  c.n = 2;
-  c.mtype = 13;
-  c.iparam[5] = 1;
-  c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
-  EXPECT_EQ(c.error, 0);
-  // Row 1: i * x(2) = 1, row 2: 2 * x(1) = 2i.
-  EXPECT_NEAR(x[0], 0.0, 1e-15);
-  EXPECT_NEAR(x[1], 1.0, 1e-15);
-  EXPECT_NEAR(x[2], 0.0, 1e-15);
-  EXPECT_NEAR(x[3], -1.0, 1e-15);
-  EXPECT_EQ(b, x);
-  EXPECT_EQ(c.iparam[21], -99);  // no sign counts for complex types
+  for (double scale : {1.0, 1e200, 1e300}) {
+    SCOPED_TRACE(scale);
+    std::vector<double> a = {3 * scale, 4 * scale, 0.0, scale}, b = {1.0, 0.0, 0.0, 2.0}, x(4, 0.0);
+    call c(2, 13);
+    c.iparam[5] = 1;
+    c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
+    EXPECT_EQ(c.error, 0);
+    // Row 1: (3 + 4i) x(2) = 1, x(2) = (3 - 4i) / 25; row 2: i x(1) = 2i.
+    EXPECT_NEAR(x[0] * scale, 2.0, 1e-15);
+    EXPECT_NEAR(x[1] * scale, 0.0, 1e-15);
+    EXPECT_NEAR(x[2] * scale, 0.12, 1e-15);
+    EXPECT_NEAR(x[3] * scale, -0.16, 1e-15);
+    EXPECT_EQ(b, x);
+    EXPECT_EQ(c.iparam[21], -99);  // no sign counts for complex types
+  }
 }
 
 }  // namespace

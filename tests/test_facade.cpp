@@ -1,6 +1,7 @@
-// Tests of muLinearSolver on its dense path, of its argument checks and
-// their report texts, of the element accessors of the host arrays, and of
-// the "coeffs.dat" dump.
+// Tests of muLinearSolver on its dense path and, beyond its 2000 rows,
+// through the library's sparse solver; of its argument checks and their
+// report texts, of the element accessors of the host arrays, and of the
+// "coeffs.dat" dump.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -13,6 +14,8 @@
 
 #include "muLinearSolver.h"
 #include "source/solver/write_coeffs.h"
+#include "test_matrices.h"
+#include "vekio.h"
 
 namespace {
 
@@ -371,4 +374,59 @@ TEST_F(FacadeDump, UnopenableFileIsReportedAndTheSolveGoesOn) {
   EXPECT_EQ(s.solve(), std::vector<std::string>{"::write_coeffs | Failed to open out_file"});
   EXPECT_EQ(s.error, muSolveOk);
   expect_solution(s.solution, {2}, 1e-15);
+}
+
+// ------------------------------------------------------------ sparse path
+
+TEST(FacadeSparse, MatricesBeyondTheDenseLimitThroughTheSparseSolver) {
+  // A Laplacian as its upper triangle with two sides, indices restored or
+  // kept one-based; a convection-diffusion matrix in full storage of both
+  // unsymmetric kinds; and west0479, whose zero diagonals the structurally
+  // symmetric kind cannot analyse: the facade solves it again as an
+  // unsymmetric matrix.
+  ASSERT_NE(muLinearSolver::use_vek(), 0);
+  vekio::sparse west;
+  ASSERT_TRUE(vektest::load("west0479", west));
+  struct item {
+    const char *name;
+    vekio::sparse m;
+    muMatrixSym sym;
+    int mtype, nrhs, restore;
+  };
+  const vekio::sparse cd = vekio::convdiff2d(50, 1.5);
+  const item cases[] = {
+      {"lap2d:60", vekio::storage_for_type(vekio::lap2d(60), 2), muMatrixSymPosDef, 2, 2, 1},
+      {"lap2d:60 kept", vekio::storage_for_type(vekio::lap2d(60), 2), muMatrixSymPosDef, 2, 2, 0},
+      {"cd2d:50", cd, muMatrixUnsym, 11, 1, 1},
+      {"cd2d:50 structurally symmetric", cd, muMatrixStructSym, 11, 1, 1},
+      {"west0479", west, muMatrixStructSym, 11, 1, 1}};
+  for (const item &c : cases) {
+    SCOPED_TRACE(c.name);
+    const int n = c.m.n;
+    std::vector<int> rs(c.m.ia), ci(c.m.ja);
+    for (int &v : rs) --v;
+    for (int &v : ci) --v;
+    std::vector<double> xref(static_cast<std::size_t>(n) * c.nrhs), b(xref.size());
+    for (std::size_t q = 0; q < xref.size(); ++q) xref[q] = 1.0 + double(q % n) / n + double(q / n);
+    for (int j = 0; j < c.nrhs; ++j) vekio::multiply(c.m, c.mtype, &xref[j * n], &b[j * n]);
+    System s(c.sym, n, c.nrhs, rs, ci, c.m.a, b);
+    EXPECT_TRUE(s.solve(c.restore).empty());
+    ASSERT_EQ(s.error, muSolveOk);
+    const std::vector<double> x = contents(s.solution);
+    ASSERT_EQ(x.size(), b.size());
+    EXPECT_LE(vekio::relative_residual(c.m, c.mtype, x.data(), b.data(), c.nrhs), 1e-14);
+    // Restored exactly, or left one-based.
+    EXPECT_EQ(contents(s.row_start), c.restore ? rs : c.m.ia);
+    EXPECT_EQ(contents(s.col_index), c.restore ? ci : c.m.ja);
+  }
+}
+
+TEST(FacadeSparse, ZeroOnTheDiagonalFailsLeavesTheSolutionAndStillRestores) {
+  System d(muMatrixUnsym, 4, 2, {0, 1, 2, 3, 4}, {0, 1, 2, 3}, {1, -2, 0, -4},
+           std::vector<double>(8, 1.0));
+  d.solution = make<doublecoDynArr>(std::vector<double>(8, -9.0));
+  d.solve(1);
+  EXPECT_EQ(d.error, muSolveFailed);
+  EXPECT_EQ(contents(d.row_start), (std::vector<int>{0, 1, 2, 3, 4}));
+  EXPECT_EQ(contents(d.solution), std::vector<double>(8, -9.0));  // the solver wrote nothing
 }

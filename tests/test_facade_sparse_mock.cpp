@@ -148,11 +148,14 @@ TEST(FacadeSparseMock, OneWorkingCallThenReleaseOnItsOwnErrorCell) {
   EXPECT_EQ(work.x, s.solution.data());
   // The solution array was grown before the call, and holds the result.
   EXPECT_EQ(contents(s.solution), (std::vector<double>{1, 4, 2, 2, 8, 4}));
-}
-
-TEST(FacadeSparseMock, ControlArrayAsTheFacadeSetsIt) {
-  Sparse s;
-  s.run(muMatrixSymPosDef, {0});
+  // The indices one-based for the solver, and restored.
+  EXPECT_EQ(work.ia, (std::vector<int>{1, 3, 5, 6}));
+  EXPECT_EQ(work.ja, (std::vector<int>{1, 2, 1, 2, 3}));
+  EXPECT_EQ(contents(s.row_start), s.rs);
+  EXPECT_EQ(contents(s.col_index), s.ci);
+  // The control array as the facade sets it, for the type asked for.
+  Sparse p;
+  p.run(muMatrixSymPosDef, {0});
   ASSERT_FALSE(calls.empty());
   std::vector<int> want(TELMIRA_IPARAM_WORDS, 0);
   want[1] = 2;          // iparam(2)
@@ -162,15 +165,7 @@ TEST(FacadeSparseMock, ControlArrayAsTheFacadeSetsIt) {
   EXPECT_EQ(calls[0].matrix_type, 2);
 }
 
-TEST(FacadeSparseMock, IndicesAreOneBasedForTheSolverAndRestoredOnRequest) {
-  Sparse s;
-  s.run(muMatrixUnsym, {0}, 1);
-  EXPECT_EQ(calls[0].ia, (std::vector<int>{1, 3, 5, 6}));
-  EXPECT_EQ(calls[0].ja, (std::vector<int>{1, 2, 1, 2, 3}));
-  EXPECT_EQ(contents(s.row_start), s.rs);
-  EXPECT_EQ(contents(s.col_index), s.ci);
-
-  // Kept one-based, also after a failure.
+TEST(FacadeSparseMock, IndicesKeptOneBasedWhenAskedAlsoAfterAFailure) {
   Sparse k;
   k.run(muMatrixUnsym, {-4}, 0);
   EXPECT_EQ(contents(k.row_start), (std::vector<int>{1, 3, 5, 6}));
@@ -193,16 +188,15 @@ TEST(FacadeSparseMock, ReorderingFailureOfTypeOneIsRetriedOnceAsTypeEleven) {
   Sparse u;
   EXPECT_EQ(u.run(muMatrixStructSym, {-3, -3}), muSolveFailed);
   EXPECT_EQ(idos(), (std::vector<int>{13, 13, -1}));
-}
 
-TEST(FacadeSparseMock, OnlyTypeOneIsRetried) {
+  // Only type 1 is retried, and only after -3.
   for (muMatrixSym sym : {muMatrixUnsym, muMatrixSymPosDef}) {
-    Sparse s;
-    EXPECT_EQ(s.run(sym, {-3, 0}), muSolveFailed);
+    Sparse o;
+    EXPECT_EQ(o.run(sym, {-3, 0}), muSolveFailed);
     EXPECT_EQ(idos(), (std::vector<int>{13, -1}));
   }
-  Sparse s;
-  EXPECT_EQ(s.run(muMatrixStructSym, {-4, 0}), muSolveFailed);
+  Sparse v;
+  EXPECT_EQ(v.run(muMatrixStructSym, {-4, 0}), muSolveFailed);
   EXPECT_EQ(idos(), (std::vector<int>{13, -1}));
 }
 

@@ -35,25 +35,6 @@ TEST(Fuzz, TenThousandSeededCallsEndWithAnErrorOrACorrectAnswer) {
 
 using vektest::counted_heap;
 
-TEST(FuzzFindings, TheBlockOfAFailedFactorizationIsFreedWhenItIsMadeAgain) {
-  // Not positive definite: every factorization as type 2 fails, and a solve
-  // of the failed factor factorizes again into a new block.
-  vekio::sparse m = vekio::lap2d(5);
-  for (int k = m.ia[0]; k < m.ia[1]; ++k)
-    if (m.ja[k - 1] == 1) m.a[k - 1] = -1.0;
-  counted_heap heap;
-  {
-    vektest::system s(m, 2);
-    ASSERT_EQ(0, s.call(11));
-    EXPECT_EQ(-4, s.call(22));
-    EXPECT_EQ(-4, s.call(33));
-    EXPECT_EQ(-4, s.call(23));
-    EXPECT_EQ(0, s.call(-1));
-  }
-  vek_serv_free_buffers();
-  EXPECT_EQ(0, counted_heap::live.load());
-}
-
 TEST(FuzzFindings, ASolveUnderTheOtherSignOfTheTypeFactorizesAnew) {
   // The factors of 4 (Cholesky) hold no pivot records for a solve as -4,
   // nor those of -2 for a solve as 2: the solve factorizes under its own type.
@@ -81,19 +62,11 @@ TEST(FuzzFindings, AFactorizationMustKeepTheAnalysisStorageAndScaling) {
   for (change c : {change{-2, 2, true}, change{2, 3, false}, change{11, -11, false}}) {
     SCOPED_TRACE(c.later);
     vektest::system s(vekio::lap2d(6), c.analysed);
-    s.msglvl = 1;
-    if (c.matched) {
-      s.iparam[0] = 1;
-      s.iparam[1] = 2;
-      s.iparam[9] = 8;
-      s.iparam[10] = 1;  // scaling
-      s.iparam[12] = 1;  // matching
-    }
-    testing::internal::CaptureStdout();
+    if (c.matched) s.control({{2, 2}, {10, 8}, {11, 1}, {13, 1}});  // scaling and matching
     ASSERT_EQ(0, s.call(11));
     s.mtype = c.later;
-    EXPECT_EQ(-1, s.call(23));
-    const std::string out = testing::internal::GetCapturedStdout();
+    const std::string out = s.call_printing(23);
+    EXPECT_EQ(-1, s.error);
     EXPECT_NE(std::string::npos, out.find("are incompatible")) << out;
   }
 }
@@ -104,41 +77,12 @@ TEST(FuzzFindings, TypeCodesThatNoKernelServesEndTheAnalysisWithErrorThree) {
     const bool triangle = type == -6;
     vekio::sparse m = vekio::lap2d(5);
     if (type != -1 && type != -11) m = vektest::complexify(m, 0.1, {0.5, 0.0});
-    m = vekio::storage_for_type(m, triangle ? 6 : (m.cplx ? 13 : 11));
-    intptr_t handle[64] = {0};
-    int iparam[64] = {0};
-    std::vector<double> b(2 * m.n, 1.0), x(2 * m.n);
-    std::vector<int> perm(m.n);
-    int max_fac_store = 1, num = 1, ido = 13, n = m.n, nb = 1, msglvl = 0, error = 0;
-    iparam[26] = 1;  // the matrix check passes them
-    telmira(handle, &max_fac_store, &num, &type, &ido, &n, m.a.data(), m.ia.data(), m.ja.data(), perm.data(),
-            &nb, iparam, &msglvl, b.data(), x.data(), &error);
-    EXPECT_EQ(-3, error);
-    EXPECT_EQ(-34, iparam[29]);
-    ido = -1;
-    telmira(handle, &max_fac_store, &num, &type, &ido, &n, m.a.data(), m.ia.data(), m.ja.data(), perm.data(),
-            &nb, iparam, &msglvl, b.data(), x.data(), &error);
-    EXPECT_EQ(0, error);
-  }
-}
-
-TEST(FuzzFindings, TheComplexDiagonalShortcutTakesValuesOfAnyMagnitude) {
-  // 1 / d as conj(d) / |d|^2 gives 0 for |d| above 1e154.
-  for (double scale : {1e200, 1e300}) {
-    SCOPED_TRACE(scale);
-    intptr_t handle[64] = {0};
-    int iparam[64] = {0};
-    std::vector<int> ia = {1, 2, 3}, ja = {1, 2}, perm(2);
-    std::vector<double> a = {3 * scale, 4 * scale, scale, 0.0}, b = {1, 0, 0, 1}, x(4);
-    int max_fac_store = 1, num = 1, type = 13, ido = 13, n = 2, nb = 1, msglvl = 0, error = 0;
-    telmira(handle, &max_fac_store, &num, &type, &ido, &n, a.data(), ia.data(), ja.data(), perm.data(), &nb,
-            iparam, &msglvl, b.data(), x.data(), &error);
-    ASSERT_EQ(0, error);
-    // x1 = 1 / (3 + 4i) / scale = (3 - 4i) / 25 / scale, x2 = i / scale
-    EXPECT_NEAR(x[0] * scale, 0.12, 1e-15);
-    EXPECT_NEAR(x[1] * scale, -0.16, 1e-15);
-    EXPECT_NEAR(x[2] * scale, 0.0, 1e-15);
-    EXPECT_NEAR(x[3] * scale, 1.0, 1e-15);
+    vektest::system s(m, triangle ? 6 : (m.cplx ? 13 : 11));
+    s.mtype = type;
+    s.iparam[26] = 1;  // the matrix check passes them
+    EXPECT_EQ(-3, s.call(13));
+    EXPECT_EQ(-34, s.iparam[29]);
+    EXPECT_EQ(0, s.call(-1));
   }
 }
 
@@ -226,9 +170,8 @@ TEST(FuzzFindings, TheImaginaryPartOfAHermitianDiagonalIsNotRead) {
     vektest::system clean(t.m, type), noisy(t.m, type);
     for (int i = 1; i <= noisy.n; i += 3) noisy.A.a[2 * (noisy.A.ia[i - 1] - 1) + 1] = i == 1 ? 1e308 : 0.7;
     noisy.b = clean.b;  // the right-hand sides of the Hermitian matrix
-    noisy.iparam[0] = 1;
-    noisy.iparam[7] = 2;  // refinement also for the positive definite type
-    if (type == -4) noisy.iparam[9] = 8, noisy.iparam[20] = 1;
+    noisy.control({{8, 2}});  // refinement also for the positive definite type
+    if (type == -4) noisy.control({{10, 8}, {21, 1}});
     ASSERT_EQ(0, noisy.call(13));
     EXPECT_LE(clean.residual(noisy.x), 1e-13);
   }

@@ -139,67 +139,43 @@ TEST(Mc64, ScalingBoundsHoldOnLargerMatricesInBothPrecisions) {
   }
 }
 
-TEST(Mc64, DiagonalMatrixKeepsTheIdentity) {
-  csr<double> m;
-  m.n = 5;
-  for (int i = 0; i <= 5; ++i) m.ia.push_back(i);
-  for (int i = 0; i < 5; ++i) {
-    m.ja.push_back(i);
-    m.a.push_back(-1.0 - i);
+TEST(Mc64, SmallStructuresGiveTheirPermutationAndRank) {
+  struct item {
+    const char *what;
+    std::vector<int> ia, ja;
+    std::vector<double> a;
+    int status, rank;       // rank -1: not asked for
+    std::vector<int> perm;  // empty: any permutation
+  };
+  const item cases[] = {
+      {"a diagonal keeps the identity", {0, 1, 2, 3}, {0, 1, 2}, {-1, -2, -3}, 0, -1, {0, 1, 2}},
+      // the stored zero at (0,0) cannot be matched, though the diagonal
+      // would be the natural choice
+      {"a stored zero takes no part", {0, 2, 4}, {0, 1, 0, 1}, {0, 1, 1, 1}, 0, 2, {1, 0}},
+      // rows 0 and 1 reach only column 0, row 3 is empty: rank 2 of 4, and
+      // still a full permutation
+      {"structurally singular", {0, 1, 2, 5, 5}, {0, 0, 1, 2, 3}, {2, 3, 1, 4, 5}, 0, 2, {}},
+      {"no entries: no cost record", {0, 0, 0, 0}, {}, {}, -2, -1, {}},
+  };
+  for (const item &c : cases) {
+    SCOPED_TRACE(c.what);
+    const int n = static_cast<int>(c.ia.size()) - 1;
+    std::vector<int> perm(n, -9);
+    std::vector<double> u(n), v(n);
+    int rank = -1;
+    ASSERT_EQ(c.status, tlm::mc64_match(&n, c.ia.data(), c.ja.data(), c.a.data(), perm.data(),
+                                        u.data(), v.data(), c.rank < 0 ? nullptr : &rank));
+    if (c.status != 0) continue;
+    EXPECT_EQ(c.rank, rank);
+    std::vector<int> sorted(perm), identity(n);
+    std::sort(sorted.begin(), sorted.end());
+    std::iota(identity.begin(), identity.end(), 0);
+    EXPECT_EQ(identity, sorted);
+    if (!c.perm.empty()) {
+      EXPECT_EQ(c.perm, perm);
+    }
+    if (c.rank < 0) check_matching(csr<double>{n, c.ia, c.ja, c.a}, 1e-14);  // exact duals
   }
-  std::vector<int> perm(5);
-  std::vector<double> u(5), v(5);
-  const int n = 5;
-  ASSERT_EQ(0, tlm::mc64_match(&n, m.ia.data(), m.ja.data(), m.a.data(), perm.data(),
-                               u.data(), v.data(), nullptr));
-  for (int j = 0; j < 5; ++j) EXPECT_EQ(j, perm[j]);
-  check_matching(m, 1e-14);
-}
-
-TEST(Mc64, StoredZeroTakesNoPart) {
-  // | 0  1 |   the stored zero at (0,0) cannot be matched even though the
-  // | 1  1 |   diagonal would be the natural choice
-  csr<double> m;
-  m.n = 2;
-  m.ia = {0, 2, 4};
-  m.ja = {0, 1, 0, 1};
-  m.a = {0.0, 1.0, 1.0, 1.0};
-  std::vector<int> perm(2);
-  std::vector<double> u(2), v(2);
-  int rank = 0;
-  ASSERT_EQ(0, tlm::mc64_match(&m.n, m.ia.data(), m.ja.data(), m.a.data(), perm.data(),
-                               u.data(), v.data(), &rank));
-  EXPECT_EQ(2, rank);
-  EXPECT_EQ(1, perm[0]);
-  EXPECT_EQ(0, perm[1]);
-}
-
-TEST(Mc64, StructurallySingularMatrixGetsAFullPermutationAndItsRank) {
-  // Rows 0 and 1 only reach column 0; row 3 is empty: rank 2 of 4.
-  csr<double> m;
-  m.n = 4;
-  m.ia = {0, 1, 2, 5, 5};
-  m.ja = {0, 0, 1, 2, 3};
-  m.a = {2.0, 3.0, 1.0, 4.0, 5.0};
-  std::vector<int> perm(4, -9);
-  std::vector<double> u(4), v(4);
-  int rank = 0;
-  EXPECT_EQ(0, tlm::mc64_match(&m.n, m.ia.data(), m.ja.data(), m.a.data(), perm.data(),
-                               u.data(), v.data(), &rank));
-  EXPECT_EQ(2, rank);
-  std::vector<int> sorted(perm);
-  std::sort(sorted.begin(), sorted.end());
-  EXPECT_EQ((std::vector<int>{0, 1, 2, 3}), sorted);
-}
-
-TEST(Mc64, EmptyMatrixHasNoCostRecord) {
-  csr<double> m;
-  m.n = 3;
-  m.ia = {0, 0, 0, 0};
-  std::vector<int> perm(3);
-  std::vector<double> u(3), v(3);
-  EXPECT_EQ(-2, tlm::mc64_match(&m.n, m.ia.data(), m.ja.data(), m.a.data(), perm.data(),
-                                u.data(), v.data(), nullptr));
 }
 
 TEST(Mc64, PostStepForms) {

@@ -1,14 +1,23 @@
 // The message service: printing by number, the word and real forms, the
-// solver's internal numbers and their rows, the summary and time lines,
-// the buffer overflow exit, and xerbla.
+// solver's internal numbers and their rows, the buffer overflow exit, and
+// the lines of xerbla (a handler in its place: test_dense_factor). The
+// report at the end of a call: the analysis report line by line, the gflop
+// lines of a factorization, the solve and iteration lines, the clean form,
+// the silent level, the preprocessing lines, and the out-of-core lines and
+// table.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
+#include <vector>
 
+#include "service/vek_serv_clock.h"
 #include "service/vek_serv_message.h"
+#include "telmira_statistics.h"
+#include "telmira_storage.h"
 
 namespace {
 
@@ -79,10 +88,10 @@ TEST(MessageService, TextUpToTheBufferPrintsLongerEndsTheProcess) {
       "       Message N 961   Lenght: 623   Buffer size: 512\n");
 }
 
+// The lines that the reports of the solver print are checked with the
+// reports (the Statistics tests below, test_checks); here the rest.
 TEST(SolverMessages, InternalNumbersMapToTheirRows) {
   EXPECT_EQ(solver_line(-4), "================  TELMIRA: solving a  Hermitian indef. system  ================\n");
-  EXPECT_EQ(solver_line(105, 1, 4), " < Parallel Direct Factorization with #processors: >         4\n");
-  EXPECT_EQ(solver_line(402, 1, 0), "handle=0 ?? ido= 0\n");
   EXPECT_EQ(solver_line(430), "\n");  // row 836 is not used by this library
   EXPECT_EQ(solver_line(440, 1, 25), " exceeds max. iteration number 25\n");
   EXPECT_EQ(solver_line(452, 2, 1, 2), "*** Input check: j=1, ja(j)=2, ja(j+1)=%d are incompatible\n");
@@ -90,49 +99,20 @@ TEST(SolverMessages, InternalNumbersMapToTheirRows) {
   EXPECT_EQ(solver_line(613, 1, 96), "*** Error in TELMIRA memory allocation: CGS_ARR , size to allocate: 96 bytes\n");
 }
 
-TEST(SolverMessages, UnknownNumbersAndTooManyArguments) {
+TEST(SolverMessages, UnknownNumbersTooManyArgumentsAndOtherPhaseWords) {
   EXPECT_EQ(solver_line(999), "TELMIRA Internationalization error! Message 999 is unknown\n");
   EXPECT_EQ(solver_line(115), "TELMIRA Internationalization error! Message 115 is unknown\n");
   EXPECT_EQ(solver_line(500), "TELMIRA Internationalization error! Message 500 is unknown\n");
   EXPECT_EQ(solver_line(405, 5), "");
-}
-
-TEST(SolverMessages, SummaryLine) {
-  EXPECT_EQ(solver_line(0, 2, 1, 3),
-            "Summary TELMIRA: ( reorder to solve )\n================\n\n");
-  EXPECT_EQ(solver_line(0, 1, 4), "Summary TELMIRA: ( clean )\n================\n\n");
-  // Other values give an empty word; a count other than 2 the one-word form.
+  // A phase digit out of range gives an empty word; a count other than 2
+  // the one-word form.
   EXPECT_EQ(solver_line(0, 3, 7, 2), "Summary TELMIRA: (  )\n================\n\n");
-}
-
-TEST(SolverMessages, TimeAndRealLines) {
   const double two[2] = {1.5, 0.25};
-  int n111 = 111, n140 = 140, n215 = 215, n241 = 241, n150 = 150, count = 1,
-      count2 = 2, iterations = 7;
+  int n150 = 150, count = 1;
   CaptureStdout();
-  telmira_message_real(&n111, &count2, two);
-  telmira_message_real(&n140, &count, two);
-  telmira_message_real(&n215, &count, two);
-  telmira_message_real(&n241, &count, two);
   telmira_message_real(&n150, &count, two);
-  int n118 = 118;
-  telmira_message_timed(&n118, &two[0], &iterations);
   telmira_newline();
-  EXPECT_EQ(GetCapturedStdout(),
-            "      Time fulladj: 1.500000 s total - sum: 0.250000 s\n"
-            "      Time total  : 1.500000 s\n"
-            "             non-zeros in A (%):                            1.500000\n\n"
-            "             gflop/s for the numerical factorization:        1.500000\n\n"
-            "TELMIRA Internationalization error! Message 150 is unknown\n"
-            "      Time cgs    : 1.500000 s cgx iterations 7\n\n"
-            "\n");
-}
-
-int handler_calls = 0;
-int handler_info = 0;
-void counting_handler(const char *, const int *info, int) {
-  ++handler_calls;
-  handler_info = *info;
+  EXPECT_EQ(GetCapturedStdout(), "TELMIRA Internationalization error! Message 150 is unknown\n\n");
 }
 
 TEST(Xerbla, RowsByInfoAndTheNameCutToTwentyCharacters) {
@@ -152,15 +132,249 @@ TEST(Xerbla, RowsByInfoAndTheNameCutToTwentyCharacters) {
             "\nVEK ERROR: Parameter 5 was incorrect on entry to DGE\n");
 }
 
-TEST(Xerbla, ReplacementHandlerTakesOver) {
-  int info = 4;
-  vek_serv_set_xerbla(counting_handler);
-  CaptureStdout();
-  xerbla("DGETRF", &info, 6);
-  EXPECT_EQ(GetCapturedStdout(), "");
-  vek_serv_set_xerbla(nullptr);
-  EXPECT_EQ(handler_calls, 1);
-  EXPECT_EQ(handler_info, 4);
+// --- the report of a call -------------------------------------------------
+
+std::string fmt(const char *format, double a, double b = 0.0) {
+  char buf[256];
+  std::snprintf(buf, sizeof(buf), format, a, b);
+  return buf;
+}
+
+// The text from the line holding `first` to the end of the line holding
+// `last`; empty when either is missing.
+std::string between(const std::string &out, const std::string &first,
+                     const std::string &last) {
+  const auto a = out.find(first);
+  if (a == std::string::npos) return "";
+  const auto b = out.find(last, a);
+  if (b == std::string::npos) return "";
+  return out.substr(out.rfind('\n', a) + 1, out.find('\n', b) + 1 - (out.rfind('\n', a) + 1));
+}
+
+// State of a call that reached the report: an analysed 10 x 10 SPD system.
+template <class R> struct call_state {
+  int comi[100] = {}, iparam[64] = {}, flags[10] = {}, ooc_l[128] = {};
+  double comr[20] = {};
+  R ooc_r[128] = {};
+  int neqns = 10, nb = 1, entries = 25, matrix_number = 3;
+  bool ooc = false;
+  call_state() {
+    COMI(11) = 1; COMI(12) = 2; COMI(14) = 2; COMI(15) = 1; COMI(16) = 128;
+    COMI(17) = 1; COMI(20) = 1; COMI(31) = 4; COMI(32) = 5; COMI(34) = 30;
+    COMI(90) = sizeof(R) == 4 ? 1 : 0;
+    for (int k = 0; k < 8; ++k) comr[k] = 0.125 * (k + 1);
+    comr[8] = 0.0625;
+    comr[14] = 2000.0;  // Mflop
+    comr[16] = 3.5;
+  }
+  std::string run(int phase, std::initializer_list<int> set) {
+    for (int f : set) flags[f - 1] = 1;
+    telmira_clock(&comr[15]);  // as the check does at the start of a call
+    comr[9] = comr[15];
+    CaptureStdout();
+    telmira_statistics(&phase, &matrix_number, &neqns, &nb, &entries, iparam,
+                       comi, comr, flags, ooc ? ooc_l : nullptr, ooc ? ooc_r : nullptr);
+    return GetCapturedStdout();
+  }
+};
+using doubles = call_state<double>;
+
+const char *const banner =
+    "================  TELMIRA: solving a symm. posit. def. system  ================\n";
+
+TEST(Statistics, AnalysisReportLineByLine) {
+  doubles s;
+  const double before_malloc = s.comr[8];
+  const std::string out = s.run(11, {1, 2, 3, 9});
+  EXPECT_EQ(s.flags[9], 1);
+  EXPECT_GE(s.comr[9], 0.0);
+  EXPECT_DOUBLE_EQ(s.comr[8], before_malloc + s.comr[9]);  // one clock read closes both
+  const double sum = 0.125 + 0.25 + 0.375 + s.comr[8];
+  EXPECT_EQ(out,
+            "\n" + std::string(banner) + "\n\n"
+            "Summary TELMIRA: ( reorder to reorder )\n================\n\n"
+            "Times:\n======\n"
+            "      Time fulladj: 0.125000 s\n"
+            "      Time reorder: 0.250000 s\n"
+            "      Time symbfct: 0.375000 s\n"
+            "      Time malloc :" + fmt(" %f s", s.comr[8]) + "\n"
+            "      Time total  :" + fmt(" %f s total - sum: %f s", s.comr[9], s.comr[9] - sum) + "\n"
+            "\nStatistics:\n===========\n"
+            " < Parallel Direct Factorization with #processors: >         1\n"
+            " < Numerical Factorization with Level-3 BLAS performance >\n"
+            "\n < Linear system Ax = b> \n"
+            "             #equations:                                     10\n"
+            "             #non-zeros in A:                                25\n"
+            "             non-zeros in A (%):                            25.000000\n\n"
+            "             #right-hand sides:                              1\n"
+            "\n < Factors L and U > \n"
+            "             #columns for each panel:                        128\n"
+            "             #independent subgraphs:                         0\n"
+            " < Preprocessing with state of the art partitioning metis>\n"
+            "             #supernodes:                                    4\n"
+            "             size of largest supernode:                      5\n"
+            "             number of nonzeros in L                         30\n"
+            "             number of nonzeros in U                         0\n"
+            "             number of nonzeros in L+U                       30\n");
+}
+
+TEST(Statistics, FactorizationGflopLinesAndTheirConditions) {
+  doubles s;
+  std::string out = s.run(13, {1, 2, 3, 5, 6, 7, 9});
+  EXPECT_NE(out.find("Summary TELMIRA: ( reorder to solve )\n"), std::string::npos);
+  EXPECT_NE(out.find("      Time numfct : 0.750000 s\n      Time solve  : 0.875000 s\n"),
+            std::string::npos);
+  EXPECT_EQ(out.find("Time cgs"), std::string::npos);
+  EXPECT_EQ(out.substr(out.find("L+U")),
+            "L+U                       30\n"
+            "             gflop   for the numerical factorization:        2.000000\n\n"
+            "             gflop/s for the numerical factorization:        2.666667\n\n"
+            "             ||A||                                           3.500000\n\n");
+
+  doubles t;  // no factorization time, no norm: only the gflop line
+  t.comr[5] = 0.0;
+  t.comr[16] = 0.0;
+  out = t.run(12, {5, 6, 9});
+  EXPECT_NE(out.find("gflop   for"), std::string::npos);
+  EXPECT_EQ(out.find("gflop/s"), std::string::npos);
+  EXPECT_EQ(out.find("||A||"), std::string::npos);
+}
+
+TEST(Statistics, SolveWithIterationAndTransposedSystem) {
+  doubles s;
+  s.COMI(18) = 1;
+  s.COMI(68) = 1;
+  s.CTRL(20) = 7;
+  const std::string out = s.run(33, {7, 8, 9});
+  const double sum = 0.875 + 1.0 + s.comr[8];
+  EXPECT_EQ(between(out, "Summary", "Time total"),
+            "Summary TELMIRA: ( solve to solve )\n================\n\nTimes:\n======\n"
+            "      Time solve  : 0.875000 s\n"
+            "      Time cgs    : 1.000000 s cgx iterations 7\n\n"
+            "      Time malloc :" + fmt(" %f s", s.comr[8]) + "\n"
+            "      Time total  :" + fmt(" %f s total - sum: %f s", s.comr[9], s.comr[9] - sum) + "\n");
+  EXPECT_NE(out.find(">         1\n < Hybrid Solver TELMIRA with CGS/CG Iteration >\n\n"
+                     " < Linear system Ax = b> <transpose> \n"),
+            std::string::npos);
+  // The figures of the analysis and of the factorization stay in the report.
+  EXPECT_NE(out.find("L+U                       30\n"
+                     "             gflop   for the numerical factorization:        2.000000\n"),
+            std::string::npos);
+}
+
+TEST(Statistics, CleanAndSilentCalls) {
+  doubles s;
+  EXPECT_EQ(s.run(0, {}), "\n" + std::string(banner) +
+                              "\n\nSummary TELMIRA: ( clean )\n================\n\n"
+                              " L&U for matrix number 3 deleted\n\n");
+
+  doubles quiet;  // level 0: nothing printed, the timers are still closed
+  quiet.COMI(11) = 0;
+  quiet.ooc = true;
+  quiet.OOCL(1) = 2;
+  quiet.ooc_r[3] = 100.0;
+  const double malloc_before = quiet.comr[8];
+  EXPECT_EQ(quiet.run(13, {1, 9}), "");
+  EXPECT_EQ(quiet.flags[9], 1);
+  EXPECT_GE(quiet.comr[9], 0.0);
+  EXPECT_LT(quiet.comr[9], 1e6) << "comr[9] must hold a duration, not the clock";
+  EXPECT_DOUBLE_EQ(quiet.comr[8], malloc_before + quiet.comr[9]);
+  EXPECT_DOUBLE_EQ(quiet.ooc_r[3], 100.0 + quiet.comr[9]);
+}
+
+TEST(Statistics, PreprocessingLinesByMethodAndPermutation) {
+  const std::string mmd = "< Preprocessing with multiple minimum degree, tree height >\n"
+                          "< Reduction for efficient parallel factorization >\n";
+  const std::string constrained =
+      " < Preprocessing with multiple minimum degree with constraints >\n";
+  struct { int method, separators, user_perm; std::string before, after; } cases[] = {
+      {0, 1, 0, mmd, ""},
+      {1, 1, 0, "", constrained + " < with multiple minimum degree on the separator nodes         >\n"},
+      {1, 0, 0, "", constrained + " <   no multiple minimum degree on the separator nodes         >\n"},
+      {2, 1, 0, "", " < Preprocessing with state of the art partitioning metis>\n"},
+      {2, 1, 1, "", " < Preprocessing with input permutation >\n"},
+      {0, 1, 2, mmd, " < Preprocessing with input permutation >\n"},
+      {3, 1, 0, "", ""},
+  };
+  for (const auto &c : cases) {
+    doubles s;
+    s.COMI(14) = c.method;
+    s.COMI(17) = c.separators;
+    s.COMI(21) = c.user_perm;
+    s.COMI(20) = 0;
+    const std::string out = s.run(11, {1, 9});
+    EXPECT_EQ(between(out, "Factors L and U", "#supernodes"),
+              " < Factors L and U > \n" + c.before +
+                  "             #columns for each panel:                        128\n"
+                  "             #independent subgraphs:                         0\n" +
+                  c.after + "             #supernodes:                                    4\n")
+        << "method " << c.method << " separators " << c.separators << " perm " << c.user_perm;
+    EXPECT_NE(out.find(" < Numerical Factorization with BLAS3 and O(n) synchronization >\n"),
+              std::string::npos);
+  }
+}
+
+// Out-of-core mode 2: the I/O lines inside the time table, the percentages
+// in ooc_l(13) to ooc_l(16) and, when the call ends with a solve, the table.
+template <class R> void check_out_of_core() {
+  call_state<R> s;
+  s.ooc = true;
+  s.OOCL(1) = 2;
+  s.OOCL(8) = -1294967296;  // 3000000000 bytes, past the signed range
+  s.OOCL(9) = 1500000;
+  s.OOCL(10) = 250000;
+  s.ooc_r[0] = 20.0f;   // writing, factorization
+  s.ooc_r[1] = 10.25f;  // reading, factorization
+  s.ooc_r[2] = 10.25f;  // reading, solve
+  s.ooc_r[3] = 100.0f;  // whole time so far
+  s.comr[5] = 80.0;
+  s.comr[6] = 20.0;
+  const std::string out = s.run(23, {5, 6, 7, 9});
+  EXPECT_EQ(between(out, "Time A to LU", "Time solve"),
+            "      Time A to LU: 0.625000 s\n"
+            "      Factorization:\tTime for writing to files : 20.000000\n"
+            "      Factorization:\tTime for reading from files : 10.250000\n"
+            "      Time numfct : 80.000000 s\n"
+            "      Solution:\tTime for reading from files : 10.250000\n"
+            "      Time solve  : 20.000000 s\n");
+  // 40.5 s of I/O in the whole time: 100 s so far and this call's time.
+  EXPECT_EQ((std::vector<int>{25, 12, 51, 40}), std::vector<int>(&s.OOCL(13), &s.OOCL(17)));
+  const double sum = 0.625 + 80.0 + 20.0 + s.comr[8];
+  EXPECT_EQ(between(out, "Time total", "Statistics:"),
+            "      Time total  :" + fmt(" %f s total - sum: %f s", s.comr[9], s.comr[9] - sum) + "\n" +
+                " ==============================================================\n"
+                " ----------- Out of core time (in percent (%)) --------------\n"
+                "  Factorization step (100 (%)):\n"
+                "      write to files : 25 %\n"
+                "      read from files: 12 %\n"
+                "      factorization - write&read : 63 %\n"
+                "  Solution step (100 (%)):\n"
+                "      read from files: 51 %\n"
+                "      solve - write&read: 49 %\n"
+                "  Total time (100 (%)):\n"
+                "      read from files: 40 %\n"
+                "      total - write&read: 60 %\n"
+                " ----------- Out of core Mb --------------\n"
+                "  Factorization step:\n"
+                "      write to files :   3000.000 Mb \n"
+                "      read from files:      1.500 Mb \n"
+                "  Solution step:\n"
+                "      read from files:      0.250 Mb \n"
+                "  Total size of data transferred :\n"
+                "      write&read        :   3001.750 Mb \n"
+                " ==============================================================\n"
+                "\nStatistics:\n");
+
+  call_state<R> f = s;  // ends with the factorization: I/O lines, no table
+  f.flags[6] = 0;
+  const std::string fact = f.run(22, {5, 6, 9});
+  EXPECT_NE(fact.find("Factorization:\tTime for writing"), std::string::npos);
+  EXPECT_EQ(fact.find("Out of core"), std::string::npos);
+}
+
+TEST(Statistics, OutOfCoreLinesAndTable) {
+  check_out_of_core<double>();
+  check_out_of_core<float>();
 }
 
 }  // namespace

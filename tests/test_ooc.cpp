@@ -1,7 +1,9 @@
 // Factors in files: every matrix type solved with its factors in files
 // against the same solve in memory, eviction under a small memory limit,
 // the files kept or removed, failures of the files, the choice of mode 1,
-// and the record I/O and arena underneath.
+// and the record I/O and arena underneath; the settings of the mode
+// (defaults, environment, configuration file and their precedence, the
+// line grammar of the file, and the traces).
 #include <gtest/gtest.h>
 
 #include <stdlib.h>
@@ -16,8 +18,8 @@
 #include <string>
 #include <vector>
 
-#include "service/vek_serv_threads.h"
 #include "telmira_ooc_arena.h"
+#include "telmira_ooc_config.h"
 #include "telmira_ooc_files.h"
 #include "telmira_slots.h"
 #include "test_system.h"
@@ -27,16 +29,11 @@ namespace {
 
 using vektest::system;
 
-// Sets the variables of the mode for one test and restores them behind it;
-// the files go to a fresh temporary directory.
+// Sets the variables of the mode for each test; the files go to a fresh
+// temporary directory.
 class Ooc : public testing::Test {
  protected:
   void SetUp() override {
-    for (int i = 0; i < 3; ++i) {
-      const char *v = getenv(names_[i]);
-      had_[i] = v != nullptr;
-      saved_[i] = v ? v : "";
-    }
     char tmpl[] = "/tmp/vek_ooc_XXXXXX";
     ASSERT_NE(mkdtemp(tmpl), nullptr);
     dir_ = tmpl;
@@ -44,12 +41,6 @@ class Ooc : public testing::Test {
     set_env(base_, 2, 1);
   }
   void TearDown() override {
-    for (int i = 0; i < 3; ++i) {
-      if (had_[i])
-        setenv(names_[i], saved_[i].c_str(), 1);
-      else
-        unsetenv(names_[i]);
-    }
     std::string cmd = "rm -rf '" + dir_ + "'";
     if (std::system(cmd.c_str()) != 0) ADD_FAILURE() << "could not clean " << dir_;
   }
@@ -63,28 +54,14 @@ class Ooc : public testing::Test {
     return stat(name.c_str(), &st) == 0;
   }
   std::string dir_, base_;
-
- private:
-  const char *names_[3] = {"VEK_TELMIRA_OOC_PATH", "VEK_TELMIRA_OOC_MAX_CORE_SIZE",
-                           "VEK_TELMIRA_OOC_KEEP_FILE"};
-  bool had_[3] = {false, false, false};
-  std::string saved_[3];
 };
 
 // The control array with the defaults of the type, and the mode.
 void controls(system &s, int mode) { s.type_defaults().iparam[59] = mode; }
 
 using vektest::every_type;
+using vektest::rel_diff;
 using vektest::typed_matrix;
-
-double max_difference(const std::vector<double> &a, const std::vector<double> &b) {
-  double d = 0.0, m = 0.0;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    d = std::max(d, std::fabs(a[i] - b[i]));
-    m = std::max(m, std::fabs(b[i]));
-  }
-  return m > 0.0 ? d / m : d;
-}
 
 TEST_F(Ooc, EveryTypeSolvesInFilesAsInMemory) {
   for (const typed_matrix &c : every_type(19)) {
@@ -98,7 +75,7 @@ TEST_F(Ooc, EveryTypeSolvesInFilesAsInMemory) {
     controls(files, 2);
     ASSERT_EQ(files.call(13), 0) << files.iparam[29];
     EXPECT_LT(files.residual(files.x), 1e-10);
-    EXPECT_LT(max_difference(files.x, core.x), 1e-8);
+    EXPECT_LT(rel_diff(files.x, core.x), 1e-8);
     EXPECT_EQ(files.iparam[13], core.iparam[13]);  // perturbed pivots
     EXPECT_EQ(files.iparam[21], core.iparam[21]);  // inertia of type -2
     EXPECT_EQ(files.iparam[22], core.iparam[22]);
@@ -116,21 +93,6 @@ TEST_F(Ooc, EveryTypeSolvesInFilesAsInMemory) {
     EXPECT_FALSE(exists(base_ + ".lnz"));
     EXPECT_FALSE(exists(base_ + ".unz"));
   }
-}
-
-TEST_F(Ooc, FilesStayWhenAskedAndGoOtherwise) {
-  set_env(base_, 2, 0);
-  {
-    system s(vekio::convdiff3d(8, 1.0, 0.6, 0.3), 11, 1);
-    controls(s, 2);
-    ASSERT_EQ(s.call(13), 0);
-    // A second solve reads the same files.
-    std::vector<double> first = s.x;
-    ASSERT_EQ(s.call(33), 0);
-    EXPECT_LT(max_difference(s.x, first), 1e-12);
-  }
-  EXPECT_TRUE(exists(base_ + ".lnz"));
-  EXPECT_TRUE(exists(base_ + ".unz"));
 }
 
 TEST_F(Ooc, AnUnwritableDirectoryGivesMinus10AndLeavesTheCallerUntouched) {
@@ -180,33 +142,25 @@ TEST_F(Ooc, AFailedWriteGivesMinus11AndNoFileStays) {
   }
 }
 
-TEST_F(Ooc, ModeOneChoosesByTheLimit) {
-  const vekio::sparse m = vekio::lap3d(14);
-  {
-    set_env(base_, 2000, 1);
-    system s(m, 2, 1);
-    controls(s, 1);
-    ASSERT_EQ(s.call(13), 0);
-    const int *ooc_l = tlm::state_of(s.handle).ooc_l;
-    EXPECT_EQ(OOCL(OL_MODE), 0);
-    EXPECT_FALSE(exists(base_ + ".lnz"));
-  }
-  {
-    set_env(base_, 2, 1);
-    system s(m, 2, 1);
-    controls(s, 1);
-    ASSERT_EQ(s.call(13), 0);
-    const int *ooc_l = tlm::state_of(s.handle).ooc_l;
-    EXPECT_EQ(OOCL(OL_MODE), 2);
-    EXPECT_TRUE(exists(base_ + ".lnz"));
-    EXPECT_LT(s.residual(s.x), 1e-10);
-  }
-  {
-    // No room for one panel per thread and the main flow: -9.
-    set_env(base_, 0, 1);
-    system s(m, 2, 1);
-    controls(s, 1);
-    EXPECT_EQ(s.call(13), -9);
+TEST_F(Ooc, ModeOneChoosesByTheLimitAndFilesStayWhenAsked) {
+  const vekio::sparse cd = vekio::convdiff3d(14, 1.0, 0.6, 0.3);
+  for (int limit_mb : {2000, 2}) {
+    SCOPED_TRACE(limit_mb);
+    set_env(base_, limit_mb, 0);  // the files are to stay
+    {
+      system s(cd, 11, 1);
+      controls(s, 1);
+      ASSERT_EQ(s.call(13), 0);
+      EXPECT_LT(s.residual(s.x), 1e-10);
+      const int *ooc_l = tlm::state_of(s.handle).ooc_l;
+      EXPECT_EQ(OOCL(OL_MODE), limit_mb == 2 ? 2 : 0);
+      // A second solve reads the same files.
+      const std::vector<double> first = s.x;
+      ASSERT_EQ(s.call(33), 0);
+      EXPECT_LT(rel_diff(s.x, first), 1e-12);
+    }
+    EXPECT_EQ(exists(base_ + ".lnz"), limit_mb == 2);
+    EXPECT_EQ(exists(base_ + ".unz"), limit_mb == 2);
   }
 }
 
@@ -330,10 +284,6 @@ TEST_F(Ooc, RecordsGoToTheNamedFilesAndComeBack) {
   tlm::telmira_ooc_forget(ooc + 1);
 }
 
-}  // namespace
-
-namespace {
-
 // Several matrix numbers over one analysis share the files: factorizing
 // one must never leave another's solve reading foreign factors.
 TEST_F(Ooc, SeveralMatrixNumbersNeverSolveWithForeignFactors) {
@@ -360,18 +310,13 @@ TEST_F(Ooc, SeveralMatrixNumbersNeverSolveWithForeignFactors) {
   EXPECT_LE(s.residual(s.x), 1e-14);
 }
 
-}  // namespace
-
-namespace {
-
 // Type 2 on two threads shares its out-of-core sweep among them: each
 // thread makes its targets in slots of its own and takes its sources from
 // the shared arena or the file. Under a limit far below the factors, and
 // again and again, it must give the answer of memory; a pivot that is not
 // positive, or a NaN in A, must fail as in memory.
 TEST_F(Ooc, CholeskyOnTwoThreadsGivesTheAnswerOfMemoryRunAfterRun) {
-  vek_serv_set_dynamic(0);
-  vek_serv_set_num_threads(2);
+  vektest::use_threads(2);
   const vekio::sparse m = vekio::lap3d(20);
   system core(m, 2, 1);
   controls(core, 0);
@@ -400,9 +345,9 @@ TEST_F(Ooc, CholeskyOnTwoThreadsGivesTheAnswerOfMemoryRunAfterRun) {
     written = static_cast<unsigned>(OOCL(OL_BYTES_WRITTEN));
     read = static_cast<unsigned>(OOCL(OL_BYTES_READ));
     EXPECT_LT(files.residual(files.x), 1e-13);
-    EXPECT_LT(max_difference(files.x, core.x), 1e-10);
+    EXPECT_LT(rel_diff(files.x, core.x), 1e-10);
     if (run == 0) first = files.x;
-    EXPECT_LT(max_difference(files.x, first), 1e-12);
+    EXPECT_LT(rel_diff(files.x, first), 1e-12);
   }
   files.release();
   EXPECT_FALSE(exists(base_ + ".lnz"));
@@ -422,7 +367,198 @@ TEST_F(Ooc, CholeskyOnTwoThreadsGivesTheAnswerOfMemoryRunAfterRun) {
     EXPECT_EQ(in_files.call(13), expected);
     EXPECT_EQ(in_files.iparam[29], in_memory.iparam[29]);
   }
-  vek_serv_set_num_threads(1);
+  vektest::use_threads(1);
+}
+
+}  // namespace
+
+// --- the settings ---------------------------------------------------------
+
+namespace {
+
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
+
+const char *const env_names[5] = {
+    "VEK_TELMIRA_OOC_PATH", "VEK_TELMIRA_OOC_MAX_CORE_SIZE",
+    "VEK_TELMIRA_OOC_KEEP_FILE", "VEK_TELMIRA_OOC_CFG_FILE_NAME",
+    "VEK_TELMIRA_OOC_CFG_PATH"};
+
+struct Settings {
+  std::string path, printed;
+  int core, keep;
+};
+
+// Each test gets an empty temporary directory as the configuration path and
+// an environment without the other variables.
+class OocConfig : public testing::Test {
+ protected:
+  void SetUp() override {
+    for (const char *v : env_names) unsetenv(v);
+    char tmpl[] = "/tmp/ooc_cfg_XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    dir_ = tmpl;
+    setenv("VEK_TELMIRA_OOC_CFG_PATH", dir_.c_str(), 1);
+  }
+  void TearDown() override {
+    for (const std::string &f : files_) unlink(f.c_str());
+    rmdir(dir_.c_str());
+  }
+
+  void write_file(const std::string &text, const std::string &name = "telmira_ooc.cfg") {
+    const std::string full = dir_ + "/" + name;
+    std::FILE *f = std::fopen(full.c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fwrite(text.data(), 1, text.size(), f);
+    std::fclose(f);
+    files_.push_back(full);
+  }
+
+  // Runs the reading on a blank-filled block with guard bytes behind it and
+  // on an ooc_l whose other words must stay as they were.
+  Settings read(int level = 0) {
+    char block[1024 + 16];
+    std::memset(block, ' ', sizeof block);
+    int ooc_l[128];
+    for (int k = 0; k < 128; ++k) ooc_l[k] = -5;
+    CaptureStdout();
+    int rc = telmira_ooc_read_config("telmira_ooc.cfg", block, ooc_l, level);
+    Settings s{};
+    s.printed = GetCapturedStdout();
+    EXPECT_EQ(rc, 0);
+    const char *end = static_cast<const char *>(std::memchr(block, '\0', 1024));
+    EXPECT_NE(end, nullptr) << "path not ended within the block";
+    if (end == nullptr) return s;
+    // No value is longer than 999 characters: the tail of the block and
+    // the guard bytes behind it stay blank, and so do the other words.
+    for (const char *p = block + 1000; p < block + sizeof block; ++p)
+      EXPECT_EQ(*p, ' ') << "byte " << (p - block) << " written";
+    EXPECT_TRUE(OOCL(1) == -5 && OOCL(4) == -5);
+    s.path = block;
+    s.core = OOCL(2);
+    s.keep = OOCL(3);
+    return s;
+  }
+
+  std::string dir_;
+  std::vector<std::string> files_;
+};
+
+TEST_F(OocConfig, DefaultsWithoutFileOrEnvironment) {
+  Settings s = read(0);
+  EXPECT_EQ(s.path, "ooc_temp");
+  EXPECT_EQ(s.core, 2000);
+  EXPECT_EQ(s.keep, 1);
+  EXPECT_EQ(s.printed, "");
+  // At level 1 the configuration path is traced and the missing file named,
+  // directory and name joined by the platform's separator.
+  EXPECT_EQ(read(1).printed,
+            "ooc_cfg_path\t\tgot by Env =  " + dir_ + "\n" + "The file " +
+                dir_ + "/telmira_ooc.cfg was not opened\n");
+}
+
+TEST_F(OocConfig, EnvironmentBeforeFile) {
+  write_file("vek_telmira_ooc_path = file_path\n"
+             "vek_telmira_ooc_max_core_size = 300\n"
+             "vek_telmira_ooc_keep_file = 0\n");
+  const char *values[3] = {"/scratch/run 2", "-3", "5"};
+  // Two of three from the environment: the third from the file.
+  for (int left = 0; left < 3; ++left) {
+    for (int i = 0; i < 3; ++i)
+      if (i == left) unsetenv(env_names[i]);
+      else setenv(env_names[i], values[i], 1);
+    Settings s = read(0);
+    EXPECT_EQ(s.path, left == 0 ? "file_path" : "/scratch/run 2") << left;
+    EXPECT_EQ(s.core, left == 1 ? 300 : -3) << left;  // no range check
+    EXPECT_EQ(s.keep, left == 2 ? 0 : 5) << left;
+  }
+  // All three: the file's values are not taken, and a configuration path
+  // that does not exist draws no message, since no file is opened.
+  setenv(env_names[2], "5", 1);
+  Settings s = read(0);
+  EXPECT_TRUE(s.path == "/scratch/run 2" && s.core == -3 && s.keep == 5);
+  setenv("VEK_TELMIRA_OOC_CFG_PATH", "/nonexistent/ooc", 1);
+  EXPECT_EQ(read(1).printed.find("was not opened"), std::string::npos);
+
+  // A variable with an unreadable number still counts as given: the file
+  // doesn't set it, and it keeps its default. An empty one counts as unset.
+  setenv("VEK_TELMIRA_OOC_CFG_PATH", dir_.c_str(), 1);
+  setenv(env_names[0], "", 1);
+  setenv(env_names[1], "lots", 1);
+  s = read(0);
+  EXPECT_TRUE(s.path == "file_path" && s.core == 2000 && s.keep == 5);
+}
+
+TEST_F(OocConfig, LineGrammarAndLastLineWins) {
+  // Lines that set, then lines that must change nothing; the last line
+  // has no newline behind it.
+  write_file("\n\n"
+             "vek_telmira_ooc_path=a\n"
+             "vek_telmira_ooc_max_core_size = 10\r\n"
+             "   VEK_TELMIRA_OOC_PATH\t= d:\\tmp\\run   1   # where\r\n"
+             "Vek_Telmira_Ooc_Max_Core_Size = 4000  # four gigabytes\n"
+             "\n"
+             "# vek_telmira_ooc_keep_file = 9\n"
+             "vek_telmira_ooc_keep_file 9\n"             // no equals sign
+             "vek_telmira_ooc_path elsewhere\n"
+             "vek_telmira_ooc_keep_file\t9\n"
+             "=vek_telmira_ooc_keep_file = 9\n"          // starts with '='
+             "\tvek_telmira_ooc_keep_file = 9\n"         // starts with a tab
+             "vek_telmira_ooc_keep_file_x = 9\n"         // not the key
+             "VEK_TELMIRA_OOC_FLAG = 9\n"
+             "   \t\n"
+             "vek_telmira_ooc_keep_file =   # no value\n"
+             "vek_telmira_ooc_max_core_size = x20\n"     // unreadable
+             "vek_telmira_ooc_max_core_size 9 # = 9\n"   // '=' only in comment
+             "\n\n"
+             "  vek_telmira_ooc_keep_file 0 = 3");       // the word behind the key
+  Settings s = read(0);
+  EXPECT_EQ(s.path, "d:\\tmp\\run 1");
+  EXPECT_EQ(s.core, 4000);
+  EXPECT_EQ(s.keep, 0);
+
+  write_file("vek_telmira_ooc_path=b=c\n");  // '=' splits as a blank does
+  EXPECT_EQ(read(0).path, "b c");
+}
+
+TEST_F(OocConfig, OverLongLinesOverrunNothing) {
+  // A comment far beyond the buffers: no piece of its tail is read as a
+  // line of its own, wherever a reader in pieces would cut it.
+  std::string lines = "vek_telmira_ooc_keep_file = 6\n";
+  lines += "vek_telmira_ooc_max_core_size = 10 #" + std::string(3000, ' ') +
+           "vek_telmira_ooc_keep_file = 0\n";
+  // A path value longer than every buffer is cut, and the block is ended.
+  lines += "vek_telmira_ooc_path = " + std::string(2500, 'p') + "\n";
+  lines += "vek_telmira_ooc_max_core_size = 4000\n";
+  write_file(lines);
+  Settings s = read(0);
+  EXPECT_EQ(s.core, 4000);
+  EXPECT_EQ(s.keep, 6);
+  EXPECT_EQ(s.path, std::string(999 - 23, 'p'));
+
+  // An environment value too long for its buffer is ignored.
+  setenv(env_names[0], std::string(1500, 'e').c_str(), 1);
+  EXPECT_EQ(read(0).path, std::string(999 - 23, 'p'));
+}
+
+TEST_F(OocConfig, TracesOfTheEnvironmentAtLevelOne) {
+  write_file("vek_telmira_ooc_path = wrong\n");
+  write_file("vek_telmira_ooc_path = q\n", "x.cfg");
+  setenv("VEK_TELMIRA_OOC_CFG_FILE_NAME", "x.cfg", 1);
+  setenv(env_names[1], "512 MB", 1);
+  setenv(env_names[2], "0", 1);
+  Settings s = read(1);
+  EXPECT_EQ(s.printed, "ooc_cfg_path\t\tgot by Env =  " + dir_ + "\n"
+                       "ooc_cfg_file_name\tgot by Env =  x.cfg\n"
+                       "ooc_max_core_size\tgot by Env =  512\n"
+                       "ooc_keep_file\t\tgot by Env =  0\n");
+  EXPECT_EQ(s.path, "q");
+
+  setenv(env_names[0], "w", 1);
+  EXPECT_NE(read(1).printed.find("ooc_cfg_file_name\tgot by Env =  x.cfg\n"
+                                 "ooc_path\t\t\tgot by Env =  w\n"
+                                 "ooc_max_core_size"),
+            std::string::npos);
 }
 
 // Where the whole factor (algorithm 0) or the largest branch of the

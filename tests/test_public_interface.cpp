@@ -1,16 +1,12 @@
-// The public interface beside the entry: the words of error
-// numbers and statuses, the buffer cache's C calls, and the host's BLAS
-// thread setting, which every public call leaves as it found it.
+// The public interface beside the entry: the words of error numbers and
+// statuses, and the host's BLAS thread setting, which every public call
+// leaves as it found it.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <cstring>
 #include <set>
 #include <string>
 
 #include "service/vek_serv_blas.h"
-#include "service/vek_serv_memory.h"
-#include "service/vek_serv_threads.h"
 #include "telmira.h"
 #include "test_system.h"
 #include "vekio.h"
@@ -22,7 +18,7 @@ void openblas_set_num_threads(int);
 
 namespace {
 
-TEST(ErrorWords, EveryErrorNumberHasWordsOfItsOwn) {
+TEST(ErrorWords, EveryErrorNumberAndStatusHasWordsOfItsOwn) {
   std::set<std::string> seen;
   for (int e = 0; e >= -11; --e) {
     const std::string w = telmira_error_words(e);
@@ -33,9 +29,7 @@ TEST(ErrorWords, EveryErrorNumberHasWordsOfItsOwn) {
   EXPECT_STREQ(telmira_error_words(-12), "unknown error number");
   EXPECT_STREQ(telmira_error_words(1), "unknown error number");
   EXPECT_STREQ(telmira_error_words(-2), "not enough memory");
-}
-
-TEST(ErrorWords, StatusesOfAnalysisAndNumericsHaveWords) {
+  // The statuses of the analysis (-3) and of the numerics (-4).
   for (int s : {-31, -32})
     EXPECT_STRNE(telmira_status_words(-3, s), "") << s;
   for (int s : {1, 17, -2, -3, -112, -120, -121, -122})
@@ -45,43 +39,6 @@ TEST(ErrorWords, StatusesOfAnalysisAndNumericsHaveWords) {
   EXPECT_STREQ(telmira_status_words(-3, -120), "");
   EXPECT_STREQ(telmira_status_words(-2, -31), "");
   EXPECT_STREQ(telmira_status_words(0, 0), "");
-}
-
-// A real failure gets the words of its number and status.
-TEST(ErrorWords, NameTheFailureOfANonPositiveDefiniteMatrix) {
-  vekio::sparse full = vekio::lap2d(6);
-  // Shift the diagonal so that the matrix is symmetric indefinite.
-  for (int i = 0; i < full.n; ++i)
-    for (int k = full.ia[i] - 1; k < full.ia[i + 1] - 1; ++k)
-      if (full.ja[k] == i + 1) full.a[k] -= 3.0;
-  vektest::system s(full, 2);
-  EXPECT_EQ(s.call(13), -4);
-  EXPECT_GT(s.iparam[29], 0);
-  EXPECT_LE(s.iparam[29], full.n);
-  EXPECT_NE(std::string(telmira_status_words(-4, s.iparam[29])).find("not positive definite"),
-            std::string::npos);
-}
-
-TEST(BufferCache, TheCCallsReportAndReleaseIdleBuffers) {
-  // Two scratch buffers taken and given back stay in the calling thread's
-  // cache, idle, until released.
-  void *p = vek_serv_allocate(1 << 20, 64);
-  void *q = vek_serv_allocate(3 << 10, 64);
-  ASSERT_NE(p, nullptr);
-  ASSERT_NE(q, nullptr);
-  vek_serv_deallocate(p);
-  vek_serv_deallocate(q);
-  int blocks = -2;
-  const int64_t bytes = vek_serv_mem_stat(&blocks);
-  if (blocks == -1) GTEST_SKIP() << "the buffer cache is switched off in this environment";
-  EXPECT_EQ(blocks, 2);
-  EXPECT_GE(bytes, (1 << 20) + (3 << 10));
-  vek_serv_thread_free_buffers();
-  EXPECT_EQ(vek_serv_mem_stat(&blocks), 0);
-  vek_serv_free_buffers();
-  EXPECT_EQ(vek_serv_mem_stat(&blocks), 0);
-  EXPECT_EQ(blocks, 0);
-  EXPECT_EQ(vek_serv_mem_stat(nullptr), 0);
 }
 
 TEST(BlasThreads, GuardRestoresTheHostsSettingAndKeepsTheLibrarysForItsNextCall) {
@@ -111,9 +68,8 @@ TEST(BlasThreads, GuardRestoresTheHostsSettingAndKeepsTheLibrarysForItsNextCall)
 // thread during the call; the host's setting comes back after it.
 TEST(BlasThreads, TelmiraLeavesTheHostsSetting) {
   if (vek_serv_blas_get_threads() == 0) GTEST_SKIP() << "the BLAS has no thread control";
-  vek_serv_set_dynamic(0);
   for (int threads : {1, 2}) {
-    vek_serv_set_num_threads(threads);
+    vektest::use_threads(threads);
     const int host = threads == 1 ? 3 : 1;
     openblas_set_num_threads(host);
     for (int type : {2, -2, 11}) {

@@ -2,7 +2,8 @@
 // comes from the library's own ordering and symbolic factorization, the
 // values are scattered through the lists as the kernels do, and every
 // position of every supernode block is compared with the permuted matrix
-// formed here from perm/invp.
+// formed here from perm/invp. (The scatter routines that follow the lists
+// in the sweeps are checked by the factors of test_factor_kernels.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,7 +16,6 @@
 #include <vector>
 
 #include "scatter_map.h"
-#include "telmira_scatter.h"
 #include "test_analysis.h"
 #include "test_matrices.h"
 #include "vekio.h"
@@ -26,41 +26,8 @@ typedef std::vector<int> ivec;
 typedef std::complex<double> zc;
 using vektest::analyse;
 using vektest::analysis;
-const int guard = 0x5A5A5A5A;
-
-// Runs the step with outputs and work sized as told, guards behind each.
-vektest::scatter_lists scatter_lists(const vekio::sparse &a, analysis &s, int mtype,
-                                     const ivec *roworder, int rowflag) {
-  const int n = a.n, e = a.nnz(), nadj = s.xadj[n] - 1;
-  const bool sym = vekio::symmetric_type(mtype);
-  vektest::scatter_lists L;
-  L.lcount = L.ucount = -1;
-  for (ivec *v : {&L.xjalf, &L.xjauf}) v->assign(n + 1 + 8, guard);
-  for (ivec *v : {&L.jalf, &L.jauf, &L.luperm, &L.luperm_row}) v->assign(e + 8, guard);
-  const long long wl = tlm::inv_perm_mod_mod_work_length(n, e, nadj, sym ? 1 : 0);
-  ivec work(static_cast<size_t>(wl) + 8, guard);
-  if (sym) {
-    tlm::inv_perm_mod_mod_sym(&n, a.ia.data(), a.ja.data(), s.perm.data(), s.invp.data(),
-                              &s.ns, s.xsup.data(), s.xlindx.data(), s.lindx.data(),
-                              s.xlnz.data(), s.xadj.data(), s.adjncy.data(), &rowflag,
-                              L.xjalf.data(), L.jalf.data(), L.luperm.data(),
-                              L.luperm_row.data(), &L.lcount, work.data());
-  } else {
-    tlm::inv_perm_mod_mod(&n, a.ia.data(), a.ja.data(), s.perm.data(), s.invp.data(), &s.ns,
-                          s.xsup.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
-                          s.xunz.data(), s.xadj.data(), s.adjncy.data(), &mtype,
-                          roworder ? roworder->data() : nullptr, &rowflag, L.xjalf.data(),
-                          L.jalf.data(), L.xjauf.data(), L.jauf.data(), L.luperm.data(),
-                          L.luperm_row.data(), &L.lcount, &L.ucount, work.data());
-  }
-  for (int k = 0; k < 8; ++k) {
-    EXPECT_EQ(work[wl + k], guard) << "work overrun";
-    EXPECT_EQ(L.luperm[e + k], guard);
-    EXPECT_EQ(L.luperm_row[e + k], guard);
-    EXPECT_EQ(L.xjalf[n + 1 + k], guard);
-  }
-  return L;
-}
+using vektest::make_scatter_lists;
+const int guard = vektest::scatter_guard;
 
 // With distinct values in a, every position of each L block (lindx row,
 // column) and, for full storage (types 1, 11), each U block (column, row
@@ -77,7 +44,7 @@ void check_lists(const vekio::sparse &a, analysis &s, int mtype, const ivec *row
   SCOPED_TRACE(what);
   const bool sym = mtype == 2;
   const int n = a.n, e = a.nnz();
-  const vektest::scatter_lists L = scatter_lists(a, s, mtype, roworder, 1);
+  const vektest::scatter_lists L = make_scatter_lists(a, s, mtype, roworder, 1);
   ASSERT_EQ(L.lcount + (sym ? 0 : L.ucount), e);
   ASSERT_EQ(L.xjalf[n] - 1, L.lcount);
   ASSERT_EQ(sym ? 0 : L.xjauf[n] - 1, sym ? 0 : L.ucount);
@@ -137,7 +104,7 @@ void check_lists(const vekio::sparse &a, analysis &s, int mtype, const ivec *row
   }
   EXPECT_EQ(found, e);
   // Without the row flag the same lists come, and the row array is left alone.
-  const vektest::scatter_lists L0 = scatter_lists(a, s, mtype, roworder, 0);
+  const vektest::scatter_lists L0 = make_scatter_lists(a, s, mtype, roworder, 0);
   EXPECT_EQ(L0.jalf, L.jalf);
   EXPECT_EQ(std::count(L0.luperm_row.begin(), L0.luperm_row.end(), guard), e + 8);
 }
@@ -258,111 +225,6 @@ TEST(ScatterMap, RowSortAgreesWithPlainSortAcrossPathsAndMarkStates) {
       for (int t = 0; t < len; ++t) ASSERT_EQ(src[t], -3 * key[t] + 1);
       ASSERT_EQ(src[len], guard);
     }
-}
-
-// --- the scatter itself, plain and scaled, as the kernels run it --------
-
-// Scatters supernode by supernode, plain and scaled by column factors cs
-// and row factors rs, and compares each block with A(perm r, perm c): the
-// lower triangle only for symmetric storage, else L and, for the rows below
-// the diagonal block, U. scatter(J, scaled, lnz, unz, indmap) runs the step.
-template <class Scatter>
-void check_scatter(const analysis &s, const std::map<std::pair<int, int>, zc> &A,
-                   const double *cs, const double *rs, bool sym, Scatter scatter) {
-  const int n = s.n;
-  for (int scaled : {0, 1}) {
-    SCOPED_TRACE(scaled);
-    std::vector<zc> lnz(s.xlnz[n] - 1, zc(9, 9)), unz(std::max(1, s.xunz[n] - 1), zc(9, 9));
-    ivec indmap(n, -1);
-    auto want = [&](int r, int c) {
-      const int pr = s.perm[r - 1], pc = s.perm[c - 1];
-      auto it = A.find({pr, pc});
-      return it == A.end() ? zc(0) : it->second * (scaled ? cs[pc - 1] * rs[pr - 1] : 1.0);
-    };
-    for (int J = 1; J <= s.ns; ++J) {
-      scatter(J, scaled, lnz.data(), unz.data(), indmap.data());
-      const int f = s.xsup[J - 1], ncols = s.xsup[J] - f, nrows = s.xlnz[f] - s.xlnz[f - 1];
-      for (int c = f; c < f + ncols; ++c)
-        for (int q = sym ? c - f : 0; q < nrows; ++q) {
-          const int r = s.lindx[s.xlindx[J - 1] - 1 + q];
-          ASSERT_EQ(indmap[r - 1], nrows - 1 - q);
-          const zc l = want(r, c), u = want(c, r);
-          EXPECT_LE(std::abs(lnz[s.xlnz[c - 1] - 1 + q] - l), 1e-14 * std::abs(l))
-              << "L " << r << "," << c;
-          if (!sym && q >= ncols) {
-            EXPECT_LE(std::abs(unz[s.xunz[c - 1] - 1 + q - ncols] - u), 1e-14 * std::abs(u))
-                << "U " << c << "," << r;
-          }
-        }
-    }
-  }
-}
-
-std::vector<double> scaling(int count, unsigned seed) {
-  std::mt19937 g(seed);
-  std::uniform_real_distribution<double> d(0.5, 2.0);
-  std::vector<double> s(count);
-  for (double &x : s) x = d(g);
-  return s;
-}
-
-TEST(Scatter, FullStoragePlainAndScaledAgainstThePermutedMatrix) {
-  vekio::sparse m;
-  ASSERT_TRUE(vektest::load("west0479", m));
-  analysis s = analyse(m, 11, nullptr, 2, 1, 16);
-  const vektest::scatter_lists L = scatter_lists(m, s, 11, nullptr, 1);
-  const int n = m.n;
-  std::vector<zc> v(m.nnz());
-  std::map<std::pair<int, int>, zc> A;
-  for (int i = 1; i <= n; ++i)
-    for (int k = m.ia[i - 1]; k < m.ia[i]; ++k)
-      A[{i, m.ja[k - 1]}] = v[k - 1] = zc(m.a[k - 1], 0.25 * (k % 5));
-  const std::vector<double> sc = scaling(2 * n, 7);  // columns, then rows
-  check_scatter(s, A, sc.data(), sc.data() + n, false,
-                [&](int J, int scaled, zc *lnz, zc *unz, int *indmap) {
-    if (scaled)
-      tlm::telmira_scatter_lu_scaled<zc>(&J, &n, v.data(), m.ja.data(), sc.data(),
-                                         s.xsup.data(), s.xlindx.data(), s.lindx.data(),
-                                         s.xlnz.data(), lnz, s.xunz.data(), unz,
-                                         L.xjalf.data(), L.jalf.data(), L.xjauf.data(),
-                                         L.jauf.data(), L.luperm.data(), L.luperm_row.data(),
-                                         indmap);
-    else
-      tlm::telmira_scatter_lu<zc>(&J, &n, v.data(), s.xsup.data(), s.xlindx.data(),
-                                  s.lindx.data(), s.xlnz.data(), lnz, s.xunz.data(), unz,
-                                  L.xjalf.data(), L.jalf.data(), L.xjauf.data(), L.jauf.data(),
-                                  L.luperm.data(), indmap);
-  });
-}
-
-TEST(Scatter, SymmetricStorageHermitianAndScaled) {
-  vekio::sparse full;
-  ASSERT_TRUE(vektest::load("bcsstk01", full));
-  vekio::sparse m = vekio::storage_for_type(full, 2);
-  analysis s = analyse(m, 2, nullptr, 2, 1, 8);
-  const vektest::scatter_lists L = scatter_lists(m, s, 2, nullptr, 1);
-  std::vector<zc> v(m.nnz());
-  std::map<std::pair<int, int>, zc> A;  // the stored triangle mirrored, conjugated
-  for (int i = 1; i <= m.n; ++i)
-    for (int k = m.ia[i - 1]; k < m.ia[i]; ++k) {
-      const int j = m.ja[k - 1];
-      A[{i, j}] = v[k - 1] = zc(m.a[k - 1], j == i ? 0.0 : 0.1 * (k % 7) + 0.05);
-      A[{j, i}] = std::conj(v[k - 1]);
-    }
-  const std::vector<double> sc = scaling(m.n, 11);
-  const int herm = 1;
-  check_scatter(s, A, sc.data(), sc.data(), true,
-                [&](int J, int scaled, zc *lnz, zc *, int *indmap) {
-    if (scaled)
-      tlm::telmira_scatter_sym_scaled<zc>(&J, v.data(), m.ja.data(), sc.data(), s.perm.data(),
-                                          s.xsup.data(), s.xlindx.data(), s.lindx.data(),
-                                          s.xlnz.data(), lnz, L.xjalf.data(), L.jalf.data(),
-                                          L.luperm.data(), L.luperm_row.data(), &herm, indmap);
-    else
-      tlm::telmira_scatter_sym<zc>(&J, v.data(), s.xsup.data(), s.xlindx.data(),
-                                   s.lindx.data(), s.xlnz.data(), lnz, L.xjalf.data(),
-                                   L.jalf.data(), L.luperm.data(), &herm, indmap);
-  });
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The preprocessing toolkit: compressed-row matrices, bit vectors and
-// permutations, checked against dense references on random matrices.
+// permutations, checked against dense references on random matrices. (The
+// toolkit's functions that the library does not call are left out.)
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -100,6 +101,13 @@ TYPED_TEST_SUITE(Typed, value_types);
 TYPED_TEST(Typed, ExpandGivesBothTrianglesSortedWithTheMap) {
   typedef TypeParam V;
   std::mt19937 rng(11);
+  smat<V> *Z = tlm::smat_new_header<V>(0, 0, 1);  // empty: no arrays come or go
+  smat<V> *ZE = tlm::smat_expand(Z, 1, nullptr);
+  EXPECT_EQ(ZE->ja, nullptr);
+  tlm::smat_expand_inplace(Z, 1, nullptr);
+  EXPECT_EQ(Z->ja, nullptr);
+  tlm::smat_free(Z);
+  tlm::smat_free(ZE);
   for (int m : {1, 7, 60}) {
     smat<V> *A = random_matrix<V>(rng, m, m, 0.2, true, true);
     std::vector<pint> map(2 * A->nnz - m), map2(map.size());
@@ -136,37 +144,6 @@ TYPED_TEST(Typed, ExpandGivesBothTrianglesSortedWithTheMap) {
   tlm::smat_free(E);
 }
 
-TEST(Smat, EmptyMatrixExpandsTransposesAndFrees) {
-  smat<double> *A = tlm::smat_new_header<double>(0, 0, 1);
-  smat<double> *E = tlm::smat_expand(A, 1, nullptr);
-  EXPECT_EQ(E->ja, nullptr);
-  tlm::smat_expand_inplace(A, 1, nullptr);
-  EXPECT_EQ(A->ja, nullptr);
-  smat<double> *T = tlm::smat_transpose(A);
-  EXPECT_EQ(T->nnz, 0u);
-  for (smat<double> *X : {A, E, T}) tlm::smat_free(X);
-}
-
-TEST(Smat, TransposeMatchesTheDenseTranspose) {
-  std::mt19937 rng(5);
-  for (int trial = 0; trial < 6; ++trial) {
-    const int m = 1 + trial * 7, n = 3 + trial * 5;
-    smat<double> *A = random_matrix<double>(rng, m, n, 0.25, false);
-    entry_map want;
-    for (auto &e : entries(A)) want[{e.first.second, e.first.first}] = e.second;
-    smat<double> *T = tlm::smat_transpose(A);
-    EXPECT_EQ(T->m, unsigned(n));
-    EXPECT_TRUE(rows_sorted(T));
-    EXPECT_EQ(entries(T), want);
-    tlm::smat_transpose_inplace(A);
-    EXPECT_EQ(A->m, unsigned(n));
-    EXPECT_EQ(A->n, unsigned(m));
-    EXPECT_EQ(entries(A), want);
-    tlm::smat_free(A);
-    tlm::smat_free(T);
-  }
-}
-
 TYPED_TEST(Typed, PermuteIsPAPTransposed) {
   typedef TypeParam V;
   std::mt19937 rng(17);
@@ -189,7 +166,6 @@ TYPED_TEST(Typed, PermuteIsPAPTransposed) {
     EXPECT_EQ(T->sym, 1u);
     EXPECT_EQ(T->nnz, S->nnz);
     EXPECT_EQ(entries(T), swant);
-    EXPECT_EQ(tlm::smat_check(T), 1);
 
     // The identity leaves a sorted matrix as it is.
     tlm::perm_identity(P);
@@ -231,131 +207,6 @@ TEST(Smat, MakeStructSymAndAdjacencyAgreeWithTheDenseUnion) {
   }
 }
 
-// --- Split, column view, values ----------------------------------------------
-
-TEST(Smat, SplitDividesIntoFourBlocks) {
-  std::mt19937 rng(29);
-  const int m = 20;
-  for (int k : {0, 7, 20}) {
-    smat<double> *A = random_matrix<double>(rng, m, m, 0.3, true);
-    smat<double> *B[4];
-    tlm::smat_split(A, k, &B[0], &B[1], &B[2], &B[3]);
-    entry_map want[4];
-    for (auto &e : entries(A)) {
-      int i = e.first.first, j = e.first.second;
-      want[(i < k ? 0 : 2) + (j < k ? 0 : 1)][{i < k ? i : i - k, j < k ? j : j - k}] = e.second;
-    }
-    for (int b = 0; b < 4; ++b) {
-      EXPECT_EQ(B[b]->m, unsigned(b < 2 ? k : m - k));
-      EXPECT_EQ(B[b]->n, unsigned(b % 2 ? m - k : k));
-      EXPECT_EQ(B[b]->nnz, unsigned(want[b].size()));
-      EXPECT_EQ(entries(B[b]), want[b]) << "block " << b << " k " << k;
-      tlm::smat_free(B[b]);
-    }
-    tlm::smat_split<double>(A, k, &B[0], &B[1], nullptr, nullptr);
-    EXPECT_EQ(entries(B[1]), want[1]);
-    tlm::smat_free(B[0]);
-    tlm::smat_free(B[1]);
-    tlm::smat_free(A);
-  }
-}
-
-TEST(Smat, ColumnIndexListsRowsAscendingWithPositions) {
-  std::mt19937 rng(31);
-  smat<double> *A = random_matrix<double>(rng, 40, 40, 0.1, false);
-  tlm::smat_col_index<double> *ci = tlm::smat_col_index_new(A);
-  std::set<std::pair<int, int>> seen;
-  for (int c = 0; c < 40; ++c) {
-    for (pint q = ci->col_start[c]; q < ci->col_start[c + 1]; ++q) {
-      if (q > ci->col_start[c]) {
-        EXPECT_LT(ci->row[q - 1], ci->row[q]);
-      }
-      const pint k = ci->pos[q], i = ci->row[q];
-      EXPECT_EQ(A->ja[k], c);
-      EXPECT_TRUE(A->ia[i] <= k && k < A->ia[i + 1]);
-      seen.insert({i, c});
-    }
-  }
-  EXPECT_EQ(seen.size(), size_t(A->nnz));
-  tlm::smat_col_index_free(ci);
-  tlm::smat_free(A);
-}
-
-TEST(Smat, ValueOperations) {
-  // Rows (2 . -3), (. 0 4), (5 . 1) with an explicit zero, row 2 unsorted.
-  smat<double> *A = make<double>(3, 3, {{{0, 2}, {2, -3}}, {{1, 0}, {2, 4}}, {{2, 1}, {0, 5}}}, 0);
-  double d[3] = {-1, -1, -1};
-  tlm::smat_get_diag(A, d);
-  EXPECT_EQ(std::vector<double>(d, d + 3), (std::vector<double>{2, 0, 1}));
-  smat<double> *L = tlm::smat_log_abs(A);
-  const entry_map want = {{{0, 0}, std::log(2.0)}, {{0, 2}, std::log(3.0)}, {{1, 2}, std::log(4.0)},
-                          {{2, 2}, 0.0},           {{2, 0}, std::log(5.0)}};
-  EXPECT_EQ(entries(L), want);  // the zero is gone
-
-  const double r[3] = {1, 2, 3}, c[3] = {10, 20, 30};
-  const double lr[3] = {0, std::log(2.0), 0}, lc[3] = {0, 0, std::log(0.5)};
-  tlm::smat_scale(A, r, c);
-  tlm::smat_scale_exp(A, lr, lc);
-  entry_map e = entries(A);
-  EXPECT_DOUBLE_EQ((e[{0, 2}]), -3 * 30 * 0.5);
-  EXPECT_DOUBLE_EQ((e[{1, 2}]), 4 * 30 * 2);  // exp(log 2 + log 0.5) = 1
-  EXPECT_DOUBLE_EQ((e[{2, 0}]), 5 * 10 * 3);
-  tlm::smat_sort_row(A, 2, 1);
-  EXPECT_EQ(A->ja[4], 0);
-  EXPECT_DOUBLE_EQ(A->a[4], 150);
-  tlm::smat_free(A);
-  tlm::smat_free(L);
-}
-
-TEST(Smat, WrapOfOneBasedArraysAndBack) {
-  pint ia[] = {1, 3, 4, 5}, ja[] = {1, 3, 2, 3};
-  double a[] = {1, 2, 3, 4};
-  smat<double> *A = tlm::smat_wrap<double>(3, 3, ia, ja, a, 1, 1);
-  EXPECT_EQ(A->nnz, 4u);
-  EXPECT_EQ(ia[3], 4);
-  EXPECT_EQ(ja[1], 2);
-  EXPECT_EQ(tlm::smat_check(A), 1);
-  tlm::smat_to_base1(A);
-  EXPECT_EQ(ia[3], 5);
-  EXPECT_EQ(ja[1], 3);
-  vek_serv_free(A);  // the record only: the arrays are ours
-}
-
-TEST(Smat, ChecksRefuseTheUnsoundForms) {
-  // Rows (0 2 3), (1), (2 3), (3): sound both as a full pattern and as an
-  // upper triangle.
-  const row_list rows = {{{0, 1}, {2, 1}, {3, 1}}, {{1, 1}}, {{2, 1}, {3, 1}}, {{3, 1}}};
-  for (int sym : {0, 1}) {
-    smat<double> *A = make<double>(4, 4, rows, sym);
-    EXPECT_EQ(tlm::smat_check(A), 1);
-    // Each change alone makes the matrix unsound; it is undone afterwards.
-    auto refused = [&](std::vector<std::pair<pint *, pint>> changes, const char *what) {
-      std::vector<pint> keep;
-      for (auto &c : changes) keep.push_back(*c.first), *c.first = c.second;
-      EXPECT_EQ(tlm::smat_check(A), 0) << what << ", sym " << sym;
-      for (size_t k = 0; k < changes.size(); ++k) *changes[k].first = keep[k];
-    };
-    refused({{&A->ja[3], 2}}, "row 1 without its diagonal");
-    refused({{&A->ja[2], 1}}, "falling columns");
-    refused({{&A->ja[1], 4}, {&A->ja[2], 5}}, "a column beyond n before the last");
-    refused({{&A->ia[2], 3}}, "an empty row");
-    A->ia[2] = 3;
-    EXPECT_EQ(tlm::smat_check_ia(A), 0);
-    A->ia[2] = 4;
-    A->nnz = 8;  // ia does not end with nnz
-    EXPECT_EQ(tlm::smat_check_ia(A), 0);
-    A->nnz = 7;
-    tlm::smat_free(A);
-  }
-  // An entry below the diagonal is refused only with sym set.
-  smat<double> *L = make<double>(2, 2, {{{0, 1}}, {{0, 1}, {1, 1}}}, 0);
-  EXPECT_EQ(tlm::smat_check(L), 1);
-  L->sym = 1;
-  EXPECT_EQ(tlm::smat_check_upper(L), 0);
-  EXPECT_EQ(tlm::smat_check(L), 0);
-  tlm::smat_free(L);
-}
-
 TEST(SmatDeathTest, ContractsStopWithUnitLineAndText) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   smat<double> *A = tlm::smat_new_header<double>(3, 3, 0);
@@ -379,61 +230,44 @@ TEST(Bvec, WordsBitsAndPermutation) {
   for (unsigned bit : {0u, 31u, 32u}) tlm::bvec_set(b, bit);
   EXPECT_EQ(b->v[0], 0x80000001u);
   EXPECT_EQ(b->v[1], 1u);
-  tlm::bvec_clear(b, 31);
-  EXPECT_EQ(tlm::bvec_get(b, 31), 0);
-  EXPECT_EQ(tlm::bvec_get(b, 32), 1);
+  EXPECT_EQ(tlm::bvec_get(b, 31), 1);
+  EXPECT_EQ(tlm::bvec_get(b, 30), 0);
 
   std::mt19937 rng(41);
   const ivec p = random_perm(rng, 33);
   tlm::perm *P = tlm::perm_new_from(33, p.data());
-  tlm::bvec *q = tlm::bvec_permute(b, P);
-  for (int i = 0; i < 33; ++i) EXPECT_EQ(tlm::bvec_get(q, p[i]), tlm::bvec_get(b, i)) << i;
+  ivec before;
+  for (int i = 0; i < 33; ++i) before.push_back(tlm::bvec_get(b, i));
   tlm::bvec_permute_inplace(b, P);
-  EXPECT_TRUE(b->v[0] == q->v[0] && b->v[1] == q->v[1]);
-
-  // A wrapped vector works on the caller's words and leaves them when freed.
-  std::uint32_t words[2] = {5, 0};
-  tlm::bvec *w = tlm::bvec_wrap(40, words);
-  EXPECT_EQ(tlm::bvec_get(w, 2), 1);
-  tlm::bvec_set(w, 39);
-  tlm::bvec_free(w);
-  EXPECT_EQ(words[1], 0x80u);
-  for (tlm::bvec *x : {b32, b, q}) tlm::bvec_free(x);
+  for (int i = 0; i < 33; ++i) EXPECT_EQ(tlm::bvec_get(b, p[i]), before[i]) << i;
+  for (tlm::bvec *x : {b32, b}) tlm::bvec_free(x);
   tlm::perm_free(P);
 }
 
-TEST(Perm, ComposeInvertAndReverse) {
+TEST(Perm, ComposeInvertAndCycles) {
   std::mt19937 rng(43);
   const int n = 25;
   const ivec a = random_perm(rng, n), b = random_perm(rng, n);
   tlm::perm *A = tlm::perm_new_from(n, a.data()), *B = tlm::perm_new_from(n, b.data());
+  tlm::perm *C = tlm::perm_new_from(n, b.data());
   tlm::perm_compose(A, B);
-  tlm::perm *C = tlm::perm_copy(nullptr, B);
   tlm::perm_compose(C, C);  // aliased: b o b
   for (int i = 0; i < n; ++i) {
     EXPECT_EQ(A->p[i], b[a[i]]);
     EXPECT_EQ(C->p[i], b[b[i]]);
   }
-  EXPECT_EQ(tlm::perm_equal(C, B), 0);
-
   tlm::perm *I = tlm::perm_inverse(nullptr, B);
   for (int i = 0; i < n; ++i) EXPECT_EQ(I->p[b[i]], i);
   tlm::perm_invert(I);
-  EXPECT_EQ(tlm::perm_equal(I, B), 1);
-  tlm::perm_inverse(I, I);
+  EXPECT_EQ(ivec(I->p, I->p + n), b);
+  tlm::perm_inverse(I, I);  // aliased
   tlm::perm_compose(I, B);
   for (int i = 0; i < n; ++i) EXPECT_EQ(I->p[i], i);
-
-  tlm::perm_reverse(B);
-  for (int i = 0; i < n; ++i) EXPECT_EQ(B->p[i], b[n - 1 - i]);
-  tlm::perm_copy(C, B);
-  EXPECT_EQ(tlm::perm_equal(C, B), 1);
   for (tlm::perm *X : {A, B, C, I}) tlm::perm_free(X);
   tlm::perm_free(nullptr);
-}
 
-TEST(Perm, CyclesInOrderOfTheirSmallestElement) {
-  // 0 -> 4 -> 2 -> 0, 1 fixed, 3 <-> 6, 5 -> 7 -> 8 -> 5.
+  // Cycles in the order of their smallest element: 0 -> 4 -> 2 -> 0, 1
+  // fixed, 3 <-> 6, 5 -> 7 -> 8 -> 5.
   const pint p[] = {4, 1, 0, 6, 2, 7, 3, 8, 5};
   tlm::perm *P = tlm::perm_new_from(9, p);
   tlm::perm_cycle_set *c = tlm::perm_cycles(P);

@@ -1,6 +1,7 @@
 // The storage plan of a handle: the report of a refused allocation; the
 // release at a new analysis and at ido -1; the factor entries and
-// fact_plan; and the allocators that end the process.
+// fact_plan's choice for a factor block (the work array's growth shows in
+// test_phases); and the allocators that end the process.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -11,49 +12,22 @@
 #include <vector>
 
 #include "service/vek_serv_memory.h"
-#include "service/vek_serv_threads.h"
 #include "telmira.h"
 #include "telmira_check.h"
 #include "telmira_types.h"
 #include "telmira_storage.h"
 #include "test_heap.h"
+#include "test_system.h"
 
 namespace {
-
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
 
 using vektest::counted_heap;
 long live() { return counted_heap::live; }
 std::atomic<long> &fail_at = counted_heap::fail_at;
 
-struct solver {
-  intptr_t handle[64] = {0};
-  int iparam[64] = {0};
-  int max_fac_store = 1, matrix_number = 1, mtype = 1, n = 5, nb = 1, msglvl = 1, error = 0;
-  std::vector<int> ia = {1, 3, 6, 9, 12, 14};
-  std::vector<int> ja = {1, 2, 1, 2, 3, 2, 3, 4, 3, 4, 5, 4, 5};
-  std::vector<double> a = std::vector<double>(13, 1.0), b = std::vector<double>(5, 1.0),
-                      x = std::vector<double>(5, 0.0);
-  std::vector<int> perm = std::vector<int>(5, 0);
-  solver() {
-    vek_serv_set_dynamic(0);
-    vek_serv_set_num_threads(1);
-  }
-  int call(int ido) {
-    telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &n, a.data(), ia.data(), ja.data(),
-            perm.data(), &nb, iparam, &msglvl, b.data(), x.data(), &error);
-    return error;
-  }
-  std::string printed(int ido) {
-    CaptureStdout();
-    call(ido);
-    return GetCapturedStdout();
-  }
-  void release() {
-    msglvl = 0;
-    call(-1);
-  }
+// A handle around a small matrix of type mtype, on one thread.
+struct solver : vektest::system {
+  explicit solver(int type = 1) : system(vekio::lap2d(3), type) { vektest::use_threads(1); }
 };
 
 // The sweep of test_alloc_failure fails every request of every type; here
@@ -63,11 +37,10 @@ TEST(StorageFailures, ARefusedRequestIsReportedAndLeavesNothing) {
   counted_heap heap;
   for (int k : {1, 6}) {
     SCOPED_TRACE(k);
-    solver s;
-    s.mtype = 11;
+    solver s(11);
     counted_heap::requests = 0;
     fail_at = k;
-    const std::string out = s.printed(11);
+    const std::string out = s.call_printing(11);
     fail_at = 0;
     EXPECT_EQ(s.error, -2);
     EXPECT_EQ(out.find("*** Error in TELMIRA  (     insufficient_memory) error_num= -"), 0u)
@@ -83,7 +56,6 @@ TEST(StorageFailures, ARefusedRequestIsReportedAndLeavesNothing) {
 TEST(StorageRelease, NewAnalysisAndReleaseFreeEverything) {
   counted_heap heap;
   solver s;
-  s.msglvl = 0;
   s.call(11);
   const long after_first = live();
   EXPECT_GT(after_first, 0);
@@ -114,7 +86,6 @@ TEST(StorageRelease, NoFactorTableForZeroFactorizations) {
   solver s;
   s.max_fac_store = 0;
   s.matrix_number = 0;
-  s.msglvl = 0;
   s.call(11);
   EXPECT_NE(s.handle[1], 0);
   EXPECT_EQ(s.handle[3], 0);
@@ -127,14 +98,12 @@ struct planned_state {
   intptr_t handle[64] = {0};
   int mark = tlm::not_allocated_mark;
   int *comi = nullptr;
-  int *comx = nullptr;
   planned_state(int mtype) {
     int status = 0;
     tlm::storage_sums sums{};
     EXPECT_TRUE(tlm::create_basic(handle, 2, 0, mark, &status, &sums));
     tlm::state_view s = tlm::state_of(handle);
     comi = s.comi;
-    comx = s.comx;
     comi[1 - 1] = 100;
     comi[12 - 1] = mtype;
     comi[15 - 1] = 2;
@@ -175,39 +144,6 @@ TEST(FactPlan, FactorBlockByTheStateOfItsEntry) {
   tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
   EXPECT_EQ(plan.factor, -1000);
   entry[0] = entry[1] = 0;
-}
-
-TEST(FactPlan, WorkArrayGrowsOnlyAndCommitStoresThePlan) {
-  planned_state p(11);
-  int *comi = p.comi;
-  int *comx = p.comx;
-  intptr_t *entry = tlm::fact_entry(p.handle, 1);
-  tlm::fact_sizes plan;
-  int phase = 22, nb = 1, commit = 0, yes = 1;
-  // r = max(150, 30 * 1, 100) * 2 threads = 300 words for one word per value.
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
-  EXPECT_EQ(plan.work, 300);
-  EXPECT_EQ(COMI(7), 0);  // a forecast stores nothing
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &yes, &plan);
-  EXPECT_EQ(COMI(7), 300);
-  EXPECT_EQ(COMI(44), 300);
-  EXPECT_EQ(COMI(43), 1);
-  EXPECT_EQ(COMI(5), 1);
-  COMX(tlm::COMX_WORK) = 1;  // the driver made the array
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &yes, &plan);
-  EXPECT_EQ(plan.work, 0);
-  nb = 10;  // 30 * 10 * 2 = 600 words: grow, and the array is marked unset
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &yes, &plan);
-  EXPECT_EQ(plan.work, -600);
-  EXPECT_EQ(COMI(7), 600);
-  EXPECT_EQ(COMX(tlm::COMX_WORK), p.mark);
-  // The iteration array with a selected iteration and a solve phase.
-  EXPECT_EQ(plan.iteration, 0);
-  COMI(18) = 1;
-  phase = 23;
-  nb = 2;
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
-  EXPECT_EQ(plan.iteration, (5 * 100 + 9) * 2 + 2 * 2 * 2);
 }
 
 TEST(MemAlloc, FailureEndsTheProcessWithItsMessage) {

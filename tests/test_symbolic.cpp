@@ -13,8 +13,10 @@
 #include "service/vek_serv_memory.h"
 #include "service/vek_serv_threads.h"
 #include "symbolic.h"
+#include "test_analysis.h"
 #include "test_graph.h"
 #include "test_matrices.h"
+#include "test_system.h"
 
 namespace {
 
@@ -95,46 +97,17 @@ reference eliminate(const graph &g, const order &o) {
   return r;
 }
 
-// Everything the two stages produce.
-struct analysis {
-  int n = 0, ns = 0, error1 = 0, error2 = 0;
-  double seconds = 0.0;
-  ivec comi = ivec(100, 0), parts, colcnt, snode, xsup, parent;
-  ivec xlindx, lindx, xlnz, xunz, sparent, pnlsch, nmod, state1, state2, topcnt;
-};
+using vektest::analysis;
 
-void run_sfinit(const graph &g, const order &o, analysis &a) {
-  a.n = g.n;
-  a.colcnt.assign(g.n, 0);
-  a.snode.assign(g.n, 0);
-  a.xsup.assign(g.n + 1, 0);
-  ivec work(tlm::sfinit_work_length(g.n));
-  tlm::sfinit(&g.n, g.xadj.data(), g.adjncy.data(), o.perm.data(),
-              o.invp.data(), a.parts.data(), a.colcnt.data(), a.snode.data(),
-              a.xsup.data(), work.data(), a.comi.data(), &a.error1);
-  a.ns = a.comi[30];
-  a.parent.assign(work.begin(), work.begin() + g.n);
-}
-
-void run_symbfct(const graph &g, const order &o, analysis &a) {
-  a.xlindx.assign(a.ns + 1, 0);
-  a.lindx.assign(std::max(1, a.comi[35]), 0);
-  a.xlnz.assign(g.n + 1, 0);
-  a.xunz.assign(g.n + 1, 0);
-  for (ivec *v : {&a.sparent, &a.pnlsch, &a.nmod, &a.state1, &a.state2, &a.topcnt})
-    v->assign(std::max(1, a.ns), 0);
-  ivec work(tlm::symbfct_work_length(g.n, a.ns));
-  tlm::symbfct(&g.n, a.comi.data(), &a.seconds, o.perm.data(), o.invp.data(),
-               g.xadj.data(), g.adjncy.data(), a.colcnt.data(), a.xsup.data(),
-               a.snode.data(), a.parts.data(), a.xlindx.data(), a.lindx.data(),
-               a.xlnz.data(), a.xunz.data(), a.sparent.data(), a.pnlsch.data(),
-               a.nmod.data(), a.state1.data(), a.state2.data(),
-               a.topcnt.data(), work.data(), &a.error2);
-}
-
-// The settings and parts before the first stage.
-analysis prepared(ivec parts, int nparts, int panel, int triangle = 1) {
+// The graph, the order, the parts and the settings before the stages.
+analysis prepared(const graph &g, const order &o, ivec parts, int nparts, int panel,
+                  int triangle = 1) {
   analysis a;
+  a.n = g.n;
+  a.xadj = g.xadj;
+  a.adjncy = g.adjncy;
+  a.perm = o.perm;
+  a.invp = o.invp;
   a.comi[15] = panel;
   a.comi[18] = triangle;
   a.comi[59] = nparts;
@@ -144,9 +117,9 @@ analysis prepared(ivec parts, int nparts, int panel, int triangle = 1) {
 
 analysis analyse(const graph &g, const order &o, ivec parts, int nparts,
                  int panel, int triangle = 1) {
-  analysis a = prepared(std::move(parts), nparts, panel, triangle);
-  run_sfinit(g, o, a);
-  if (a.error1 == 0) run_symbfct(g, o, a);
+  analysis a = prepared(g, o, std::move(parts), nparts, panel, triangle);
+  vektest::supernodes(a);
+  if (a.error1 == 0) vektest::structure(a);
   EXPECT_EQ(0, a.error1);
   EXPECT_EQ(0, a.error2);
   return a;
@@ -253,8 +226,7 @@ void analyse_and_check(const graph &g, const order &o, int panel) {
 
 TEST(SymbolicStructure, RealAndGeneratedMatricesAgreeWithPlainElimination) {
   // Three threads, so that the column counts run divided.
-  vek_serv_set_dynamic(0);
-  vek_serv_set_num_threads(3);
+  vektest::use_threads(3);
   // Small and large, meshes, dense rows, many components and isolated nodes.
   for (const char *name : {"GD97_b", "bcsstk13", "gent113", "hangGlider_2", "mhd1280b", "qc324",
                            "rajat19", "tumorAntiAngiogenesis_2", "west0479", "young1c", "zenios"}) {
@@ -371,8 +343,7 @@ TEST(SymbolicFailures, StorageCursorLimitAndStatusWords) {
   // rows do not bear out gives -180.
   for (int n : {46341, 40}) {
     const graph g = from_sets(std::vector<std::set<int>>(n));
-    analysis a = prepared(pairs({1, 0, 1, 1}), 1, 0, 0);
-    a.n = n;
+    analysis a = prepared(g, natural(n), pairs({1, 0, 1, 1}), 1, 0, 0);
     a.colcnt.assign(n, 1);
     a.colcnt[0] = n == 40 ? 2 : n;
     a.ns = a.comi[30] = n == 40 ? n : 1;
@@ -381,7 +352,7 @@ TEST(SymbolicFailures, StorageCursorLimitAndStatusWords) {
       if (j < n) a.snode.push_back(n == 40 ? j + 1 : 1);
       if (j <= a.ns) a.xsup.push_back(j == a.ns ? n + 1 : j + 1);
     }
-    run_symbfct(g, natural(n), a);
+    vektest::structure(a);
     EXPECT_EQ(n == 40 ? -180 : -182, a.error2);
     EXPECT_EQ(a.error2, a.comi[49]);
   }
@@ -398,8 +369,7 @@ void *refusing_malloc(std::size_t size) {
 // The column count's scratch: halved threads when the heap refuses, -2 at
 // one thread; at most 16 threads, fewer while above 512000000 bytes.
 TEST(SymbolicFailures, ColumnCountScratch) {
-  vek_serv_set_dynamic(0);
-  vek_serv_set_num_threads(4);
+  vektest::use_threads(4);
   const graph g = graph_of(vekio::lap2d(20));
   const order o = nested_dissection(g);
   const reference r = eliminate(g, o);
@@ -407,8 +377,8 @@ TEST(SymbolicFailures, ColumnCountScratch) {
   vek_serv_heap.malloc_fn = refusing_malloc;
 
   refuse_above = 2 * g.n * sizeof(int) + 1024;  // two threads' arrays fit
-  analysis a = prepared(single_part(g.n), 1, 64, 0);
-  run_sfinit(g, o, a);
+  analysis a = prepared(g, o, single_part(g.n), 1, 64, 0);
+  vektest::supernodes(a);
   EXPECT_EQ(0, a.error1);
   ivec colcnt(g.n);
   long long total = 0;
@@ -420,8 +390,8 @@ TEST(SymbolicFailures, ColumnCountScratch) {
   EXPECT_EQ(r.entries, total);
 
   refuse_above = 0;
-  analysis b = prepared(single_part(g.n), 1, 0, 0);
-  run_sfinit(g, o, b);
+  analysis b = prepared(g, o, single_part(g.n), 1, 0, 0);
+  vektest::supernodes(b);
   EXPECT_EQ(tlm::symbolic_no_memory, b.error1);
   EXPECT_EQ(0, b.comi[30]);
 

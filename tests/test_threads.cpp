@@ -151,21 +151,63 @@ TEST(ThreadCores, NarrowedMaskCountsOneCore) {
   EXPECT_EQ(vek_serv_get_max_threads(), 1);
 }
 
-TEST(ThreadEnv, NumThreadsZeroIsNotSet) {
-  env({{"VEK_NUM_THREADS", "0"}, {"VEK_DYNAMIC", "FALSE"}});
-  EXPECT_EQ(vek_serv_get_max_threads(), omp_get_max_threads());
+namespace {
+
+// The count that the environment alone gives. Each case is a test of its
+// own, which ctest runs in a process of its own.
+struct env_case {
+  const char *name;
+  std::vector<std::pair<const char *, std::string>> vars;
+  int dynamic;
+  int (*threads)();  // what vek_serv_get_max_threads() must give
+};
+
+int omp() { return omp_get_max_threads(); }
+int omp_on_cores() { return std::min(omp_get_max_threads(), expected_cores()); }
+
+const char *const procs = "V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE";
+const env_case env_cases[] = {
+    {"NumThreadsZeroIsNotSet", {{"VEK_NUM_THREADS", "0"}, {"VEK_DYNAMIC", "FALSE"}}, 0, omp},
+    {"DynamicFalseWithQuotes", {{"VEK_NUM_THREADS", "8"}, {"VEK_DYNAMIC", " 'FALSE'"}}, 0,
+     [] { return 8; }},
+    {"ValueThatFillsTheBufferIsRead",  // 255 characters
+     {{"VEK_NUM_THREADS", std::string(254, '0') + "3"}, {"VEK_DYNAMIC", "FALSE"}}, 0,
+     [] { return 3; }},
+    {"ValueTooLongForTheBufferIsIgnored",  // 256 characters
+     {{"VEK_NUM_THREADS", std::string(255, '0') + "3"}, {"VEK_DYNAMIC", "FALSE"}}, 0, omp},
+    // Under a message-passing runtime with no explicit count the library
+    // runs on one thread, unless the thread level grants a share of the
+    // cores.
+    {"MpiProcessesPerNodeAloneGiveOne", {{procs, "2"}, {"V_MPI_THREAD_LEVEL", "7"}}, 1,
+     [] { return 1; }},  // level out of range: 0
+    {"MpiThreadLevelSharesTheCores", {{procs, "2"}, {"V_MPI_THREAD_LEVEL", "2"}}, 1,
+     [] { return std::max(expected_cores() / 2, 1); }},
+    {"MpiExplicitCountWins", {{procs, "2"}, {"VEK_NUM_THREADS", "3"}}, 1,
+     [] { return std::min(3, expected_cores()); }},
+    {"MpiOmpNumThreadsGivenKeepsTheCount", {{procs, "2"}, {"OMP_NUM_THREADS", "3"}}, 1,
+     omp_on_cores},
+    {"MpiNonDigitProcessCountIsIgnored", {{procs, "2x"}}, 1, omp_on_cores},
+};
+
+class ThreadEnv : public testing::TestWithParam<env_case> {};
+
+}  // namespace
+
+TEST_P(ThreadEnv, CountFromTheEnvironment) {
+  const env_case &c = GetParam();
+  env({});
+  for (const auto &v : c.vars) setenv(v.first, v.second.c_str(), 1);
+  EXPECT_EQ(vek_serv_get_dynamic(), c.dynamic);
+  EXPECT_EQ(vek_serv_get_max_threads(), c.threads());
 }
+
+INSTANTIATE_TEST_SUITE_P(Cases, ThreadEnv, testing::ValuesIn(env_cases),
+                         [](const testing::TestParamInfo<env_case> &i) { return i.param.name; });
 
 TEST(ThreadEnv, NumThreadsLimitedByCoresOnlyInDynamicMode) {
   env({{"VEK_NUM_THREADS", "8"}});
   EXPECT_EQ(vek_serv_get_max_threads(), std::min(8, expected_cores()));
   vek_serv_set_dynamic(0);
-  EXPECT_EQ(vek_serv_get_max_threads(), 8);
-}
-
-TEST(ThreadEnv, DynamicFalseWithQuotes) {
-  env({{"VEK_NUM_THREADS", "8"}, {"VEK_DYNAMIC", " 'FALSE'"}});
-  EXPECT_EQ(vek_serv_get_dynamic(), 0);
   EXPECT_EQ(vek_serv_get_max_threads(), 8);
 }
 
@@ -205,51 +247,8 @@ TEST(ThreadEnv, SettersBeforeFirstGetterWin) {
   EXPECT_EQ(vek_serv_get_max_threads(), 2);
 }
 
-TEST(ThreadEnv, ValueThatFillsTheBufferIsRead) {
-  env({{"VEK_NUM_THREADS", std::string(254, '0') + "3"},  // 255 characters
-       {"VEK_DYNAMIC", "FALSE"}});
-  EXPECT_EQ(vek_serv_get_max_threads(), 3);
-}
-
-TEST(ThreadEnv, ValueTooLongForTheBufferIsIgnored) {
-  env({{"VEK_NUM_THREADS", std::string(255, '0') + "3"},  // 256 characters
-       {"VEK_DYNAMIC", "FALSE"}});
-  EXPECT_EQ(vek_serv_get_max_threads(), omp_get_max_threads());
-}
-
-// Under a message-passing runtime with no explicit count the library runs on
-// one thread, unless the thread level grants a share of the cores.
-TEST(ThreadMpi, ProcessesPerNodeAloneGivesOne) {
-  env({{"V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", "2"},
-       {"V_MPI_THREAD_LEVEL", "7"}});  // out of range: level 0
-  EXPECT_EQ(vek_serv_get_max_threads(), 1);
-}
-
-TEST(ThreadMpi, ThreadLevelSharesTheCores) {
-  env({{"V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", "2"},
-       {"V_MPI_THREAD_LEVEL", "2"}});
-  EXPECT_EQ(vek_serv_get_max_threads(), std::max(expected_cores() / 2, 1));
-}
-
-TEST(ThreadMpi, ExplicitCountWins) {
-  env({{"V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", "2"}, {"VEK_NUM_THREADS", "3"}});
-  EXPECT_EQ(vek_serv_get_max_threads(), std::min(3, expected_cores()));
-}
-
-TEST(ThreadMpi, OmpNumThreadsGivenKeepsTheCount) {
-  env({{"V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", "2"}, {"OMP_NUM_THREADS", "3"}});
-  EXPECT_EQ(vek_serv_get_max_threads(),
-            std::min(omp_get_max_threads(), expected_cores()));
-}
-
-TEST(ThreadMpi, NonDigitProcessCountIsIgnored) {
-  env({{"V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", "2x"}});
-  EXPECT_EQ(vek_serv_get_max_threads(),
-            std::min(omp_get_max_threads(), expected_cores()));
-}
-
 TEST(ThreadMpi, OverrideDecides) {
-  env({{"V_MPI_NUMBER_OF_MPI_PROCESSES_PER_NODE", "2"}});
+  env({{procs, "2"}});
   vek_serv_set_mpi_override(1);
   EXPECT_EQ(vek_serv_get_max_threads(),
             std::min(omp_get_max_threads(), expected_cores()));
@@ -277,28 +276,4 @@ TEST(ThreadParallel, InsideRegionDependsOnDynamic) {
   EXPECT_EQ(inside_dynamic, 1);
   EXPECT_EQ(outside_dynamic, std::min(3, expected_cores()));
   EXPECT_EQ(inside_static, 3);
-}
-
-namespace {
-int hook_thread, hook_step;
-std::string hook_stage;
-int recording_hook(int *thread, int *step, const char *stage, int length) {
-  hook_thread = *thread;
-  hook_step = *step;
-  hook_stage.assign(stage, length);
-  return 7;
-}
-}  // namespace
-
-TEST(ThreadProgress, HookReceivesArgumentsAndDecides) {
-  int thread = 3, step = 40;
-  const char *text = "Telmira: factorization phase";
-  EXPECT_EQ(vek_serv_progress(&thread, &step, text, 28), 0);
-  vek_serv_set_progress(recording_hook);
-  EXPECT_EQ(vek_serv_progress(&thread, &step, text, 28), 7);
-  EXPECT_EQ(hook_thread, 3);
-  EXPECT_EQ(hook_step, 40);
-  EXPECT_EQ(hook_stage, text);
-  vek_serv_set_progress(nullptr);
-  EXPECT_EQ(vek_serv_progress(&thread, &step, text, 28), 0);
 }

@@ -399,16 +399,12 @@ struct case_runner {
       const int w = ck.complex_values ? 2 : 1;
       for (std::size_t p = 0; p < m.ja.size(); ++p)
         for (int q2 = 0; q2 < w; ++q2) ad[w * p + q2] = m.a[2 * p + q2];
-      for (std::size_t p = 0; p < ad.size(); ++p) af[p] = static_cast<float>(ad[p]);
       for (int p = 0; p < n * nbmax; ++p) {
-        const double re = bref[p].real(), im = bref[p].imag();
-        if (w == 2) {
-          bd[2 * p] = re; bd[2 * p + 1] = im;
-        } else {
-          bd[p] = re;
-        }
+        bd[w * p] = bref[p].real();
+        if (w == 2) bd[2 * p + 1] = bref[p].imag();
       }
-      for (std::size_t p = 0; p < bd.size(); ++p) bf[p] = static_cast<float>(bd[p]);
+      std::copy(ad.begin(), ad.end(), af.begin());
+      std::copy(bd.begin(), bd.end(), bf.begin());
       for (auto &v : xd) v = 12345.0;
       for (auto &v : xf) v = 12345.0f;
 
@@ -418,19 +414,7 @@ struct case_runner {
       void *x = single ? static_cast<void *>(xf.data()) : xd.data();
       std::snprintf(hang_note, sizeof hang_note, "case %ld call %zu ido %d mtype %d n %d", index, q, ido,
                     mtype, neqns);
-      if (opt.verbose) {
-        std::fprintf(stderr, "  %s | %s\n", hang_note, story.c_str());
-        // The call's arguments, for a replay outside the driver.
-        std::fprintf(stderr, "    ia:");
-        for (int v : m.ia) std::fprintf(stderr, " %d", v);
-        std::fprintf(stderr, "\n    ja:");
-        for (int v : m.ja) std::fprintf(stderr, " %d", v);
-        std::fprintf(stderr, "\n    a:");
-        for (std::size_t p = 0; p < w * m.ja.size(); ++p) std::fprintf(stderr, " %.17g", ad[p]);
-        std::fprintf(stderr, "\n    iparam:");
-        for (int v : iparam) std::fprintf(stderr, " %d", v);
-        std::fprintf(stderr, "\n");
-      }
+      if (opt.verbose) std::fprintf(stderr, "  %s | %s\n", hang_note, story.c_str());
       call_started_ms = now_ms();
       telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &neqns, a, m.ia.data(), m.ja.data(),
               perm.data(), &nb, iparam, &msglvl, b, x, &error);
@@ -463,23 +447,15 @@ struct case_runner {
       if (shortcut_leftover || (!solves && !substep) || nb < 1) continue;
       // The numbers the call left: in x, or in b with iparam(6) = 1.
       const bool over_b = iparam[5] == 1;
+      const void *out = over_b ? b : x;
+      auto word = [&](std::size_t k) {
+        return single ? static_cast<const float *>(out)[k] : static_cast<const double *>(out)[k];
+      };
       std::vector<cplx> sol(n * nb);
       bool finite = true;
-      for (int p = 0; p < neqns * nb; ++p) {
-        const int col = p / neqns, row = p % neqns;
-        const std::size_t at = static_cast<std::size_t>(col) * neqns + row;
-        double re, im = 0;
-        if (single) {
-          const float *v = static_cast<const float *>(over_b ? b : x);
-          re = v[w * at];
-          if (w == 2) im = v[w * at + 1];
-        } else {
-          const double *v = static_cast<const double *>(over_b ? b : x);
-          re = v[w * at];
-          if (w == 2) im = v[w * at + 1];
-        }
-        if (!std::isfinite(re) || !std::isfinite(im)) finite = false;
-        sol[at] = cplx(re, im);
+      for (std::size_t at = 0; at < static_cast<std::size_t>(neqns) * nb; ++at) {
+        sol[at] = cplx(word(w * at), w == 2 ? word(w * at + 1) : 0.0);
+        if (!std::isfinite(sol[at].real()) || !std::isfinite(sol[at].imag())) finite = false;
       }
       if (!finite) {
         fail("error 0 with a solution that is not finite, ido " + std::to_string(ido));
@@ -502,22 +478,15 @@ struct case_runner {
             if (seen.ja[p] == i + 1) seen.a[2 * p + 1] = 0.0;
       const double tol = single ? 1e-3 : 1e-6;
       for (int col = 0; col < nb; ++col) {
+        // b as the call read it (column `col` of a neqns-by-nb block),
+        // before a solution over it: the reference rounded to the call's
+        // precision.
         std::vector<cplx> bcol(neqns);
         for (int i = 0; i < neqns; ++i) {
-          const std::size_t at = static_cast<std::size_t>(col) * neqns + i;
-          // b as the call read it: column `col` of an n-by-nb block.
-          const double re = single ? bf[w * at] : bd[w * at];
-          const double im = w == 2 ? (single ? bf[w * at + 1] : bd[w * at + 1]) : 0.0;
-          bcol[i] = over_b ? cplx(re, im) : cplx(re, im);
+          const cplx v = bref[static_cast<std::size_t>(col) * neqns + i];
+          const double re = v.real(), im = w == 2 ? v.imag() : 0.0;
+          bcol[i] = single ? cplx(static_cast<float>(re), static_cast<float>(im)) : cplx(re, im);
         }
-        // with iparam(6) = 1, b was overwritten: take the reference copy
-        if (over_b)
-          for (int i = 0; i < neqns; ++i) {
-            const std::size_t at = static_cast<std::size_t>(col) * neqns + i;
-            const cplx v = bref[at];
-            bcol[i] = single ? cplx(static_cast<float>(v.real()), w == 2 ? static_cast<float>(v.imag()) : 0.f)
-                             : cplx(v.real(), w == 2 ? v.imag() : 0.0);
-          }
         double eta = backward_error(seen, neqns, shortcut ? ck : k, false, &sol[static_cast<std::size_t>(col) * neqns], bcol.data());
         if (eta > tol && transposed_seen)
           eta = std::min(eta, backward_error(seen, neqns, shortcut ? ck : k, true, &sol[static_cast<std::size_t>(col) * neqns],

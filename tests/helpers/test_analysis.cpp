@@ -36,30 +36,41 @@ analysis analyse(vekio::sparse &a, int mtype, ivec *roworder, int method, int np
          roworder ? roworder->data() : nullptr, s.xadj.data(), s.adjncy.data(),
          s.perm.data(), s.invp.data(), s.parts.data(), times);
   EXPECT_EQ(comi[50 - 1], 0) << "ordering";
-  ivec colcnt(n), work(tlm::sfinit_work_length(n));
+  supernodes(s);
+  EXPECT_EQ(s.error1, 0) << "supernodes";
+  structure(s);
+  EXPECT_EQ(s.error2, 0) << "structure";
+  return s;
+}
+
+void supernodes(analysis &s) {
+  const int n = s.n;
+  s.colcnt.assign(n, 0);
   s.snode.assign(n, 0);
   s.xsup.assign(n + 1, 0);
-  int error = 0;
+  ivec work(tlm::sfinit_work_length(n));
   tlm::sfinit(&n, s.xadj.data(), s.adjncy.data(), s.perm.data(), s.invp.data(),
-              s.parts.data(), colcnt.data(), s.snode.data(), s.xsup.data(), work.data(),
-              comi.data(), &error);
-  EXPECT_EQ(error, 0) << "supernodes";
-  const int ns = s.ns = comi[31 - 1];
+              s.parts.data(), s.colcnt.data(), s.snode.data(), s.xsup.data(), work.data(),
+              s.comi.data(), &s.error1);
+  s.ns = s.comi[31 - 1];
+  s.parent.assign(work.begin(), work.begin() + n);  // the elimination tree
+}
+
+void structure(analysis &s) {
+  const int n = s.n, ns = s.ns;
   s.xlindx.assign(ns + 1, 0);
-  s.lindx.assign(std::max(1, comi[36 - 1]), 0);
+  s.lindx.assign(std::max(1, s.comi[36 - 1]), 0);
   s.xlnz.assign(n + 1, 0);
   s.xunz.assign(n + 1, 0);
-  s.nmod.assign(std::max(1, ns), 0);
-  std::vector<ivec> tree(5, ivec(std::max(1, ns)));
-  ivec work2(tlm::symbfct_work_length(n, ns));
+  for (ivec *v : {&s.sparent, &s.pnlsch, &s.nmod, &s.state1, &s.state2, &s.topcnt})
+    v->assign(std::max(1, ns), 0);
+  ivec work(tlm::symbfct_work_length(n, ns));
   double seconds = 0;
-  tlm::symbfct(&n, comi.data(), &seconds, s.perm.data(), s.invp.data(), s.xadj.data(),
-               s.adjncy.data(), colcnt.data(), s.xsup.data(), s.snode.data(),
+  tlm::symbfct(&n, s.comi.data(), &seconds, s.perm.data(), s.invp.data(), s.xadj.data(),
+               s.adjncy.data(), s.colcnt.data(), s.xsup.data(), s.snode.data(),
                s.parts.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
-               s.xunz.data(), tree[0].data(), tree[1].data(), s.nmod.data(), tree[2].data(),
-               tree[3].data(), tree[4].data(), work2.data(), &error);
-  EXPECT_EQ(error, 0) << "structure";
-  return s;
+               s.xunz.data(), s.sparent.data(), s.pnlsch.data(), s.nmod.data(),
+               s.state1.data(), s.state2.data(), s.topcnt.data(), work.data(), &s.error2);
 }
 
 scatter_lists make_scatter_lists(const vekio::sparse &a, analysis &s, int mtype,
@@ -67,10 +78,11 @@ scatter_lists make_scatter_lists(const vekio::sparse &a, analysis &s, int mtype,
   const int n = a.n, e = a.nnz(), nadj = s.xadj[n] - 1;
   const bool sym = vekio::symmetric_type(mtype);
   scatter_lists L;
-  L.xjalf.assign(n + 1, 0);
-  L.xjauf.assign(n + 1, 0);
-  for (ivec *v : {&L.jalf, &L.jauf, &L.luperm, &L.luperm_row}) v->assign(e + 1, 0);
-  ivec work(static_cast<size_t>(tlm::inv_perm_mod_mod_work_length(n, e, nadj, sym ? 1 : 0)));
+  L.lcount = L.ucount = -1;
+  for (ivec *v : {&L.xjalf, &L.xjauf}) v->assign(n + 1 + 8, scatter_guard);
+  for (ivec *v : {&L.jalf, &L.jauf, &L.luperm, &L.luperm_row}) v->assign(e + 8, scatter_guard);
+  const long long wl = tlm::inv_perm_mod_mod_work_length(n, e, nadj, sym ? 1 : 0);
+  ivec work(static_cast<size_t>(wl) + 8, scatter_guard);
   if (sym) {
     tlm::inv_perm_mod_mod_sym(&n, a.ia.data(), a.ja.data(), s.perm.data(), s.invp.data(),
                               &s.ns, s.xsup.data(), s.xlindx.data(), s.lindx.data(),
@@ -84,6 +96,12 @@ scatter_lists make_scatter_lists(const vekio::sparse &a, analysis &s, int mtype,
                           roworder ? roworder->data() : nullptr, &rowflag, L.xjalf.data(),
                           L.jalf.data(), L.xjauf.data(), L.jauf.data(), L.luperm.data(),
                           L.luperm_row.data(), &L.lcount, &L.ucount, work.data());
+  }
+  for (int k = 0; k < 8; ++k) {
+    EXPECT_EQ(work[wl + k], scatter_guard) << "work overrun";
+    EXPECT_EQ(L.luperm[e + k], scatter_guard);
+    EXPECT_EQ(L.luperm_row[e + k], scatter_guard);
+    EXPECT_EQ(L.xjalf[n + 1 + k], scatter_guard);
   }
   return L;
 }

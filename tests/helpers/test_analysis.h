@@ -13,14 +13,22 @@ namespace vektest {
 
 typedef std::vector<int> ivec;
 
-// Everything the numeric phase receives from the analysis. comi holds the
-// sizes: comi(34) and comi(35) the lengths of lnz and unz, comi(37) the
-// slice of temp of one thread.
+// Everything the numeric phase receives from the analysis, and what the
+// symbolic stages leave beside it. comi holds the sizes: comi(34) and
+// comi(35) the lengths of lnz and unz, comi(37) the slice of temp of one
+// thread.
 struct analysis {
-  int n = 0, ns = 0;
+  int n = 0, ns = 0, error1 = 0, error2 = 0;
   ivec comi = ivec(128, 0), perm, invp, xadj, adjncy, parts, xsup, snode, xlindx, lindx,
        xlnz, xunz, nmod;
+  ivec colcnt, parent, sparent, pnlsch, state1, state2, topcnt;
 };
+
+// The symbolic stages on the graph (xadj, adjncy), order (perm, invp),
+// parts and settings in s: supernodes (sfinit, its status in error1) and
+// structure (symbfct, in error2).
+void supernodes(analysis &s);
+void structure(analysis &s);
 
 // Ordering method (iparam(2)), part count and panel width as the driver
 // hands them on. roworder (types above 10) is the matching's row order: row
@@ -35,7 +43,10 @@ struct scatter_lists {
   int lcount = 0, ucount = 0;
 };
 
-// rowflag nonzero fills luperm_row.
+// rowflag nonzero fills luperm_row. Every array and the work space have 8
+// words of scatter_guard behind them, which must stay; luperm_row keeps the
+// guard where it is not filled.
+const int scatter_guard = 0x5A5A5A5A;
 scatter_lists make_scatter_lists(const vekio::sparse &a, analysis &s, int mtype,
                                  const ivec *roworder, int rowflag);
 

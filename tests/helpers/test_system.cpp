@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "service/vek_serv_threads.h"
+
 namespace vektest {
 
 system::system(const vekio::sparse &full, int type, int nrhs, bool single_precision)
@@ -81,6 +83,20 @@ vekio::sparse complexify(const vekio::sparse &m, double im, std::complex<double>
   return c;
 }
 
+double substeps_error(system &s, std::initializer_list<int> steps, std::vector<double> full) {
+  const std::vector<double> rhs = s.b;
+  for (int step : steps) {
+    EXPECT_EQ(s.call(step), 0) << step;
+    s.b = s.x;
+  }
+  s.b = rhs;
+  return rel_diff(s.x, full);
+}
+
+void use_threads(int t) {
+  vek_serv_set_dynamic(0);
+  vek_serv_set_num_threads(t);
+}
 
 std::vector<typed_matrix> every_type(int lap_n) {
   const vekio::sparse cd = vekio::convdiff3d(10, 1.0, 0.6, 0.3);

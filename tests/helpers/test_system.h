@@ -4,6 +4,8 @@
 #ifndef VEK_TEST_SYSTEM_H
 #define VEK_TEST_SYSTEM_H
 
+#include <algorithm>
+#include <cmath>
 #include <complex>
 #include <cstdint>
 #include <initializer_list>
@@ -68,6 +70,24 @@ struct typed_matrix {
   int mtype;
 };
 std::vector<typed_matrix> every_type(int lap_n = 10);
+
+// The sub-steps (ido 331, 332, 333) on s's factors, each on the result of
+// the one before, against the full solve full (a copy: the steps overwrite
+// s.x): rel_diff. b is left as it was.
+double substeps_error(system &s, std::initializer_list<int> steps, std::vector<double> full);
+
+// Dynamic adjustment off and t threads for the calls that follow.
+void use_threads(int t);
+
+// The largest difference of x from ref, relative to the largest entry of ref.
+template <class T> double rel_diff(const std::vector<T> &x, const std::vector<T> &ref) {
+  double d = 0, m = 1e-300;
+  for (std::size_t i = 0; i < ref.size(); ++i) {
+    d = std::max(d, double(std::abs(x[i] - ref[i])));
+    m = std::max(m, double(std::abs(ref[i])));
+  }
+  return d / m;
+}
 
 }  // namespace vektest
 
