@@ -111,10 +111,16 @@ TYPED_TEST(DiagSolve, FailingRowStopsTheScanAndLeavesXUntouched) {
   EXPECT_TRUE(cplx || (pos == 0 && neg == 1));
   EXPECT_EQ(x, std::vector<T>(n, T(7)));
   // Row 2's one entry names column 9 or 0 (out of range), or column 1
-  // again (taken twice).
-  for (int bad : {9, 0, 1})
-    EXPECT_EQ(run({1, 2, 3, 4, 5}, {1, bad, 3, 4}, std::vector<T>(n, T(2))), bad == 1 ? -2 : 2)
-        << bad;
+  // again (taken twice: singular, found also by a call that does not solve,
+  // with x still untouched).
+  for (int s : {1, 0})
+    for (int bad : {9, 0, 1}) {
+      solve = s;
+      EXPECT_EQ(run({1, 2, 3, 4, 5}, {1, bad, 3, 4}, std::vector<T>(n, T(2))),
+                bad == 1 ? -2 : 2)
+          << bad;
+      EXPECT_EQ(x, std::vector<T>(n, T(7)));
+    }
 }
 
 }  // namespace

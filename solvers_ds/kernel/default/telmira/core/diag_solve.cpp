@@ -2,6 +2,7 @@
 // entry per row is checked, its signs counted and solved in one pass, with no
 // handle state, no ordering and no factor.
 #include <cmath>
+#include <vector>
 #include <complex>
 
 #include "diag_solve.h"
@@ -56,6 +57,9 @@ void diag_solve(const int *neqns, const int *nb, const int *ia, const int *ja,
                 const int *solve, const int *threads, int *pos, int *neg) {
   const int n = *neqns;
   int npos = 0, nneg = 0;
+  // Two rows in one column make the matrix singular, found before anything
+  // is written, whether or not this call solves.
+  std::vector<unsigned char> taken(n > 0 ? n : 0, 0);
   for (int i = 1; i <= n; ++i) {
     if (ia[i] - ia[i - 1] != 1) {
       if (pos) { *pos = npos; *neg = nneg; }
@@ -71,11 +75,12 @@ void diag_solve(const int *neqns, const int *nb, const int *ia, const int *ja,
       return;
     }
     const T d = a[i - 1];
-    if (is_zero(d)) {
+    if (is_zero(d) || taken[c - 1]) {
       if (pos) { *pos = npos; *neg = nneg; }
       *error = -i;
       return;
     }
+    taken[c - 1] = 1;
     if constexpr (!tlm::value_traits<T>::is_complex) {
       if (d > T(0)) ++npos; else ++nneg;
     }
@@ -83,17 +88,6 @@ void diag_solve(const int *neqns, const int *nb, const int *ia, const int *ja,
   if (pos) { *pos = npos; *neg = nneg; }
   *error = 0;
   if (*solve != 1) return;
-  // Two rows in one column make the matrix singular: x, which the solve
-  // overwrites, marks the columns taken.
-  for (int i = 0; i < n; ++i) x[i] = T(0);
-  for (int i = 1; i <= n; ++i) {
-    T &mark = x[ja[ia[i - 1] - 1] - 1];
-    if (mark != T(0)) {
-      *error = -i;
-      return;
-    }
-    mark = T(1);
-  }
   const int nrhs = *nb;
   solve_rows(n, nrhs, ia, ja, a, b, x, *threads > 0 ? *threads : 1);
   if (*ctl6 == 1) {

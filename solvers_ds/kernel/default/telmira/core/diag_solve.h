@@ -5,7 +5,8 @@
 #include "telmira_types.h"
 
 // Diagonal-matrix shortcut. error: 0, row i (> 0) whose entry count is not
-// one, or -i when the entry of row i is zero. The real forms count the
+// one, or -i when the entry of row i is zero or stands in the column of an
+// earlier row (x and b untouched then). The real forms count the
 // positive and negative diagonal values into pos and neg (iparam(22), (23)).
 template <class T>
 void diag_solve(const int *neqns, const int *nb, const int *ia, const int *ja,
