@@ -95,6 +95,23 @@ TEST_F(Ooc, EveryTypeSolvesInFilesAsInMemory) {
   }
 }
 
+TEST_F(Ooc, ASolveReadsAPanelThatTheWindowStillHoldsNoSecondTime) {
+  // 2 MB hold all of L of lap3d:10 (type 2): the forward pass reads the
+  // factor file once and the backward pass finds every panel in the window.
+  system s(vekio::lap3d(10), 2, 1);
+  controls(s, 2);
+  ASSERT_EQ(s.call(12), 0);
+  const int *ooc_l = tlm::state_of(s.handle).ooc_l;
+  const long long written = OOCL(OL_BYTES_WRITTEN);
+  ASSERT_GT(written, 0);
+  // The count of the solves adds up from the factorization on.
+  for (int solves = 1; solves <= 2; ++solves) {
+    ASSERT_EQ(s.call(33), 0);
+    EXPECT_LT(s.residual(s.x), 1e-12);
+    EXPECT_EQ(OOCL(OL_BYTES_READ_SOLVE), solves * written);
+  }
+}
+
 TEST_F(Ooc, AnUnwritableDirectoryGivesMinus10AndLeavesTheCallerUntouched) {
   set_env(dir_ + "/no/such/dir/fac", 2, 1);
   system s(vekio::lap3d(8), 2, 1);

@@ -213,16 +213,25 @@ int sweep_ooc(int mtype, const int *nrhs, const sweep_arrays &q, T *lwin, int di
   auto fits = [&](int J1, int J2) {
     return span(q.xlnz, J1, J2) <= lcap && (!upper || span(q.xunz, J1, J2) <= ucap);
   };
+  // The run in the window: a pass that begins where the last one ended
+  // (the backward pass at the top, or any pass when all panels fit) starts
+  // with it and reads it no second time.
+  int held1 = 0, held2 = 0;
   // One run J1..J2: read, move the pointers, solve with sub-step sub.
   auto run = [&](int J1, int J2, int sub) {
-    double t0 = 0.0, t1 = 0.0;
-    telmira_clock(&t0);
-    bytes += telmira_ooc_read_records(ooc, OOC_LNZ, J1, J2, q.xsup, q.xlnz, lwin, 0, &e);
-    if (upper)
-      bytes += telmira_ooc_read_records(ooc, OOC_UNZ, J1, J2, q.xsup, q.xunz, uwin, 0, &e);
-    telmira_clock(&t1);
-    t_read += t1 - t0;
-    if (e != 0) return false;
+    if (J1 != held1 || J2 != held2) {
+      double t0 = 0.0, t1 = 0.0;
+      telmira_clock(&t0);
+      held1 = held2 = 0;
+      bytes += telmira_ooc_read_records(ooc, OOC_LNZ, J1, J2, q.xsup, q.xlnz, lwin, 0, &e);
+      if (upper)
+        bytes += telmira_ooc_read_records(ooc, OOC_UNZ, J1, J2, q.xsup, q.xunz, uwin, 0, &e);
+      telmira_clock(&t1);
+      t_read += t1 - t0;
+      if (e != 0) return false;
+      held1 = J1;
+      held2 = J2;
+    }
     const int f = q.xsup[J1 - 1], l = q.xsup[J2];
     const int ls = 1 - std::abs(q.xlnz[f - 1]);
     for (int c = f; c <= l; ++c) xl[c - 1] = q.xlnz[c - 1] < 0 ? q.xlnz[c - 1] - ls : q.xlnz[c - 1] + ls;
@@ -259,7 +268,10 @@ int sweep_ooc(int mtype, const int *nrhs, const sweep_arrays &q, T *lwin, int di
       } else {
         for (int J2 = ns; J2 >= 1;) {
           int J1 = J2;
-          while (J1 > 1 && fits(J1 - 1, J2)) --J1;
+          if (J2 == held2)
+            J1 = held1;
+          else
+            while (J1 > 1 && fits(J1 - 1, J2)) --J1;
           if (!run(J1, J2, p)) break;
           J2 = J1 - 1;
         }
