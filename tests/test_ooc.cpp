@@ -112,6 +112,40 @@ TEST_F(Ooc, ASolveReadsAPanelThatTheWindowStillHoldsNoSecondTime) {
   }
 }
 
+TEST_F(Ooc, AFactorizationAndSolveInOneCallLeaveTheSolveOnlyTheBackwardSweep) {
+  // lap3d:18 has more factor than the 2 MB: the solve reads in runs.
+  const vekio::sparse m = vekio::lap3d(18);
+  for (int threads : {1, 2})
+    for (int nb : {1, 3}) {
+      SCOPED_TRACE(std::to_string(threads) + " threads, " + std::to_string(nb) + " rhs");
+      vektest::use_threads(threads);
+      system core(m, 2, nb);
+      controls(core, 0);
+      ASSERT_EQ(core.call(13), 0);
+      system s(m, 2, nb);
+      controls(s, 2);
+      ASSERT_EQ(s.call(13), 0);
+      const int *ooc_l = tlm::state_of(s.handle).ooc_l;
+      const long long written = OOCL(OL_BYTES_WRITTEN);
+      // The factorization made the forward sweep: each panel is read once.
+      EXPECT_EQ(OOCL(OL_BYTES_READ_SOLVE), written);
+      EXPECT_LT(rel_diff(s.x, core.x), 1e-12);
+      // A solve of its own runs both sweeps, reading the run at the top
+      // once.
+      ASSERT_EQ(s.call(33), 0);
+      EXPECT_GT(OOCL(OL_BYTES_READ_SOLVE), 2 * written);
+      EXPECT_LT(OOCL(OL_BYTES_READ_SOLVE), 3 * written);
+      EXPECT_LT(rel_diff(s.x, core.x), 1e-12);
+      // Refinement steps asked for: the solves run whole.
+      system r(m, 2, nb);
+      controls(r, 2);
+      r.iparam[7] = 2;
+      ASSERT_EQ(r.call(13), 0);
+      EXPECT_LT(r.residual(r.x), 1e-14);
+    }
+  vektest::use_threads(1);
+}
+
 TEST_F(Ooc, AnUnwritableDirectoryGivesMinus10AndLeavesTheCallerUntouched) {
   set_env(dir_ + "/no/such/dir/fac", 2, 1);
   system s(vekio::lap3d(8), 2, 1);
@@ -646,6 +680,8 @@ TEST_F(Ooc, TheBranchSweepReadsNothingBackAndGivesTheAnswerOfMemory) {
                 static_cast<unsigned>(COMI(CI_LNZ_LEN)) * 8u);
       EXPECT_LT(files.residual(files.x), 1e-13);
       EXPECT_LT(rel_diff(files.x, core.x), 1e-10);
+      // The branches made the forward sweep: the solve read L once.
+      EXPECT_EQ(OOCL(OL_BYTES_READ_SOLVE), OOCL(OL_BYTES_WRITTEN));
     }
   }
   vektest::use_threads(1);

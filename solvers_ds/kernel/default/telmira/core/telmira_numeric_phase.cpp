@@ -14,6 +14,7 @@
 #include "pre_cgs.h"
 #include "service/vek_serv_clock.h"
 #include "telmira_layout.h"
+#include "telmira_ooc_files.h"
 #include "telmira_factorize.h"
 #include "telmira_refine.h"
 #include "telmira_solve.h"
@@ -256,6 +257,53 @@ void hybrid_phase(std::intptr_t *handle, int *iparam, const call_args &c, call_r
   }
 }
 
+// Factors in files, a Cholesky factor made and used in one call (ido 13
+// or 23): the factorization makes the forward substitution panel by panel
+// while each panel is in memory, and the call's first solve starts from its
+// result with the backward sweep, so that it reads the factors once. Not
+// where refinement steps are asked for (iparam(8)), nor for partial or
+// transposed solves, scaled systems or the iteration of the hybrid mode;
+// a buffer the heap refuses leaves the solve as it was. Offered for the
+// lifetime of the object.
+template <class R>
+class fused_forward {
+ public:
+  fused_forward(std::intptr_t *handle, int *iparam, const call_args &c, call_record *rec,
+                std::intptr_t *entry, int code) {
+    if (handle == nullptr) return;  // no factorization in this call
+    state_view s = state_of(handle);
+    int *comi = s.comi, *ooc_l = s.ooc_l;
+    if (ooc_l == nullptr) return;
+    OOCL(OL_PHASE) = code;
+    OOCL(OL_REFINE) = CTRL(IP_REFINE);
+    if (OOCL(OL_MODE) != 2 || COMI(CI_MTYPE) != 2 || COMI(CI_ITERATION) != 0 ||
+        (code != 13 && code != 23) || CTRL(IP_REFINE) != 0 || COMI(CI_SUBSTEP) != 0 ||
+        COMI(CI_TRANSPOSED) != 0 || COMI(CI_MATCHING) >= 1 || *c.nb < 1 || c.b == nullptr)
+      return;
+    int n = COMI(CI_N);
+    x_ = static_cast<R *>(
+        vek_serv_malloc(sizeof(R) * static_cast<std::size_t>(n) * static_cast<std::size_t>(*c.nb), 128));
+    if (x_ == nullptr) return;
+    const stage_context ctx = context_of(handle, iparam, c, rec, entry, nullptr);
+    psol_fwgath<R>(&n, c.nb, x_, static_cast<const R *>(c.b), sub(ctx.struc_fi, s.comx, CX_PERM),
+                   nullptr, nullptr, comi);
+    f_ = ooc_forward{x_, c.b, n, *c.nb, 0};
+    ooc_l_ = ooc_l;
+    telmira_ooc_set_forward(ooc_l_, &f_);
+  }
+  ~fused_forward() {
+    if (ooc_l_ != nullptr) telmira_ooc_set_forward(ooc_l_, nullptr);
+    if (x_ != nullptr) vek_serv_free_list(reinterpret_cast<void **>(&x_), static_cast<void **>(nullptr));
+  }
+  fused_forward(const fused_forward &) = delete;
+  fused_forward &operator=(const fused_forward &) = delete;
+
+ private:
+  ooc_forward f_{};
+  R *x_ = nullptr;
+  const int *ooc_l_ = nullptr;
+};
+
 }  // namespace
 
 template <class R>
@@ -295,6 +343,8 @@ void numeric_phase(std::intptr_t *handle, int *iparam, const call_args &c,
   }
 
   // The factorization.
+  const fused_forward<R> fused((code < 30 || COMI(CI_FORCE) == 1) && phase.solves() ? handle : nullptr,
+                               iparam, c, rec, entry, code);
   if ((code < 30 || COMI(CI_FORCE) == 1) && !factorize<R>(handle, iparam, c, rec, entry)) {
     storage_free_slot(handle, CGS_ARR, mark);
     COMX(COMX_CGS) = mark;

@@ -124,6 +124,7 @@ int create_ooc(std::intptr_t *handle, int value_bytes, int *status,
                           ST_OOC_PATH, status, sums))
     return 0;
   void **blocks = reinterpret_cast<void **>(handle[SLOT_OOC_ADR]);
+  for (int k = 0; k < OOC_BLOCKS; ++k) blocks[k] = nullptr;
   if (!storage_alloc(&blocks[0], OOC_PATH_CHARS, ST_OOC_PATH, status, sums))
     return 0;
   std::memset(blocks[0], ' ', OOC_PATH_CHARS);
@@ -184,7 +185,7 @@ void storage_release(std::intptr_t *handle, int mark, int everything) {
     storage_free_slot(handle, slot, mark);
   if (comx != nullptr) COMX(COMX_WORK) = mark;
   if (!everything) return;
-  void *blocks[OOC_BLOCKS] = {nullptr, nullptr, nullptr, nullptr};
+  void *blocks[OOC_BLOCKS] = {};
   if (s.ooc_adr != nullptr)
     for (int k = 0; k < OOC_BLOCKS; ++k) blocks[k] = s.ooc_adr[k];
   storage_free_slot(handle, SLOT_FACT_ADR, mark);

@@ -51,7 +51,7 @@ constexpr int BASIC_BYTES =
 constexpr int ALIGNMENT = 128;
 
 // --- The out-of-core blocks behind all_ooc_adr ------------------------------
-constexpr int OOC_BLOCKS = 4;
+constexpr int OOC_BLOCKS = 5;  // the four blocks and the call's fused forward step
 constexpr int OOC_PATH_CHARS = 1024;
 constexpr int OOC_L_WORDS = 128;
 constexpr int OOC_R_WORDS = 128;

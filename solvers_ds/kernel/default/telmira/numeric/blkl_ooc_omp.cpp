@@ -34,6 +34,7 @@ template <class T> struct ooc_omp_step {
   int *rows_kept;  // per record: the rows its targets still need, 0 when none
   ooc_thread_io *io;
   bool branch;     // the branch sweep: every panel stands in the arena
+  ooc_forward *forward;  // the fused forward step, null when none
 
   int target_slot(int thread) const { return arena_values + (thread - 1) * panel + 1; }
   int source_slot(int thread) const {
@@ -216,6 +217,12 @@ template <class T> struct ooc_omp_step {
         *error = -3;
         return;
       }
+    // The rows below J are shared with other panels' steps.
+    if (forward != nullptr) {
+#pragma omp critical(ooc_forward)
+      ooc_forward_panel(*forward, t.fstcol, t.ncols, t.nrows,
+                        sh.lindx + (sh.xlindx[t.J - 1] - 1), blk);
+    }
     double t0 = 0.0, t1 = 0.0;
     telmira_clock(&t0);
     // The directory of file 2 grows under the lock, the transfer runs
@@ -244,11 +251,11 @@ void blkl_ooc_omp(const T *a, const sweep_shape &sh, const sweep_incoming &in, i
                   const int *xjalf, const int *jalf, const int *luperm, const int *perm,
                   int *xl, T *lbuf, int arena_values, int panel, T *temp, ooc_file *ooc,
                   int msglvl, int *first, char *done, int *rows_kept, ooc_thread_io *io,
-                  const ooc_tree *tree, int *consumed, int *error) {
+                  const ooc_tree *tree, int *consumed, ooc_forward *forward, int *error) {
   const ooc_omp_step<T> step{sh,    a,        xjalf, jalf,  luperm, perm,
                              temp,  xl,       lbuf,  ooc,   msglvl, arena_values,
                              panel, nthreads, in,    first, done,   rows_kept,
-                             io,    tree != nullptr};
+                             io,    tree != nullptr, forward};
   sweep_counts counts;
   if (tree == nullptr) {
     sweep_run_omp(sh, in, nthreads, temp, step, &counts, error);
@@ -269,7 +276,8 @@ void blkl_ooc_omp(const T *a, const sweep_shape &sh, const sweep_incoming &in, i
   template void blkl_ooc_omp<T>(const T *, const sweep_shape &, const sweep_incoming &, int,     \
                                 const int *, const int *, const int *, const int *, int *, T *,  \
                                 int, int, T *, ooc_file *, int, int *, char *, int *,            \
-                                ooc_thread_io *, const ooc_tree *, int *, int *);
+                                ooc_thread_io *, const ooc_tree *, int *, ooc_forward *, \
+                                int *);
 TLM_BLKL_OOC_OMP(float)
 TLM_BLKL_OOC_OMP(double)
 TLM_BLKL_OOC_OMP(std::complex<float>)

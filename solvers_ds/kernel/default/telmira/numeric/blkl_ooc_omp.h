@@ -25,6 +25,8 @@
 
 namespace tlm {
 
+struct ooc_forward;  // ooc_step.h
+
 // What one thread moved and what failed in it. Padded to its own cache
 // lines: each thread writes only its own.
 struct ooc_thread_io {
@@ -50,7 +52,9 @@ inline std::int64_t blkl_ooc_omp_slot_values(int panel, int threads) {
 // supernode needs, 0 where it has none. The arena of file 2 must
 // have been reset to arena_values. With a tree the sweep runs branch by
 // branch (sweep_frame_branch.h): every panel has its place in the arena,
-// no slot is used, and consumed holds nsuper entries of work. error: 0, the first column of a pivot
+// no slot is used, and consumed holds nsuper entries of work. forward, where
+// not null, has each panel make its forward step (ooc_step.h) before it is
+// published, one panel at a time. error: 0, the first column of a pivot
 // that is not positive, -2 (temp too short), -3 when a record of io names a
 // failure.
 template <class T>
@@ -58,7 +62,7 @@ void blkl_ooc_omp(const T *a, const sweep_shape &sh, const sweep_incoming &in, i
                   const int *xjalf, const int *jalf, const int *luperm, const int *perm,
                   int *xl, T *lbuf, int arena_values, int panel, T *temp, ooc_file *ooc,
                   int msglvl, int *first, char *done, int *rows_kept, ooc_thread_io *io,
-                  const ooc_tree *tree, int *consumed, int *error);
+                  const ooc_tree *tree, int *consumed, ooc_forward *forward, int *error);
 
 }  // namespace tlm
 

@@ -22,12 +22,34 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "dense/vek_dense.h"
 #include "service/vek_serv_clock.h"
 #include "sweep_frame.h"
 #include "telmira_ooc_arena.h"
 #include "telmira_ooc_files.h"
 
 namespace tlm {
+
+// The step of one panel: x(J) := L(J,J)^-1 x(J), then the rows below lose
+// L(rows,J) x(J). blk: the panel (nrows by ncols, leading dimension nrows),
+// rows: its row list. Every source of J has made its step before J's.
+template <class T>
+void ooc_forward_panel(const ooc_forward &f, int fstcol, int ncols, int nrows, const int *rows,
+                       const T *blk) {
+  T *x = static_cast<T *>(f.x);
+  const T one = T(1);
+  int nc = ncols, nr = nrows, nb = f.nrhs, n = f.n;
+  vekd::trsm<T>("L", "L", "N", "N", &nc, &nb, &one, blk, &nr, x + (fstcol - 1), &n);
+  for (int k = 0; k < nb; ++k) {
+    T *xk = x + static_cast<long>(k) * n;
+    for (int j = 0; j < ncols; ++j) {
+      const T v = xk[fstcol - 1 + j];
+      if (v == T(0)) continue;
+      const T *c = blk + static_cast<long>(j) * nrows;
+      for (int i = ncols; i < nrows; ++i) xk[rows[i] - 1] -= c[i] * v;
+    }
+  }
+}
 
 // What the out-of-core sweep reads and counts.
 struct ooc_sweep_io {
@@ -43,6 +65,7 @@ struct ooc_sweep_io {
   int nonfinite;        // first column whose pivot is not a finite number
   std::int64_t written, read;
   double t_write, t_read;
+  ooc_forward *forward;  // the fused forward step (type 2), null when none
 };
 
 template <class V> inline bool ooc_finite(const V &v) { return std::isfinite(v); }
@@ -194,6 +217,9 @@ template <class T, class Inner> struct ooc_step {
         kept[2L * (t.fstcol - 1 + j) + 1] =
             j + 1 < t.ncols ? blk[j + 1 + static_cast<long>(j) * t.nrows] : T(0);
       }
+    if (io->forward != nullptr)
+      ooc_forward_panel(*io->forward, t.fstcol, t.ncols, t.nrows,
+                        sh.lindx + (sh.xlindx[t.J - 1] - 1), blk);
     double t0 = 0.0, t1 = 0.0;
     telmira_clock(&t0);
     io->written += telmira_ooc_write_record(io->ooc, OOC_LNZ, t.J, t.nrows * t.ncols, blk,

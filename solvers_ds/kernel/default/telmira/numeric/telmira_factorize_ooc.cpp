@@ -223,7 +223,7 @@ bool cholesky_on_threads(const void *a, void *fi, const int *comx, void *up_uple
   blkl_ooc_omp<R>(static_cast<const R *>(a), sh, in, threads, k.xjalf, k.jalf, k.luperm,
                   k.perm, xl, block, static_cast<int>(arena), panel, temp, ooc, total->msglvl,
                   first, done, rows_kept, io, branch ? &tree : nullptr,
-                  branch ? tree_block + 2 * sh.nsuper : nullptr, error);
+                  branch ? tree_block + 2 * sh.nsuper : nullptr, total->forward, error);
   for (int t = 0; t < threads; ++t) {
     total->written += io[t].written;
     total->read += io[t].read;
@@ -274,6 +274,7 @@ void telmira_factorize_ooc(const void *a, const int *ia, const int *ja, void *fi
     return;
   }
 
+  bool fused = false;  // the panels make the call's forward step
   // The inner steps' copies of xlnz and xunz.
   const std::size_t xbytes = sizeof(int) * (static_cast<std::size_t>(n) + 1);
   int *xl = static_cast<int *>(vek_serv_malloc(xbytes, 128));
@@ -297,6 +298,9 @@ void telmira_factorize_ooc(const void *a, const int *ia, const int *ja, void *fi
     io.source = arena ? capacity + 1 : panel + 1;
     io.utarget = 1;
     io.usource = panel + 1;
+    // The fused forward step, where the call offers it to a Cholesky factor.
+    if (ob.forward != nullptr && mtype == 2 && ob.forward->n == n) io.forward = ob.forward;
+    fused = io.forward != nullptr;
     int nsuper = COMI(CI_NSUPER), tmpsize = COMI(CI_TMPSIZE);
     const sweep_shape sh{n,       nsuper,  COMI(CI_LNZ_LEN), tmpsize, msglvl,
                          k.xsup,  k.snode, k.xlindx,         k.lindx, k.xlnz,
@@ -344,6 +348,7 @@ void telmira_factorize_ooc(const void *a, const int *ia, const int *ja, void *fi
     if (error != 0) COMI(CI_FACTOR_FAILED) = -1;
     COMI(CI_STATUS) = error;
   }
+  if (ob.forward != nullptr) ob.forward->done = fused && OOCL(OL_STATUS) == 0 && error == 0;
 }
 
 template void telmira_factorize_ooc<double>(const void *, const int *, const int *, void *,

@@ -374,17 +374,28 @@ void telmira_ooc_attach(int *ooc_l, void **all_ooc_adr) {
   ooc_l[38] = static_cast<int>(static_cast<std::uint32_t>(a >> 32));
 }
 
-ooc_blocks telmira_ooc_blocks(const int *ooc_l) {
+// The address that telmira_ooc_attach put in ooc_l.
+static void **attached_blocks(const int *ooc_l) {
   const std::uint64_t a = static_cast<std::uint64_t>(static_cast<std::uint32_t>(ooc_l[37])) |
                           (static_cast<std::uint64_t>(static_cast<std::uint32_t>(ooc_l[38])) << 32);
-  void **blocks = reinterpret_cast<void **>(static_cast<std::uintptr_t>(a));
+  return reinterpret_cast<void **>(static_cast<std::uintptr_t>(a));
+}
+
+ooc_blocks telmira_ooc_blocks(const int *ooc_l) {
+  void **blocks = attached_blocks(ooc_l);
   ooc_blocks b{};
   if (blocks == nullptr) return b;
   b.path = static_cast<char *>(blocks[0]);
   b.ooc_l = static_cast<int *>(blocks[1]);
   b.ooc_r = blocks[2];
   b.ooc = static_cast<ooc_file *>(blocks[3]);
+  b.forward = static_cast<ooc_forward *>(blocks[4]);
   return b;
+}
+
+void telmira_ooc_set_forward(const int *ooc_l, ooc_forward *forward) {
+  void **blocks = attached_blocks(ooc_l);
+  if (blocks != nullptr) blocks[4] = forward;
 }
 
 void telmira_ooc_count(int *ooc_l, void *ooc_r, int precision, int byte_slot,

@@ -159,14 +159,31 @@ std::int64_t telmira_ooc_read_records(ooc_file *ooc, int file, int first, int la
 
 // The four blocks of the mode. ooc_l(38) and ooc_l(39) hold the address of
 // all_ooc_adr, so that a routine that is handed ooc_l finds the others.
+// The forward substitution of a factorization and solve in one call, done
+// on each panel of L while it is in memory, so that the solve reads the
+// factors once, for its backward sweep only. x holds the permuted
+// right-hand sides (n rows, nrhs columns, of the factor's value type) and
+// receives L^-1 of them; b is the caller's array they were gathered from.
+// done is set when every panel has made its step.
+struct ooc_forward {
+  void *x;
+  const void *b;
+  int n, nrhs;
+  int done;
+};
+
 struct ooc_blocks {
   char *path;
   int *ooc_l;
   void *ooc_r;     // doubles, floats in the single precision copy
   ooc_file *ooc;   // the eleven directories
+  ooc_forward *forward;  // the call's fused forward step, null when none
 };
 void telmira_ooc_attach(int *ooc_l, void **all_ooc_adr);
 ooc_blocks telmira_ooc_blocks(const int *ooc_l);
+// Offers (or, with null, withdraws) the fused forward step to the
+// factorization and the first solve of the call.
+void telmira_ooc_set_forward(const int *ooc_l, ooc_forward *forward);
 
 // Adds bytes to the byte counter ooc_l(byte_slot), which wraps as an
 // unsigned 32-bit number, and seconds to ooc_r(time_slot).

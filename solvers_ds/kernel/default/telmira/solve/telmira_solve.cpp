@@ -314,14 +314,27 @@ void solve_values(const int *nrhs, T *x, T *b, void *fi, const int *comx, const 
   const int mtype = COMI(CI_MTYPE), diagp = COMI(CI_PIVOTING) == 0 ? 1 : 0;
   const T *unz = lnz + static_cast<std::int64_t>(COMI(CI_LNZ_LEN));
   int n = q.n, bufcols = n > 0 ? COMI(CI_BUFFER_LEN) / n : 1;
-  psol_fwgath<T>(&n, nrhs, x, b, q.perm, s, m, comi);
+  const bool in_files = ooc_l != nullptr && OOCL(OL_MODE) == 2;
+  // The forward sweep that the factorization of this call made on these
+  // right-hand sides, taken once.
+  ooc_forward *fw = in_files ? telmira_ooc_blocks(ooc_l).forward : nullptr;
+  const bool fused = fw != nullptr && fw->done == 1 && fw->b == b && fw->n == n &&
+                     fw->nrhs == *nrhs && q.substep == 0 && mtype == 2;
+  if (fused) {
+    const T *y = static_cast<const T *>(fw->x);
+    std::copy(y, y + static_cast<std::int64_t>(n) * *nrhs, x);
+    fw->done = 2;
+  } else {
+    psol_fwgath<T>(&n, nrhs, x, b, q.perm, s, m, comi);
+  }
   // Threads across the right-hand sides; each calls the dense routines on
   // one thread.
   if (*nrhs > 1 && q.nthreads > 1) vekd::blas_threads(1);
-  const bool in_files = ooc_l != nullptr && OOCL(OL_MODE) == 2;
   if (in_files && *nrhs > 0) {
     // The factor block holds no factors then, only the window.
-    if (sweep_ooc<T>(mtype, nrhs, q, const_cast<T *>(lnz), diagp, x, w, comi, ooc_l) != 0) {
+    sweep_arrays qf = q;
+    if (fused) qf.substep = 3;
+    if (sweep_ooc<T>(mtype, nrhs, qf, const_cast<T *>(lnz), diagp, x, w, comi, ooc_l) != 0) {
       COMI(CI_STATUS) = -1;
       return;
     }
