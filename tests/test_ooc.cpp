@@ -136,6 +136,13 @@ TEST_F(Ooc, AFactorizationAndSolveInOneCallLeaveTheSolveOnlyTheBackwardSweep) {
       EXPECT_GT(OOCL(OL_BYTES_READ_SOLVE), 2 * written);
       EXPECT_LT(OOCL(OL_BYTES_READ_SOLVE), 3 * written);
       EXPECT_LT(rel_diff(s.x, core.x), 1e-12);
+      // The solution over b (iparam(6) = 1) from the same fused sweep.
+      system o(m, 2, nb);
+      controls(o, 2);
+      o.iparam[5] = 1;
+      ASSERT_EQ(o.call(13), 0);
+      EXPECT_EQ(tlm::state_of(o.handle).ooc_l[OL_BYTES_READ_SOLVE - 1], written);
+      EXPECT_LT(rel_diff(o.b, core.x), 1e-12);
       // Refinement steps asked for: the solves run whole.
       system r(m, 2, nb);
       controls(r, 2);
