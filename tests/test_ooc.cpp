@@ -164,45 +164,6 @@ TEST_F(Ooc, ModeOneChoosesByTheLimitAndFilesStayWhenAsked) {
   }
 }
 
-// The arena on its own: placement in the tail, eviction into a hole,
-// placement at the top of the hole, compaction to the rows still needed.
-TEST(OocArena, PlaceEvictCompact) {
-  tlm::ooc_file f{};
-  ASSERT_EQ(tlm::telmira_ooc_prepare(&f, 6, 0, 8, 1), 0);
-  tlm::telmira_ooc_arena_reset(&f, 20);
-  std::vector<double> arena(20, 0.0);
-  int pos = 0, e = 0;
-  for (int r = 1; r <= 3; ++r) {  // three panels of 2 rows, 3 columns
-    ASSERT_EQ(tlm::telmira_ooc_place_panel(&f, r, &pos, 2, 3, &e), 0);
-    EXPECT_EQ(pos, 1 + 6 * (r - 1));
-    for (int i = 0; i < 6; ++i) arena[pos - 1 + i] = 10 * r + i;
-  }
-  const int cols[7] = {1, 4, 7, 10, 13, 16, 19};  // three columns each
-  EXPECT_EQ(tlm::telmira_ooc_make_room(&f, nullptr, nullptr, arena.data(), -6, &e), 1);
-  ASSERT_EQ(tlm::telmira_ooc_make_room(&f, nullptr, cols, arena.data(), 6, &e), 0);
-  EXPECT_EQ(e, 0);
-  int rows = 0;
-  EXPECT_EQ(tlm::telmira_ooc_find_panel(&f, 3, 2, &pos, &rows, &e), 13);
-  // The hole grows upward from the start: the first panel went.
-  EXPECT_EQ(tlm::telmira_ooc_find_panel(&f, 1, 2, &pos, &rows, &e), 0);
-  EXPECT_EQ(tlm::telmira_ooc_find_panel(&f, 2, 2, &pos, &rows, &e), 7);
-  ASSERT_EQ(tlm::telmira_ooc_place_panel(&f, 4, &pos, 2, 3, &e), 0);
-  EXPECT_EQ(pos, 1);
-  EXPECT_EQ(f.n_freem[1], 0);
-  // Panel 3 keeps its last row, the others none: one row of 3 columns at 1.
-  const int need[6] = {0, 0, 1, 0, 0, 0};
-  ASSERT_EQ(tlm::telmira_ooc_make_room(&f, need, cols, arena.data(), 0, &e), 0);
-  EXPECT_EQ(e, 0);
-  EXPECT_EQ(tlm::telmira_ooc_find_panel(&f, 3, 1, &pos, &rows, &e), 1);
-  EXPECT_EQ(rows, 1);
-  EXPECT_EQ(arena[0], 31.0);
-  EXPECT_EQ(arena[1], 33.0);
-  EXPECT_EQ(arena[2], 35.0);
-  EXPECT_EQ(f.n_freem[0], 17);
-  EXPECT_EQ(tlm::telmira_ooc_find_panel(&f, 4, 1, &pos, &rows, &e), 0);
-  tlm::telmira_ooc_forget(&f);
-}
-
 // The sweeps' room for a panel: a compaction that frees enough keeps every
 // panel; one that frees too little lets panels go until an eighth of the
 // arena is free.
