@@ -2,7 +2,6 @@
 // permutations, checked against dense references on random matrices. (The
 // toolkit's functions that the library does not call are left out.)
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
