@@ -199,6 +199,10 @@ TEST(Mc64, PostStepForms) {
   tlm::mc64_post(&scaling, &n, mc64_i, duals, perm, s, &mtype);
   EXPECT_EQ(1, perm[1]);
   for (double f : s) EXPECT_EQ(1.0, f);
+  scaling = -1;
+  tlm::mc64_post(&scaling, &n, mc64_i, duals, perm, s, &mtype);
+  EXPECT_EQ(1, perm[0]);
+  EXPECT_EQ(2, perm[1]);
 }
 
 }  // namespace
