@@ -243,8 +243,9 @@ TEST_F(FacadeDense, EntryArraysMayBeOneShortButNotTwo) {
 
 // ------------------------------------------------------------ accessors
 
-// The facade reads the caller's arrays through these: a const read past
-// the end is reported and grows nothing, a write or plain read grows.
+// The exported accessors, through which the facade reads the caller's
+// arrays: a const read past the end is reported and grows nothing, a write
+// grows; fixed arrays report instead.
 TEST(FacadeAccessors, ConstReadsNeverGrowWritesPastTheEndDo) {
   doublecoDynArr d = make<doublecoDynArr>(std::vector<double>{1.5, 2.5});
   const doublecoDynArr &cd = d;
@@ -257,9 +258,17 @@ TEST(FacadeAccessors, ConstReadsNeverGrowWritesPastTheEndDo) {
   EXPECT_EQ(contents(d), (std::vector<double>{1.5, 2.5, 0, 0, 3}));
   d[-1] = 5;
   EXPECT_EQ(d.size(), 5);
+  intcoFixedArr f(3), empty(0);  // fixed arrays never grow
+  f[2] = 9;
+  EXPECT_EQ(f.data()[2], 9);
+  f[3] = 1;
+  empty[0] = 1;
   EXPECT_EQ(messages(testing::internal::GetCapturedStderr()),
             (std::vector<std::string>{"argument out of range | coDynArr::operator[] const",
-                                      "argument out of range | coDynArr::operator[]"}));
+                                      "argument out of range | coDynArr::operator[]",
+                                      "argument out of range | coFixedArr::operator[]",
+                                      "object in incorrect state for operation |coFixedArr::operator[]",
+                                      "argument out of range | coFixedArr::operator[]"}));
 }
 
 // ------------------------------------------------------------ dump
