@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "host_arrays.h"
 #include "muLinearSolver.h"
 #include "source/solver/write_coeffs.h"
 #include "test_matrices.h"
@@ -33,19 +34,8 @@ std::vector<std::string> messages(const std::string &err) {
   return out;
 }
 
-template <class A, class T>
-A make(const std::vector<T> &v) {
-  A a;
-  if (!v.empty()) a.expand(static_cast<int>(v.size()));
-  for (std::size_t k = 0; k < v.size(); ++k) a.data()[k] = v[k];
-  return a;
-}
-
-template <class A>
-auto contents(const A &a) {
-  using T = std::remove_const_t<std::remove_pointer_t<decltype(a.data())>>;
-  return std::vector<T>(a.data(), a.data() + a.size());
-}
+using vektest::contents;
+using vektest::make;
 
 // A system in the facade's form.
 struct System {

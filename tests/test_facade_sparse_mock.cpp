@@ -10,6 +10,7 @@
 
 #include <vector>
 
+#include "host_arrays.h"
 #include "muLinearSolver.h"
 #include "service/vek_serv_threads.h"
 #include "telmira.h"
@@ -71,19 +72,8 @@ extern "C" void telmira(intptr_t *handle, const int *, const int *, const int *m
 
 namespace {
 
-template <class A, class T>
-A make(const std::vector<T> &v) {
-  A a;
-  a.expand(static_cast<int>(v.size()));
-  for (std::size_t k = 0; k < v.size(); ++k) a.data()[k] = v[k];
-  return a;
-}
-
-template <class A>
-auto contents(const A &a) {
-  using T = std::remove_const_t<std::remove_pointer_t<decltype(a.data())>>;
-  return std::vector<T>(a.data(), a.data() + a.size());
-}
+using vektest::contents;
+using vektest::make;
 
 // [[2,1,0],[1,4,0],[0,0,5]] in full storage (the stand-in reads only the
 // first entry of each row).
