@@ -273,14 +273,6 @@ TEST(Mpssym, StrongDiagonalsKeepTheExchangeAsTwo1x1Pivots) {
   auto w = make_upper<double>(n, path_edges(n), diag);
   const ivec bits = run(w, matching, 0, 1, 1).bits;
   EXPECT_EQ(std::count(bits.begin(), bits.end(), 0), 2);
-  // Single precision uses the same threshold.
-  std::vector<double> fd(n, 1.0);
-  fd[1] = fd[4] = 2e-8;
-  auto f = make_upper<float>(n, path_edges(n), fd);
-  EXPECT_EQ(run(f, matching, 0, 1, 1).bits, ivec(n, 1));
-  fd[1] = fd[4] = 1e-8;
-  auto g = make_upper<float>(n, path_edges(n), fd);
-  check_result(g, matching, {{1, 4}}, run(g, matching, 0, 1, 1));
 }
 
 TEST(Mpssym, OddCycleSendsItsSmallestElementToTheBack) {
