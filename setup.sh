@@ -33,7 +33,7 @@ JOBS="$(nproc 2>/dev/null || echo 2)"
 # environment tests of test_memory need a process each, as ctest gives them;
 # the repeated runs of test_parallel crawl through the installed BLAS's
 # buffer allocator under the sanitizer).
-TSAN_TESTS="test_parallel:-*RepeatedRuns* test_sweep_frame:* test_ordering:* test_public_interface:* test_dense_factor:*
+TSAN_TESTS="test_parallel:-*RepeatedRuns* test_ordering:* test_public_interface:* test_dense_factor:*
   test_memory:-CacheEnvironment.*"
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build -j"$JOBS" >/dev/null

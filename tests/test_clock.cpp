@@ -70,14 +70,3 @@ TEST(Clock, MeasuresAnIntervalInSeconds) {
     EXPECT_NEAR(ds, dw, 0.15 * dw + 0.005) << "sleep of " << ms << " ms";
   }
 }
-
-TEST(Clock, PartitionerClockCountsProcessorSeconds) {
-  double c0 = static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
-  double p0 = vek_serv_partitioner_seconds();
-  volatile double sink = 0.0;
-  while (vek_serv_partitioner_seconds() - p0 < 0.05) sink = sink + 1.0;
-  double p1 = vek_serv_partitioner_seconds();
-  double c1 = static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
-  EXPECT_NEAR(p0, c0, 0.01);
-  EXPECT_NEAR(p1 - p0, c1 - c0, 0.01);
-}

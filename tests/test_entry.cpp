@@ -1,5 +1,6 @@
-// The entry's dispatch: probes, thread reduction, precision, the diagonal
-// path and the iparam(12) = -1 mark, through the public `telmira`.
+// The entry's dispatch: probes, the thread count, the diagonal path and the
+// iparam(12) = -1 mark, through the public `telmira`. (The precision a
+// handle keeps is exercised by the random driver, test_fuzz.)
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -7,7 +8,6 @@
 
 #include "service/vek_serv_threads.h"
 #include "telmira.h"
-#include "telmira_entry.h"
 
 namespace {
 
@@ -49,18 +49,6 @@ TEST(Entry, ProbesAnswerAndTouchNothingElse) {
   d.run(nullptr, nullptr, nullptr, nullptr, nullptr);
   EXPECT_EQ(d.error, 300000);
   EXPECT_EQ(d.iparam[0], 5);
-}
-
-TEST(Entry, ThreadReductionForSmallSystems) {
-  // One thread for each 50 equations, only with one right-hand side and
-  // dynamic adjustment on; below 2 always becomes 1.
-  EXPECT_EQ(telmira_threads_for(4, 49, 1, 1), 1);
-  EXPECT_EQ(telmira_threads_for(4, 100, 1, 1), 2);
-  EXPECT_EQ(telmira_threads_for(4, 199, 1, 1), 3);
-  EXPECT_EQ(telmira_threads_for(4, 200, 1, 1), 4);
-  EXPECT_EQ(telmira_threads_for(4, 49, 2, 1), 4);
-  EXPECT_EQ(telmira_threads_for(4, 49, 1, 0), 4);
-  EXPECT_EQ(telmira_threads_for(1, 10, 5, 0), 1);
 }
 
 TEST(Entry, ThreadCountIsStoredBeforeThePhaseDriverRuns) {
@@ -146,39 +134,6 @@ TEST(Entry, DiagonalPhasesAnalysisOnlyCheckOnlyErrorsAndTheMark) {
   EXPECT_EQ(c.error, 0);
   EXPECT_EQ(c.iparam[2], 55);
   EXPECT_EQ(c.handle[0], 0);
-}
-
-TEST(Entry, PrecisionFollowsTheCreatingCall) {
-  std::vector<int> ia = {1, 2, 3}, ja = {1, 2};
-  // No state: iparam(28) = 1 selects single precision.
-  {
-    std::vector<float> a = {2.0f, 4.0f}, b = {1.0f, 1.0f}, x = {0.0f, 0.0f};
-    call c(2);
-    c.iparam[27] = 1;
-    c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
-    EXPECT_EQ(c.error, 0);
-    EXPECT_FLOAT_EQ(x[0], 0.5f);
-    EXPECT_FLOAT_EQ(x[1], 0.25f);
-  }
-  // With state, comi(90) decides and iparam(28) has no effect.
-  std::vector<int> block(220, 0);
-  for (int single : {0, 1}) {
-    call c(2);
-    c.handle[0] = 1;
-    c.handle[1] = reinterpret_cast<intptr_t>(block.data());
-    block[89] = single;
-    c.iparam[27] = 1 - single;
-    if (single) {
-      std::vector<float> a = {2.0f, 4.0f}, b = {1.0f, 1.0f}, x = {0.0f, 0.0f};
-      c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
-      EXPECT_FLOAT_EQ(x[1], 0.25f);
-    } else {
-      std::vector<double> a = {2.0, 4.0}, b = {1.0, 1.0}, x = {0.0, 0.0};
-      c.run(a.data(), ia.data(), ja.data(), b.data(), x.data());
-      EXPECT_DOUBLE_EQ(x[1], 0.25);
-    }
-    EXPECT_EQ(c.error, 0);
-  }
 }
 
 TEST(Entry, ComplexDiagonalOfAnyMagnitudeAndSolutionOverB) {

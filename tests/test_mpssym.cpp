@@ -1,7 +1,6 @@
 // The symmetric matching preprocessing: pivots from the matching's cycles,
 // compression of the 2x2 pairs, and the final order with its ranges.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -274,14 +273,6 @@ TEST(Mpssym, StrongDiagonalsKeepTheExchangeAsTwo1x1Pivots) {
   auto w = make_upper<double>(n, path_edges(n), diag);
   const ivec bits = run(w, matching, 0, 1, 1).bits;
   EXPECT_EQ(std::count(bits.begin(), bits.end(), 0), 2);
-  // Single precision uses the same threshold.
-  std::vector<double> fd(n, 1.0);
-  fd[1] = fd[4] = 2e-8;
-  auto f = make_upper<float>(n, path_edges(n), fd);
-  EXPECT_EQ(run(f, matching, 0, 1, 1).bits, ivec(n, 1));
-  fd[1] = fd[4] = 1e-8;
-  auto g = make_upper<float>(n, path_edges(n), fd);
-  check_result(g, matching, {{1, 4}}, run(g, matching, 0, 1, 1));
 }
 
 TEST(Mpssym, OddCycleSendsItsSmallestElementToTheBack) {
@@ -396,25 +387,6 @@ TEST(Mpssym, EveryRefusedBlockGivesZeroAndLeavesNothingBehind) {
     }
     EXPECT_GT(refused, 5);
   }
-}
-
-TEST(MpssymDeathTest, FrontEndContracts) {
-  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-  auto u = make_upper<double>(10, path_edges(10), std::vector<double>(10, 1.0));
-  tlm::smat<double> *A = u.wrap();
-  tlm::perm *Q = tlm::perm_new(10), *R = tlm::perm_new(9);
-  pint list[8];
-  tlm::perm odd{3, list};
-  EXPECT_DEATH((dup2(2, 1), tlm::smat_order_nd(A, Q, 1, &odd)),
-               "Assertion failed: smat:[0-9]+: \\(ddist->n & 1\\) == 0");
-  EXPECT_DEATH((dup2(2, 1), tlm::smat_order_mmd(A, R)), "Assertion failed: smat:[0-9]+: perm->n == A->m");
-  ivec ident = matching_of(10, {});
-  tlm::perm M{10, ident.data()};
-  EXPECT_DEATH((dup2(2, 1), tlm::mpssym_pivots<double>(A, &M, Q, nullptr)),
-               "Assertion failed: mpssym:[0-9]+: sym_perm_1x1_pivots != NULL");
-  tlm::perm_free(Q);
-  tlm::perm_free(R);
-  vek_serv_free(A);
 }
 
 }  // namespace

@@ -55,12 +55,7 @@ TEST(ParallelFactorization, TwoThreadsGiveWhatOneThreadGivesForEveryType) {
     EXPECT_EQ(one.npos, two.npos);
     EXPECT_EQ(one.nneg, two.nneg);
     EXPECT_LE(two.residual, 1e-14);
-    double scale = 0.0, diff = 0.0;
-    for (std::size_t i = 0; i < one.x.size(); ++i) {
-      scale = std::max(scale, std::fabs(one.x[i]));
-      diff = std::max(diff, std::fabs(one.x[i] - two.x[i]));
-    }
-    EXPECT_LE(diff, 1e-10 * scale);
+    EXPECT_LE(vektest::rel_diff(two.x, one.x), 1e-10);
   }
 }
 

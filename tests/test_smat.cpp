@@ -2,7 +2,6 @@
 // permutations, checked against dense references on random matrices. (The
 // toolkit's functions that the library does not call are left out.)
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -205,19 +204,6 @@ TEST(Smat, MakeStructSymAndAdjacencyAgreeWithTheDenseUnion) {
     vek_serv_free(xadj);
     vek_serv_free(adjncy);
   }
-}
-
-TEST(SmatDeathTest, ContractsStopWithUnitLineAndText) {
-  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-  smat<double> *A = tlm::smat_new_header<double>(3, 3, 0);
-  tlm::perm *P = tlm::perm_new(4);
-  EXPECT_DEATH((dup2(2, 1), tlm::smat_permute(A, P, 0)),
-               "Assertion failed: smat:[0-9]+: src->m == perm->n");
-  tlm::bvec *bv = tlm::bvec_new(5);
-  EXPECT_DEATH((dup2(2, 1), tlm::bvec_set(bv, 5)), "Assertion failed: bitvec:[0-9]+: bit < bv->size");
-  tlm::bvec_free(bv);
-  tlm::perm_free(P);
-  tlm::smat_free(A);
 }
 
 // --- Bit vectors and permutations ---------------------------------------------

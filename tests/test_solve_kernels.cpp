@@ -16,6 +16,7 @@
 #include "blkslv.h"
 #include "blkslvs.h"
 #include "test_kernels.h"
+#include "test_system.h"
 
 namespace {
 
@@ -107,15 +108,6 @@ template <class T> double residual(const problem &p, const std::vector<T> &y, co
     if (is_cx<T>()) xs.push_back(x[k].imag()), bs.push_back(b[k].imag());
   }
   return vekio::relative_residual(p.st, p.mtype, xs.data(), bs.data(), nrhs);
-}
-
-template <class T> double rel_diff(const std::vector<T> &x, const std::vector<T> &ref) {
-  double d = 0, m = 1e-300;
-  for (size_t i = 0; i < ref.size(); ++i) {
-    d = std::max(d, double(std::abs(x[i] - ref[i])));
-    m = std::max(m, double(std::abs(ref[i])));
-  }
-  return d / m;
 }
 
 // Solves with the factor of p: one side whole and by sub-steps, then

@@ -1,7 +1,7 @@
 // The storage plan of a handle: the report of a refused allocation; the
-// release at a new analysis and at ido -1; the factor entries and
-// fact_plan's choice for a factor block (the work array's growth shows in
-// test_phases); and the allocators that end the process.
+// release at a new analysis and at ido -1 (the reuse of factor blocks and
+// the work array's growth show in test_phases); and the allocators that end
+// the process.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -91,59 +91,6 @@ TEST(StorageRelease, NoFactorTableForZeroFactorizations) {
   EXPECT_EQ(s.handle[3], 0);
   s.release();
   EXPECT_EQ(live(), 0);
-}
-
-// A state with a planned structure, for fact_plan.
-struct planned_state {
-  intptr_t handle[64] = {0};
-  int mark = tlm::not_allocated_mark;
-  int *comi = nullptr;
-  planned_state(int mtype) {
-    int status = 0;
-    tlm::storage_sums sums{};
-    EXPECT_TRUE(tlm::create_basic(handle, 2, 0, mark, &status, &sums));
-    tlm::state_view s = tlm::state_of(handle);
-    comi = s.comi;
-    comi[1 - 1] = 100;
-    comi[12 - 1] = mtype;
-    comi[15 - 1] = 2;
-    comi[23 - 1] = 30;
-    comi[34 - 1] = 700;
-    comi[35 - 1] = 300;
-    comi[37 - 1] = 150;
-  }
-  ~planned_state() { tlm::storage_release(handle, mark, 1); }
-};
-
-TEST(FactPlan, FactorBlockByTheStateOfItsEntry) {
-  planned_state p(13);
-  intptr_t *entry = tlm::fact_entry(p.handle, 2);
-  tlm::fact_sizes plan;
-  int phase = 33, nb = 1, commit = 0;
-  // Never factorized: a new block, a forced factorization, and 33 runs as 23.
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
-  EXPECT_EQ(phase, 23);
-  EXPECT_EQ(plan.factor, 1000);
-  EXPECT_EQ(plan.force, 1);
-  // Filled with the same words per value: reused, nothing forced at 33.
-  entry[0] = entry[1] = 4096;
-  entry[4] = 2;
-  entry[5] = 13;  // the type that made them
-  phase = 33;
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
-  EXPECT_EQ(phase, 33);
-  EXPECT_EQ(plan.factor, 0);
-  EXPECT_EQ(plan.force, 0);
-  // ... but a factorization phase always computes the numbers.
-  phase = 22;
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
-  EXPECT_EQ(plan.factor, 0);
-  EXPECT_EQ(plan.force, 1);
-  // Other words per value: free and make anew.
-  entry[4] = 1;
-  tlm::fact_plan(&phase, &nb, p.handle, entry, &p.mark, &commit, &plan);
-  EXPECT_EQ(plan.factor, -1000);
-  entry[0] = entry[1] = 0;
 }
 
 TEST(MemAlloc, FailureEndsTheProcessWithItsMessage) {

@@ -122,7 +122,7 @@ inline ivec diagonal_matching(const vekio::sparse &a) {
 }
 
 // The matrix in full storage and in the storage of its type, with the
-// analysis (nparts parts asked for) and the scatter lists. roworder (types
+// analysis (one part) and the scatter lists. roworder (types
 // 11 and 13) is the row order of a matching; scale holds n factors for the
 // symmetric types, n column and then n row factors for the others.
 struct problem {
@@ -135,14 +135,14 @@ struct problem {
 };
 
 inline problem prepare(const vekio::sparse &full, int mtype, int method, int panel,
-                       bool scaled, const ivec &roworder = ivec(), int nparts = 1) {
+                       bool scaled, const ivec &roworder = ivec()) {
   problem p;
   p.full = full;
   p.mtype = mtype;
   p.roworder = roworder;
   p.st = vekio::storage_for_type(full, mtype);
   ivec *ro = p.roworder.empty() ? nullptr : &p.roworder;
-  p.s = analyse(p.st, mtype, ro, method, nparts, panel);
+  p.s = analyse(p.st, mtype, ro, method, 1, panel);
   p.L = make_scatter_lists(p.st, p.s, mtype, ro, scaled ? 1 : 0);
   std::mt19937 g(17);
   std::uniform_real_distribution<double> d(0.25, 4.0);
