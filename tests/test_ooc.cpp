@@ -95,23 +95,6 @@ TEST_F(Ooc, EveryTypeSolvesInFilesAsInMemory) {
   }
 }
 
-TEST_F(Ooc, ASolveReadsAPanelThatTheWindowStillHoldsNoSecondTime) {
-  // 2 MB hold all of L of lap3d:10 (type 2): the forward pass reads the
-  // factor file once and the backward pass finds every panel in the window.
-  system s(vekio::lap3d(10), 2, 1);
-  controls(s, 2);
-  ASSERT_EQ(s.call(12), 0);
-  const int *ooc_l = tlm::state_of(s.handle).ooc_l;
-  const long long written = OOCL(OL_BYTES_WRITTEN);
-  ASSERT_GT(written, 0);
-  // The count of the solves adds up from the factorization on.
-  for (int solves = 1; solves <= 2; ++solves) {
-    ASSERT_EQ(s.call(33), 0);
-    EXPECT_LT(s.residual(s.x), 1e-12);
-    EXPECT_EQ(OOCL(OL_BYTES_READ_SOLVE), solves * written);
-  }
-}
-
 TEST_F(Ooc, AFactorizationAndSolveInOneCallLeaveTheSolveOnlyTheBackwardSweep) {
   // lap3d:18 has more factor than the 2 MB: the solve reads in runs.
   const vekio::sparse m = vekio::lap3d(18);
@@ -131,7 +114,7 @@ TEST_F(Ooc, AFactorizationAndSolveInOneCallLeaveTheSolveOnlyTheBackwardSweep) {
       EXPECT_EQ(OOCL(OL_BYTES_READ_SOLVE), written);
       EXPECT_LT(rel_diff(s.x, core.x), 1e-12);
       // A solve of its own runs both sweeps, reading the run at the top
-      // once.
+      // once: less than twice the factor.
       ASSERT_EQ(s.call(33), 0);
       EXPECT_GT(OOCL(OL_BYTES_READ_SOLVE), 2 * written);
       EXPECT_LT(OOCL(OL_BYTES_READ_SOLVE), 3 * written);
@@ -143,12 +126,6 @@ TEST_F(Ooc, AFactorizationAndSolveInOneCallLeaveTheSolveOnlyTheBackwardSweep) {
       ASSERT_EQ(o.call(13), 0);
       EXPECT_EQ(tlm::state_of(o.handle).ooc_l[OL_BYTES_READ_SOLVE - 1], written);
       EXPECT_LT(rel_diff(o.b, core.x), 1e-12);
-      // Refinement steps asked for: the solves run whole.
-      system r(m, 2, nb);
-      controls(r, 2);
-      r.iparam[7] = 2;
-      ASSERT_EQ(r.call(13), 0);
-      EXPECT_LT(r.residual(r.x), 1e-14);
     }
   vektest::use_threads(1);
 }
