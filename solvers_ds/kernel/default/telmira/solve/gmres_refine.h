@@ -48,6 +48,7 @@ template <class T> struct gmres_work {
   T *V;       // n (m+1): the orthonormal basis
   T *w;       // n: A M^-1 v, then the residual
   T *z;       // n: M^-1 of a vector
+  T *x0;      // n: x before the cycle's correction
   T *H;       // (m+1) m, by columns: the Hessenberg matrix
   T *g;       // m+1: the rotated right-hand side of the small problem
   T *c, *s;   // m each: the rotations
@@ -57,7 +58,7 @@ template <class T> struct gmres_work {
 // vectors a cycle.
 inline std::size_t gmres_work_values(int n, int m) {
   const std::size_t N = static_cast<std::size_t>(n), M = static_cast<std::size_t>(m);
-  return N * (M + 1) + 2 * N + (M + 1) * M + (M + 1) + 2 * M;
+  return N * (M + 1) + 3 * N + (M + 1) * M + (M + 1) + 2 * M;
 }
 
 template <class T> gmres_work<T> gmres_work_in(T *area, int n, int m) {
@@ -67,7 +68,8 @@ template <class T> gmres_work<T> gmres_work_in(T *area, int n, int m) {
   wk.V = area;
   wk.w = wk.V + N * (M + 1);
   wk.z = wk.w + N;
-  wk.H = wk.z + N;
+  wk.x0 = wk.z + N;
+  wk.H = wk.x0 + N;
   wk.g = wk.H + (M + 1) * M;
   wk.c = wk.g + M + 1;
   wk.s = wk.c + M;
@@ -184,13 +186,17 @@ double gmres_refine(int n, double anorm, const T *b, T *x, double target, int ma
       *failed = 1;
       return omega;
     }
-    for (int q = 0; q < n; ++q) x[q] += wk.z[q];
+    for (int q = 0; q < n; ++q) {
+      wk.x0[q] = x[q];
+      x[q] += wk.z[q];
+    }
     const double before = omega;
     omega = residual();
     if (!(omega < 0.5 * before)) {
       if (!(omega <= before)) {
-        // Worse: the cycle is taken back.
-        for (int q = 0; q < n; ++q) x[q] -= wk.z[q];
+        // Worse: the cycle is taken back, x as it was to the last bit
+        // (a correction far larger than x would not subtract back to it).
+        for (int q = 0; q < n; ++q) x[q] = wk.x0[q];
         omega = before;
       }
       break;

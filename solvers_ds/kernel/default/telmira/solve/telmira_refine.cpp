@@ -99,7 +99,7 @@ template <class T> struct guard_areas {
   T *sol;        // the solution, improved in place
   T *ax;         // n nb values: A x, then r in its place, then d
   T *wv;         // n nb values: the work vector of the correction's solve
-  T *dkeep;      // n nb values: the last correction
+  T *dkeep;      // n nb values: the solution before the last correction
   T *scratch;    // 2 threads nb values: the scratch of the product
 };
 
@@ -152,8 +152,8 @@ double krylov_guard(const guard_areas<T> &g, int *comi, double anorm, double tar
     const double w = gmres_refine<T>(n, anorm, g.rhs + N * k, g.sol + N * k, target, max_iter,
                                      wk, op, prec, &iters, &failed);
     *steps += iters;
-    if (failed != 0) break;
     if (!(w <= worst)) worst = w;
+    if (failed != 0) break;
   }
   vek_serv_free(area);
   return worst;
@@ -196,21 +196,26 @@ void accuracy_guard(const guard_areas<T> &g, int *comi, double *comr, int *ooc_l
     COMI(CI_OVER_B) = kept8;
     if (COMI(CI_STATUS) != 0 || (ooc_l != nullptr && OOCL(OL_STATUS) != 0)) return;
     for (std::size_t q = 0; q < v; ++q) {
-      g.dkeep[q] = g.ax[q];
+      g.dkeep[q] = g.sol[q];
       g.sol[q] += g.ax[q];
     }
     ++extra;
     const double before = omega;
     omega = measure();
     if (!(omega <= before)) {
-      for (std::size_t q = 0; q < v; ++q) g.sol[q] -= g.dkeep[q];
+      // Taken back by a copy: a correction far larger than the solution
+      // would not subtract back to it.
+      for (std::size_t q = 0; q < v; ++q) g.sol[q] = g.dkeep[q];
       omega = before;
       break;
     }
     if (!(omega <= 0.5 * before)) break;
   }
-  if (omega > target && COMI(CI_NO_REFINEMENT) == 0 && !std::isnan(omega))
-    omega = krylov_guard(g, comi, anorm, target, &extra, solve);
+  if (omega > target && COMI(CI_NO_REFINEMENT) == 0 && !std::isnan(omega)) {
+    krylov_guard(g, comi, anorm, target, &extra, solve);
+    // What the solve vouches for is measured on the solution it returns.
+    omega = measure();
+  }
   COMI(CI_REFINE_STEPS) = steps_before + extra;
   comr[17] = omega;
   if (omega > limit) COMI(CI_STATUS) = ST_INACCURATE_SOLUTION;
