@@ -345,6 +345,7 @@ struct case_runner {
       iparam[12] = pick(r, 0, 1);
       iparam[20] = pick(r, 0, 1);
       iparam[7] = pick(r, -3, 3);
+      if (chance(r, 0.25)) iparam[59] = pick(r, 1, 2);  // factors in files
     }
     if (chance(r, 0.15)) iparam[27] = 1;  // single precision
     const int garbage_slots = chance(r, 0.4) ? pick(r, 1, 4) : 0;

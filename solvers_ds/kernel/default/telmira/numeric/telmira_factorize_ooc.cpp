@@ -114,7 +114,9 @@ bool branch_tree(const int *comi, const int *ooc_l, const kernel_arrays &k, int 
                  ooc_tree *tree, int **block, int *error) {
   const int algorithm = OOCL(OL_ALGORITHM), ns = COMI(CI_NSUPER);
   *block = nullptr;
-  if (COMI(CI_MTYPE) != 2 || (algorithm != 0 && algorithm != 3)) return false;
+  if (COMI(CI_MTYPE) != 2 || (algorithm != 0 && algorithm != 3) ||
+      !telmira_ooc_has_arena(telmira_ooc_blocks(ooc_l).ooc))
+    return false;
   *block = static_cast<int *>(
       vek_serv_malloc(sizeof(int) * (2 * static_cast<std::size_t>(ns) + extra), 128));
   if (*block == nullptr) {
@@ -168,7 +170,8 @@ bool cholesky_on_threads(const void *a, void *fi, const int *comx, void *up_uple
                          R *temp, int *comi, const int *ooc_l, ooc_file *ooc,
                          ooc_sweep_io *total, int *error) {
   const int threads = COMI(CI_THREADS);
-  if (COMI(CI_MTYPE) != 2 || threads < 2 || COMI(CI_ONE_THREAD) != 0 || up_uplen == nullptr)
+  if (COMI(CI_MTYPE) != 2 || threads < 2 || COMI(CI_ONE_THREAD) != 0 || up_uplen == nullptr ||
+      !telmira_ooc_has_arena(ooc))
     return false;
   ooc_tree tree;
   int *tree_block = nullptr;
@@ -249,7 +252,10 @@ void telmira_factorize_ooc(const void *a, const int *ia, const int *ja, void *fi
   const ooc_blocks ob = telmira_ooc_blocks(ooc_l);
   const int mtype = COMI(CI_MTYPE), n = COMI(CI_N), w = words_per_value(mtype);
   const bool upper = COMI(CI_TRIANGLE) != 1;
-  const bool arena = mtype == 2;
+  // The buffers are those the analysis planned: the arena of type 2, or
+  // panel slots (also for type 2 after an analysis under another code).
+  const bool planned_arena = telmira_ooc_has_arena(ob.ooc);
+  const bool arena = mtype == 2 && planned_arena;
   const int msglvl = COMI(CI_MSGLVL);
   const kernel_arrays k = arrays_of(fi, comx, comi, factors, sizeof(R) * w);
   int error = 0;

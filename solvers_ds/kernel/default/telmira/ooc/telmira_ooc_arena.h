@@ -91,6 +91,13 @@ int telmira_ooc_find_panel(const ooc_file *f, int record, int rows_wanted, int *
 int ooc_set_branch(ooc_file *f, const ooc_tree &tree, int leaf, const int *xsup,
                    const int *xlindx, int msglvl, int *error);
 
+// Whether the analysis planned the value arena of file 2 (for type 2):
+// a later factorization under another type code keeps the analysis's
+// buffers, and type 2 then runs without one.
+inline bool telmira_ooc_has_arena(const ooc_file *ooc) {
+  return ooc != nullptr && ooc[OOC_LNZ - 1].pt_inm != nullptr;
+}
+
 // The value buffers of an out-of-core factorization, in values. With an
 // arena (type 2): the arena of capacity values and one source panel behind
 // it. Without: a target and a source panel of panel values each, for L and,

@@ -183,7 +183,8 @@ int sweep_ooc(int mtype, const int *nrhs, const sweep_arrays &q, T *lwin, int di
   const int panel = OOCL(OL_PANEL_VALUES);
   std::int64_t lcap = 0;
   const std::int64_t all =
-      telmira_ooc_block_values(mtype == 2, upper, panel, OOCL(OL_ARENA_VALUES), &lcap);
+      telmira_ooc_block_values(telmira_ooc_has_arena(ooc), upper, panel, OOCL(OL_ARENA_VALUES),
+                               &lcap);
   const std::int64_t ucap = all - lcap;
   T *uwin = lwin + lcap;
   const int n = q.n, ns = q.nsuper;
