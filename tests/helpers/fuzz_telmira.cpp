@@ -373,7 +373,7 @@ struct case_runner {
       if (calls_left <= 1) q = seq.size();  // the release is always made
       const bool last = q == seq.size();
       int ido = last ? -1 : seq[q];
-      int mtype = (!last && chance(r, 0.06)) ? (chance(r, 0.5) ? -type0 : odd_types[pick(r, 0, 12)]) : type0;
+      int mtype = (!last && chance(r, 0.06)) ? (chance(r, 0.5) ? (type0 == INT_MIN ? type0 : -type0) : odd_types[pick(r, 0, 12)]) : type0;
       int matrix_number = chance(r, 0.9) ? pick(r, 1, max_fac_store > 0 && max_fac_store < 4 ? max_fac_store : 1)
                                          : garbage(r);
       if (last) matrix_number = 1;

@@ -146,7 +146,7 @@ kernel_arrays arrays_of(void *fi, const int *comx, const int *comi, void *factor
 double pivot_perturbation(int k, int mtype, int n, const int *ia,
                           const void *a, int single) {
   if (k == 0) return 0.0;
-  const int ak = k < 0 ? -k : k;
+  const double ak = std::fabs(static_cast<double>(k));  // k may be any int, INT_MIN too
   double eps = single ? static_cast<double>(std::exp(-2.3025851f * static_cast<float>(ak)))
                       : std::exp(-2.302585092994046 * ak);
   if (mtype == -2 || mtype == -4 || mtype == 6) {
