@@ -61,7 +61,7 @@ void diag_solve(const int *neqns, const int *nb, const int *ia, const int *ja,
   // is written, whether or not this call solves.
   std::vector<unsigned char> taken(n > 0 ? n : 0, 0);
   for (int i = 1; i <= n; ++i) {
-    if (ia[i] - ia[i - 1] != 1) {
+    if (static_cast<long long>(ia[i]) - ia[i - 1] != 1) {  // any int, garbage too
       if (pos) { *pos = npos; *neg = nneg; }
       *error = i;
       return;

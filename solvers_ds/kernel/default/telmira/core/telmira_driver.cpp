@@ -366,7 +366,7 @@ void second_tries(std::intptr_t *handle, const int *max_fac_store,
     CTRL(IP_DEFAULTS) = 0;
     *rec = next;
   };
-  const int k = CTRL(IP_PERTURBATION) < 0 ? -CTRL(IP_PERTURBATION) : CTRL(IP_PERTURBATION);
+  const int k = magnitude_of(CTRL(IP_PERTURBATION));
   const int k2 = retry_perturbation[precision == 1 ? 1 : 0];
   if (k == 0 || k > k2) {
     CTRL(IP_PERTURBATION) = k2;

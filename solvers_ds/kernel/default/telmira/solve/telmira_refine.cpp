@@ -232,7 +232,7 @@ void refine_loop(const T *a, const int *ia, const int *ja, const int *nb, T *b, 
   const std::size_t v = static_cast<std::size_t>(count);
   const int ctl8 = CTRL(IP_REFINE);
   const bool extended = ctl8 < 0;
-  const int wanted = ctl8 < 0 ? -ctl8 : ctl8;
+  const int wanted = magnitude_of(ctl8);
   const bool over_b = COMI(CI_OVER_B) == 1;
   // The extended solution and accumulators start on a boundary of their
   // own type: one value of padding behind the first area when needed.
