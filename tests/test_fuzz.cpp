@@ -63,6 +63,7 @@ TEST(FuzzFindings, ASolveUnderTheOtherSignOfTheTypeFactorizesAnew) {
   // nor those of -2 for a solve as 2: the solve factorizes under its own type.
   // With the factors in files (mode 2), type 2 keeps the buffers that the
   // analysis of -2 planned: no arena, which it once took for granted.
+  const vektest::ooc_scratch scratch;
   for (int mode : {0, 2})
     for (int type : {4, -4, 2, -2}) {
       SCOPED_TRACE(std::to_string(type) + " mode " + std::to_string(mode));

@@ -506,8 +506,23 @@ struct case_runner {
 
 }  // namespace
 
+ooc_scratch::ooc_scratch() {
+  if (std::getenv("VEK_TELMIRA_OOC_PATH") != nullptr) return;
+  char tmpl[] = "/tmp/vek_fuzz_XXXXXX";
+  if (mkdtemp(tmpl) == nullptr) return;
+  dir_ = tmpl;
+  setenv("VEK_TELMIRA_OOC_PATH", (dir_ + "/ooc").c_str(), 1);
+}
+
+ooc_scratch::~ooc_scratch() {
+  if (dir_.empty()) return;
+  unsetenv("VEK_TELMIRA_OOC_PATH");
+  rmdir(dir_.c_str());  // empty: every handle released its files
+}
+
 long fuzz_telmira(const fuzz_options &opt, fuzz_result *res) {
   *res = fuzz_result();
+  const ooc_scratch scratch;
   counted_heap heap;
 
   watchdog_stop = false;

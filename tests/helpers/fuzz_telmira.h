@@ -11,6 +11,20 @@
 
 namespace vektest {
 
+// A fresh temporary folder for the out-of-core files of this process, put
+// in VEK_TELMIRA_OOC_PATH unless the caller set that: test programs that
+// run side by side then never share "ooc_temp" files. Removed at the end.
+class ooc_scratch {
+ public:
+  ooc_scratch();
+  ~ooc_scratch();
+  ooc_scratch(const ooc_scratch &) = delete;
+  ooc_scratch &operator=(const ooc_scratch &) = delete;
+
+ private:
+  std::string dir_;
+};
+
 struct fuzz_options {
   long calls = 10000;           // calls of telmira to make, releases included
   std::uint64_t seed = 1;       // case k runs on seed + k
