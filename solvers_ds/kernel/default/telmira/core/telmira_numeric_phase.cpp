@@ -197,7 +197,7 @@ void hybrid_phase(std::intptr_t *handle, int *iparam, const call_args &c, call_r
     if (!stage_ok(comi, iparam, ooc_l, rec)) return;
     // The pass limit grows with the ratio of factorization to solve time.
     const double t = t1 - t0;
-    const int k = K < 0 ? -K : K;
+    const int k = magnitude_of(K);
     if (!(t > static_cast<double>(1e-10f))) {
       limit = K < 0 ? 150 : 0;
     } else {

@@ -247,7 +247,7 @@ template <class T>
 void pre_cgs(const int *n, const int *nrhs, const cgs_operands<T> &op, T *b, T *x, int *st,
              int *comi, const double *comr, int *it, const int *ctl6) {
   iteration<T> c(*n, *nrhs, op, comi);
-  const int K = COMI(CI_ITERATION) < 0 ? -COMI(CI_ITERATION) : COMI(CI_ITERATION);
+  const int K = magnitude_of(COMI(CI_ITERATION));
   const double tol = comr[12], div_limit = COMI(CI_SET40);
   const int maxit = COMI(CI_MAXIT), chk_it = COMI(CI_CHECK_PASS);
   *it = 0;
