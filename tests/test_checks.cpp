@@ -204,8 +204,10 @@ TEST(MatrixCheck, EachTestNamesItsLastOffendingPlace) {
       {"the same pattern as a full matrix passes test 3",
        [](solver &s) { s.A.ja = {1, 2, 2, 1, 3, 3, 2}; },
        head + "24\n*** Input check: j=6, ja(j)=3, ja(j+1)=2 are incompatible\n", 6},
-      {"at level 0 the refusal is silent", [](solver &s) { s.msglvl = 0, s.A.ia = {1, 1, 4, 8}; },
-       "", 1},
+      {"a row longer than the matrix is wide (a garbage row start) is refused unread",
+       [](solver &s) { s.msglvl = 0, s.A.ia = {1, 3, 2000000000, 2000000001}; }, "", 2},
+      {"at level 0 the refusal is silent (row 1 empty, row 3 four long)",
+       [](solver &s) { s.msglvl = 0, s.A.ia = {1, 1, 4, 8}; }, "", 3},
   };
   for (const item &c : cases) {
     SCOPED_TRACE(c.what);

@@ -21,8 +21,10 @@ int telmira_check_matrix(int neqns, int entries, int symmetric_storage,
     CTRL(IP_CHECK_PLACE1) = 1; CTRL(IP_CHECK_PLACE2) = ia[0]; CTRL(IP_CHECK_PLACE3) = ia[1];
     bad = 1;
   }
+  // A row holds at most neqns columns: longer rows, where a row start is
+  // garbage, fail here before any column is read through them.
   for (int i = 1; i <= neqns; ++i) {
-    if (ia[i] <= ia[i - 1]) {
+    if (ia[i] <= ia[i - 1] || static_cast<long long>(ia[i]) - ia[i - 1] > neqns) {
       CTRL(IP_CHECK_PLACE1) = i; CTRL(IP_CHECK_PLACE2) = ia[i - 1]; CTRL(IP_CHECK_PLACE3) = ia[i];
       bad = 1;
     }
