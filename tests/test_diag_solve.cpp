@@ -106,6 +106,8 @@ TYPED_TEST(DiagSolve, FailingRowStopsTheScanAndLeavesXUntouched) {
   // counts of the rows before it.
   EXPECT_EQ(run({1, 2, 3, 3, 5}, {1, 2, 3, 4}, {T(1), T(-1), T(1), T(1)}), 3);
   EXPECT_TRUE(cplx || (pos == 1 && neg == 1));
+  // Row starts from 0 end at n, not n + 1, but would read ja(0) first.
+  EXPECT_EQ(run({0, 1, 2, 3, 4}, {1, 2, 3, 4}, {T(1), T(1), T(1), T(1)}), 1);
   // A zero on row 2 gives -2, with the count of row 1 only.
   EXPECT_EQ(run({1, 2, 3, 4, 5}, {1, 2, 3, 4}, {T(-3), T(0), T(1), T(1)}), -2);
   EXPECT_TRUE(cplx || (pos == 0 && neg == 1));

@@ -60,6 +60,13 @@ void diag_solve(const int *neqns, const int *nb, const int *ia, const int *ja,
   // Two rows in one column make the matrix singular, found before anything
   // is written, whether or not this call solves.
   std::vector<unsigned char> taken(n > 0 ? n : 0, 0);
+  // Rows of one entry each that end at n + 1 start at 1; a first start
+  // other than 1 would shift every column read below.
+  if (n > 0 && ia[0] != 1) {
+    if (pos) { *pos = 0; *neg = 0; }
+    *error = 1;
+    return;
+  }
   for (int i = 1; i <= n; ++i) {
     if (static_cast<long long>(ia[i]) - ia[i - 1] != 1) {  // any int, garbage too
       if (pos) { *pos = npos; *neg = nneg; }
