@@ -346,6 +346,8 @@ struct case_runner {
       iparam[20] = pick(r, 0, 1);
       iparam[7] = pick(r, -3, 3);
       if (chance(r, 0.25)) iparam[59] = pick(r, 1, 2);  // factors in files
+      if (chance(r, 0.15))  // the hybrid mode: CG or CGS on earlier factors
+        iparam[3] = (chance(r, 0.5) ? 1 : -1) * (10 * pick(r, 0, 12) + pick(r, 1, 2));
     }
     if (chance(r, 0.15)) iparam[27] = 1;  // single precision
     const int garbage_slots = chance(r, 0.4) ? pick(r, 1, 4) : 0;
@@ -387,6 +389,12 @@ struct case_runner {
       const bool shortcut_leftover = iparam[11] == -1;
       if (iparam[11] != 0) transposed_seen = true;
 
+      // Now and then the values move a little, as in a sequence of time
+      // steps, which the hybrid mode iterates on: at a factorization that
+      // keeps the analysis, on a handle of one stored factorization (a solve
+      // alone works with the factors it has, made from the values before).
+      if ((ido == 22 || ido == 23) && max_fac_store == 1 && matrix_number == 1 && chance(r, 0.3))
+        for (double &v : m.a) v *= 1.0 + uniform(r, -0.01, 0.01);
       // Values and right-hand sides for this call, in its precision.
       // A matrix with as many entries as rows takes the diagonal shortcut,
       // which reads every type code as real or complex by its own rule.
