@@ -218,7 +218,9 @@ void accuracy_guard(const guard_areas<T> &g, int *comi, double *comr, int *ooc_l
   }
   COMI(CI_REFINE_STEPS) = steps_before + extra;
   comr[17] = omega;
-  if (omega > limit) COMI(CI_STATUS) = ST_INACCURATE_SOLUTION;
+  // A backward error that is not a number (an infinite entry of A times the
+  // solution) vouches for nothing either.
+  if (!(omega <= limit)) COMI(CI_STATUS) = ST_INACCURATE_SOLUTION;
 }
 
 template <class T>
