@@ -392,9 +392,14 @@ struct case_runner {
       // Now and then the values move a little, as in a sequence of time
       // steps, which the hybrid mode iterates on: at a factorization that
       // keeps the analysis, on a handle of one stored factorization (a solve
-      // alone works with the factors it has, made from the values before).
-      if ((ido == 22 || ido == 23) && max_fac_store == 1 && matrix_number == 1 && chance(r, 0.3))
+      // alone works with the factors it has, made from the values before;
+      // a call refused before it factorizes keeps them, and so do the
+      // values).
+      std::vector<double> values_before;
+      if ((ido == 22 || ido == 23) && max_fac_store == 1 && matrix_number == 1 && chance(r, 0.3)) {
+        values_before = m.a;
         for (double &v : m.a) v *= 1.0 + uniform(r, -0.01, 0.01);
+      }
       // Values and right-hand sides for this call, in its precision.
       // A matrix with as many entries as rows takes the diagonal shortcut,
       // which reads every type code as real or complex by its own rule.
@@ -428,6 +433,7 @@ struct case_runner {
       telmira(handle, &max_fac_store, &matrix_number, &mtype, &ido, &neqns, a, m.ia.data(), m.ja.data(),
               perm.data(), &nb, iparam, &msglvl, b, x, &error);
       call_started_ms = 0;
+      if ((error == -1 || error == -3 || error == -7) && !values_before.empty()) m.a = values_before;
       ++res->calls;
       --calls_left;
       story += "[" + std::to_string(ido) + "/" + std::to_string(mtype) + "/m" + std::to_string(matrix_number) +
