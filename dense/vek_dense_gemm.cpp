@@ -43,16 +43,33 @@ inline bool plain_op(char t) { return t == 'N' || t == 'n'; }
 inline bool conj_op(char t) { return t == 'C' || t == 'c'; }
 
 // Panels packed together from one run of the source.
-const int VEK_STRIP = 8;
+const int VEK_STRIP = 10;
+// Runs of the source are asked into the cache this many steps ahead: the
+// blocks of a supernodal update come cold from memory, a run of a few lines
+// at each step, too short for the processor to see a stream.
+const int VEK_AHEAD = 4;
+
+template <class T>
+inline void prefetch_run(const T *src, int len) {
+  const char *p = reinterpret_cast<const char *>(src);
+  const char *end = reinterpret_cast<const char *>(src + len);
+  for (; p < end; p += 64) __builtin_prefetch(p, 0, 3);
+  __builtin_prefetch(end - 1, 0, 3);
+}
 
 // Copies of one step into a panel: w values of src (stride 1) to dst, times
 // alpha unless unit, conjugated if asked, zeros up to the panel width R. A
 // width known at compile time lets the compiler make plain vector moves.
 template <class T, int R>
-inline void panel_step(const T *src, int w, T *dst, T alpha, bool unit, bool conj) {
+inline void panel_step(const T *__restrict src, int w, T *__restrict dst, T alpha, bool unit,
+                       bool conj) {
   typedef value_traits<T> V;
-  if (w == R && unit && !conj) {
-    for (int i = 0; i < R; ++i) dst[i] = src[i];
+  if (w == R && !conj) {
+    if (unit) {
+      for (int i = 0; i < R; ++i) dst[i] = src[i];
+    } else {
+      for (int i = 0; i < R; ++i) dst[i] = V::mul(alpha, src[i]);
+    }
     return;
   }
   for (int i = 0; i < w; ++i) {
@@ -162,9 +179,12 @@ void pack_a(char transa, int mb, int kb, const T *a, int lda, T alpha, T *dst, i
     // In strips of a few panels, so that one step writes to few pages.
     for (int s0 = 0; s0 < mb; s0 += VEK_STRIP * mr) {
       const int len = std::min(VEK_STRIP * mr, mb - s0);
-      for (int p = 0; p < kb; ++p)
+      for (int p = 0; p < kb; ++p) {
+        if (p + VEK_AHEAD < kb)
+          prefetch_run(a + s0 + static_cast<std::ptrdiff_t>(p + VEK_AHEAD) * lda, len);
         spread_any(a + s0 + static_cast<std::ptrdiff_t>(p) * lda, len, kb, p,
                    dst + static_cast<std::ptrdiff_t>(s0) * kb, mr, alpha, unit, false);
+      }
     }
     return;
   }
@@ -181,9 +201,12 @@ void pack_b(char transb, int kb, int nb, const T *b, int ldb, T *dst, int nr) {
   if (trans) {
     for (int s0 = 0; s0 < nb; s0 += VEK_STRIP * nr) {
       const int len = std::min(VEK_STRIP * nr, nb - s0);
-      for (int p = 0; p < kb; ++p)
+      for (int p = 0; p < kb; ++p) {
+        if (p + VEK_AHEAD < kb)
+          prefetch_run(b + s0 + static_cast<std::ptrdiff_t>(p + VEK_AHEAD) * ldb, len);
         spread_any(b + s0 + static_cast<std::ptrdiff_t>(p) * ldb, len, kb, p,
                    dst + static_cast<std::ptrdiff_t>(s0) * kb, nr, T(1), true, conj);
+      }
     }
     return;
   }
