@@ -100,6 +100,8 @@ void spread_any(const T *src, int len, int kb, int p, T *dst, int r, T alpha, bo
     case 8: spread<T, 8>(src, len, kb, p, dst, alpha, unit, conj); return;
     case 12: spread<T, 12>(src, len, kb, p, dst, alpha, unit, conj); return;
     case 16: spread<T, 16>(src, len, kb, p, dst, alpha, unit, conj); return;
+    case 24: spread<T, 24>(src, len, kb, p, dst, alpha, unit, conj); return;
+    case 48: spread<T, 48>(src, len, kb, p, dst, alpha, unit, conj); return;
     default: break;
   }
   typedef value_traits<T> V;
@@ -153,6 +155,8 @@ void gather_any(const T *src, std::ptrdiff_t ld, int w, int kb, T *dst, int r, T
     case 8: gather<T, 8>(src, ld, w, kb, dst, alpha, unit, conj); return;
     case 12: gather<T, 12>(src, ld, w, kb, dst, alpha, unit, conj); return;
     case 16: gather<T, 16>(src, ld, w, kb, dst, alpha, unit, conj); return;
+    case 24: gather<T, 24>(src, ld, w, kb, dst, alpha, unit, conj); return;
+    case 48: gather<T, 48>(src, ld, w, kb, dst, alpha, unit, conj); return;
     default: break;
   }
   typedef value_traits<T> V;
@@ -215,7 +219,6 @@ void pack_b(char transb, int kb, int nb, const T *b, int ldb, T *dst, int nr) {
                dst + static_cast<std::ptrdiff_t>(j0) * kb, nr, T(1), true, false);
 }
 
-const int VEK_MAX_TILE = 16 * 16;
 
 // All tiles of one packed mb x kb block of A against the packed kb x nb
 // block of B. With a triangle (tri 1 lower, 2 upper), (row0, col0) is the
@@ -225,7 +228,7 @@ template <class T>
 void macro_tiles(const kernel_set<T> &s, int mb, int nb, int kb, const T *ap,
                  const T *bp, T *c, int ldc, int add, int tri, int row0, int col0) {
   const int mr = s.mr, nr = s.nr;
-  alignas(64) T tile[VEK_MAX_TILE];
+  alignas(64) T tile[VEK_MAX_MR * VEK_MAX_NR];
   for (int j = 0; j < nb; j += nr) {
     const int nn = std::min(nr, nb - j);
     const T *bj = bp + static_cast<std::ptrdiff_t>(j) * kb;

@@ -21,6 +21,9 @@ namespace vekd {
 // Processor types beyond the five of the detection's basic table.
 enum { VEK_CPU_AVX2 = 6, VEK_CPU_AVX512 = 7 };
 
+// The largest register tile of any set, for the local tiles of the frames.
+enum { VEK_MAX_MR = 48, VEK_MAX_NR = 16 };
+
 template <class T>
 using micro_kernel = void (*)(int k, const T *a, const T *b, T *c,
                               std::ptrdiff_t ldc, int add);
@@ -54,6 +57,15 @@ void avx2_zkernel(int, const std::complex<double> *, const std::complex<double> 
                   std::complex<double> *, std::ptrdiff_t, int);
 void avx2_ckernel(int, const std::complex<float> *, const std::complex<float> *,
                   std::complex<float> *, std::ptrdiff_t, int);
+
+// AVX-512F (vek_dense_kernels_avx512.cpp, from vek_dense_kernels_wide.h):
+// d 24x8, s 48x8, z 8x3, c 16x3.
+void avx512_dkernel(int, const double *, const double *, double *, std::ptrdiff_t, int);
+void avx512_skernel(int, const float *, const float *, float *, std::ptrdiff_t, int);
+void avx512_zkernel(int, const std::complex<double> *, const std::complex<double> *,
+                    std::complex<double> *, std::ptrdiff_t, int);
+void avx512_ckernel(int, const std::complex<float> *, const std::complex<float> *,
+                    std::complex<float> *, std::ptrdiff_t, int);
 
 }  // namespace vekd
 

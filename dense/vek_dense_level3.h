@@ -73,6 +73,12 @@ void gemm_triangle(const kernel_set<T> &s, char uplo, char transa, char transb, 
                    int k, T alpha, const T *a, int lda, const T *b, int ldb, T beta, T *c,
                    int ldc);
 
+// The triangular solve of one processor type on one thread, with the
+// arguments of the published trsm by value.
+template <class T>
+void trsm_whole(const kernel_set<T> &s, char side, char uplo, char transa, char diag,
+                int m, int n, T alpha, const T *a, int lda, T *b, int ldb);
+
 // C := beta C on an m x n block (beta 0 clears it without reading it).
 template <class T>
 void scale_block(int m, int n, T beta, T *c, int ldc);

@@ -119,9 +119,9 @@ void leaf_by_inverse(const kernel_set<T> &s, const tri<T> &t, bool lower, bool l
   left_leaf(t, lower, order, order, inv, VEK_TRSM_LEAF);
   // The inverse packed once (as A for side L, as B for side R), the strips
   // of B one at a time.
-  alignas(64) T fixed[(VEK_TRSM_LEAF + 16) * VEK_TRSM_LEAF];
-  alignas(64) T strip[16 * VEK_TRSM_LEAF];
-  alignas(64) T tile[16 * 16];
+  alignas(64) T fixed[(VEK_TRSM_LEAF + VEK_MAX_MR) * VEK_TRSM_LEAF];
+  alignas(64) T strip[VEK_MAX_MR * VEK_TRSM_LEAF];
+  alignas(64) T tile[VEK_MAX_MR * VEK_MAX_NR];
   const int k = order;
   if (left) {
     for (int q = 0; q * mr < m; ++q)
@@ -236,6 +236,8 @@ void right_rec(const kernel_set<T> &s, char transa, const tri<T> &t, bool forwar
 
 inline bool is(char c, char upper) { return c == upper || c == upper + ('a' - 'A'); }
 
+}  // namespace
+
 template <class T>
 void trsm_whole(const kernel_set<T> &s, char side, char uplo, char transa, char diag,
                 int m, int n, T alpha, const T *a, int lda, T *b, int ldb) {
@@ -257,6 +259,8 @@ void trsm_whole(const kernel_set<T> &s, char side, char uplo, char transa, char 
       right_rec(s, ta, t, !lower_op, std::min(VEK_TRSM_CHUNK, m - i), n, b + i, ldb);
   }
 }
+
+namespace {
 
 template <class T, int TYPE>
 void trsm_variant(const char *side, const char *uplo, const char *transa, const char *diag,
@@ -313,6 +317,8 @@ void trsm_frame(const char *side, const char *uplo, const char *transa, const ch
 }  // namespace
 
 #define VEK_TRSM_INSTANCE(P, T)                                                         \
+  template void trsm_whole<T>(const kernel_set<T> &, char, char, char, char, int, int, T,  \
+                              const T *, int, T *, int);                                 \
   void P##trsm(const char *side, const char *uplo, const char *transa, const char *diag, \
                const int *m, const int *n, const T *alpha, const T *a, const int *lda,   \
                T *b, const int *ldb, std::size_t, std::size_t, std::size_t,              \

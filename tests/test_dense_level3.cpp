@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "dense/vek_dense_kernels_wide.h"
 #include "dense/vek_dense_level3.h"
 #include "dense_reference.h"
 #include "service/vek_serv_cpu.h"
@@ -133,11 +134,9 @@ std::vector<T> triangle(int n, int lda, unsigned seed) {
   return a;
 }
 
-template <class T>
-void check_solves(void (*ours)(const char *, const char *, const char *, const char *,
-                               const int *, const int *, const T *, const T *, const int *,
-                               T *, const int *, std::size_t, std::size_t, std::size_t,
-                               std::size_t)) {
+// ours: the published trsm's arguments.
+template <class T, class F>
+void check_solves(F ours) {
   const int shapes[][2] = {{1, 1}, {5, 40}, {17, 3}, {45, 70}, {133, 29}, {300, 260}};
   std::vector<char> transes = {'N', 'T'};
   if constexpr (std::is_same<T, zc>::value || std::is_same<T, cc>::value) transes.push_back('C');
@@ -175,6 +174,49 @@ TEST(DenseTrsm, EveryPrecisionMatchesInstalledLibrary) {
   check_solves<float>(vekd::strsm);
   check_solves<zc>(vekd::ztrsm);
   check_solves<cc>(vekd::ctrsm);
+}
+
+namespace wide_on_avx2 {
+// The kernels of the widest processor type from the same source, compiled
+// for AVX2: every vector of 64 bytes becomes two registers.
+VEK_WIDE_KERNELS(__attribute__((target("avx2,fma"))), avx2)
+}  // namespace wide_on_avx2
+
+namespace {
+
+// Type 7's set with its kernel replaced by the AVX2 build of the same one.
+template <class T>
+vekd::kernel_set<T> wide_set(vekd::micro_kernel<T> kernel) {
+  vekd::kernel_set<T> s = vekd::kernel_set_of<T>(vekd::VEK_CPU_AVX512);
+  s.kernel = kernel;
+  return s;
+}
+
+template <class T>
+void check_wide(const vekd::kernel_set<T> &s) {
+  check_products<T>(s, vekd::VEK_CPU_AVX512, false);
+  check_solves<T>([&s](const char *side, const char *uplo, const char *tr, const char *diag,
+                       const int *m, const int *n, const T *alpha, const T *a, const int *lda,
+                       T *b, const int *ldb, std::size_t, std::size_t, std::size_t,
+                       std::size_t) {
+    vekd::trsm_whole(s, *side, *uplo, *tr, *diag, *m, *n, *alpha, a, *lda, b, *ldb);
+  });
+}
+
+}  // namespace
+
+// The widest kernels' tiles, their blocking and the frames' local tiles for
+// them, wherever AVX2 runs; on AVX-512 processors the type-7 case of the
+// products above runs the kernels themselves.
+TEST(DenseWideKernels, SameSourceOnAvx2MatchesInstalledLibrary) {
+  __builtin_cpu_init();
+  if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma"))
+    GTEST_SKIP() << "no AVX2";
+  vekd::dense_thread_limit(1);
+  check_wide<double>(wide_set<double>(wide_on_avx2::avx2_dkernel));
+  check_wide<float>(wide_set<float>(wide_on_avx2::avx2_skernel));
+  check_wide<zc>(wide_set<zc>(wide_on_avx2::avx2_zkernel));
+  check_wide<cc>(wide_set<cc>(wide_on_avx2::avx2_ckernel));
 }
 
 TEST(DenseTrsm, AlphaZeroClearsWithoutReadingTheTriangle) {
