@@ -3,8 +3,9 @@
 // One thin interface, by reference in the manner of the published BLAS and
 // LAPACK routines, written once as templates over the value type (double,
 // float, complex double, complex float). It forwards to the installed
-// BLAS/LAPACK; gemm and trsm can run the library's own threaded,
-// processor-tuned routines instead (use_own_level3).
+// BLAS/LAPACK; the products, triangular solves and factorizations can run
+// the library's own threaded, processor-tuned routines instead
+// (use_own_level3).
 #ifndef VEK_DENSE_H
 #define VEK_DENSE_H
 
@@ -71,9 +72,10 @@ void trsv(const char *uplo, const char *trans, const char *diag, const int *n,
 // regions whose threads each call the dense routines.
 void blas_threads(int count);
 
-// 1: gemm, trsm, getrf, potf2 and the real potrf run the library's own
-// routines; 0 (the default): they forward to the installed BLAS and LAPACK
-// like the others. Process-wide.
+// 1: gemm, trsm, getrf, potf2 and potrf run the library's own routines;
+// 0 (the default): they forward to the installed BLAS and LAPACK like the
+// others, found by name in the process at their first call (one the
+// process lacks is replaced by the library's own). Process-wide.
 void use_own_level3(int flag);
 // 1 while the own routines are chosen.
 int own_level3_in_use();

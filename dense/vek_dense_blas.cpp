@@ -1,9 +1,14 @@
-// vek_dense_blas.cpp - the dense interface: the products and triangular
-// solves go to the installed BLAS or, on request, to the library's own
-// level-3 routines (vek_dense_level3.h); the rest to the installed BLAS and
-// LAPACK (Fortran calling convention:
-// everything by reference, character arguments followed by their hidden
-// lengths).
+// vek_dense_blas.cpp - the dense interface: the products, the triangular
+// solves and the factorizations go to the installed BLAS and LAPACK or, on
+// request, to the library's own routines (vek_dense_level3.h,
+// vek_dense_lapack.h); the rest to the installed BLAS and LAPACK (Fortran
+// calling convention: everything by reference, character arguments
+// followed by their hidden lengths).
+//
+// The library does not link the installed products and factorizations: it
+// looks them up by name in the loaded process, once, so that the library
+// itself carries no reference to them. A routine that is not found is
+// replaced by the library's own.
 #include <complex>
 
 #include "dense/vek_dense.h"
@@ -15,25 +20,6 @@ typedef std::complex<double> zc;
 typedef std::complex<float> cc;
 
 extern "C" {
-#define VEK_GEMM(P, T)                                                                  \
-  void P##gemm_(const char *, const char *, const int *, const int *, const int *,   \
-                const T *, const T *, const int *, const T *, const int *, const T *, \
-                T *, const int *, std::size_t, std::size_t);
-VEK_GEMM(d, double) VEK_GEMM(s, float) VEK_GEMM(z, zc) VEK_GEMM(c, cc)
-#define VEK_TRSM(P, T)                                                                 \
-  void P##trsm_(const char *, const char *, const char *, const char *, const int *, \
-                const int *, const T *, const T *, const int *, T *, const int *,    \
-                std::size_t, std::size_t, std::size_t, std::size_t);
-VEK_TRSM(d, double) VEK_TRSM(s, float) VEK_TRSM(z, zc) VEK_TRSM(c, cc)
-#define VEK_POTRF(P, T) \
-  void P##potrf_(const char *, const int *, T *, const int *, int *, std::size_t);
-VEK_POTRF(d, double) VEK_POTRF(s, float) VEK_POTRF(z, zc) VEK_POTRF(c, cc)
-#define VEK_POTF2(P, T) \
-  void P##potf2_(const char *, const int *, T *, const int *, int *, std::size_t);
-VEK_POTF2(d, double) VEK_POTF2(s, float) VEK_POTF2(z, zc) VEK_POTF2(c, cc)
-#define VEK_GETRF(P, T) \
-  void P##getrf_(const int *, const int *, T *, const int *, int *, int *);
-VEK_GETRF(d, double) VEK_GETRF(s, float) VEK_GETRF(z, zc) VEK_GETRF(c, cc)
 #define VEK_GEMV(P, T)                                                                 \
   void P##gemv_(const char *, const int *, const int *, const T *, const T *,       \
                 const int *, const T *, const int *, const T *, T *, const int *,   \
@@ -64,6 +50,53 @@ namespace {
 // times with the own routines are not yet as short as with the installed
 // library, so they are chosen only on request.
 int own_level3 = 0;
+
+// The installed routines of one value type, null where the process has none.
+template <class T>
+struct installed {
+  typedef void (*gemm_fn)(const char *, const char *, const int *, const int *, const int *,
+                          const T *, const T *, const int *, const T *, const int *,
+                          const T *, T *, const int *, std::size_t, std::size_t);
+  typedef void (*trsm_fn)(const char *, const char *, const char *, const char *,
+                          const int *, const int *, const T *, const T *, const int *, T *,
+                          const int *, std::size_t, std::size_t, std::size_t, std::size_t);
+  typedef void (*cholesky_fn)(const char *, const int *, T *, const int *, int *,
+                              std::size_t);
+  typedef void (*getrf_fn)(const int *, const int *, T *, const int *, int *, int *);
+  gemm_fn gemm;
+  trsm_fn trsm;
+  cholesky_fn potrf, potf2;
+  getrf_fn getrf;
+};
+
+template <class T> struct precision_letter;
+template <> struct precision_letter<double> { static const char value = 'd'; };
+template <> struct precision_letter<float> { static const char value = 's'; };
+template <> struct precision_letter<zc> { static const char value = 'z'; };
+template <> struct precision_letter<cc> { static const char value = 'c'; };
+
+// The routine of the given Fortran name without its precision letter
+// ("gemm_"), as a pointer of type F.
+template <class T, class F>
+F find_routine(const char *rest) {
+  char name[16] = {precision_letter<T>::value};
+  for (int i = 0; rest[i] != '\0' && i < 14; ++i) name[i + 1] = rest[i];
+  return reinterpret_cast<F>(vek_os_find_symbol(name));
+}
+
+// Looked up on the first call; the initialization of the static is safe
+// when threads make that call together.
+template <class T>
+const installed<T> &installed_routines() {
+  typedef installed<T> I;
+  static const I table = {find_routine<T, typename I::gemm_fn>("gemm_"),
+                          find_routine<T, typename I::trsm_fn>("trsm_"),
+                          find_routine<T, typename I::cholesky_fn>("potrf_"),
+                          find_routine<T, typename I::cholesky_fn>("potf2_"),
+                          find_routine<T, typename I::getrf_fn>("getrf_")};
+  return table;
+}
+
 }  // namespace
 
 void use_own_level3(int flag) { __atomic_store_n(&own_level3, flag ? 1 : 0, __ATOMIC_RELAXED); }
@@ -74,34 +107,46 @@ int own_level3_in_use() { return __atomic_load_n(&own_level3, __ATOMIC_RELAXED);
   void gemm<T>(const char *ta, const char *tb, const int *m, const int *n,            \
                const int *k, const T *alpha, const T *a, const int *lda, const T *b,  \
                const int *ldb, const T *beta, T *c, const int *ldc) {                 \
-    if (__atomic_load_n(&own_level3, __ATOMIC_RELAXED))                                \
+    const installed<T>::gemm_fn f = installed_routines<T>().gemm;                      \
+    if (f == nullptr || __atomic_load_n(&own_level3, __ATOMIC_RELAXED))                \
       P##gemm(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);             \
     else                                                                               \
-      P##gemm_(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);            \
+      f(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);                   \
   }                                                                                    \
   template <>                                                                          \
   void trsm<T>(const char *side, const char *uplo, const char *ta, const char *diag,  \
                const int *m, const int *n, const T *alpha, const T *a, const int *lda, \
                T *b, const int *ldb) {                                                 \
-    if (__atomic_load_n(&own_level3, __ATOMIC_RELAXED))                                \
+    const installed<T>::trsm_fn f = installed_routines<T>().trsm;                      \
+    if (f == nullptr || __atomic_load_n(&own_level3, __ATOMIC_RELAXED))                \
       P##trsm(side, uplo, ta, diag, m, n, alpha, a, lda, b, ldb, 1, 1, 1, 1);          \
     else                                                                               \
-      P##trsm_(side, uplo, ta, diag, m, n, alpha, a, lda, b, ldb, 1, 1, 1, 1);         \
+      f(side, uplo, ta, diag, m, n, alpha, a, lda, b, ldb, 1, 1, 1, 1);                \
+  }                                                                                    \
+  template <>                                                                          \
+  void potrf<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
+    const installed<T>::cholesky_fn f = installed_routines<T>().potrf;                 \
+    if (f == nullptr || __atomic_load_n(&own_level3, __ATOMIC_RELAXED))                \
+      P##potrf(uplo, n, a, lda, info, 1);                                              \
+    else                                                                               \
+      f(uplo, n, a, lda, info, 1);                                                     \
   }                                                                                    \
   template <>                                                                          \
   void potf2<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
-    if (__atomic_load_n(&own_level3, __ATOMIC_RELAXED))                                \
+    const installed<T>::cholesky_fn f = installed_routines<T>().potf2;                 \
+    if (f == nullptr || __atomic_load_n(&own_level3, __ATOMIC_RELAXED))                \
       P##potf2(uplo, n, a, lda, info, 1);                                              \
     else                                                                               \
-      P##potf2_(uplo, n, a, lda, info, 1);                                             \
+      f(uplo, n, a, lda, info, 1);                                                     \
   }                                                                                    \
   template <>                                                                          \
   void getrf<T>(const int *m, const int *n, T *a, const int *lda, int *ipiv,          \
                 int *info) {                                                           \
-    if (__atomic_load_n(&own_level3, __ATOMIC_RELAXED))                                \
+    const installed<T>::getrf_fn f = installed_routines<T>().getrf;                    \
+    if (f == nullptr || __atomic_load_n(&own_level3, __ATOMIC_RELAXED))                \
       P##getrf(m, n, a, lda, ipiv, info);                                              \
     else                                                                               \
-      P##getrf_(m, n, a, lda, ipiv, info);                                             \
+      f(m, n, a, lda, ipiv, info);                                                     \
   }                                                                                    \
   template <>                                                                          \
   void gemv<T>(const char *tr, const int *m, const int *n, const T *alpha, const T *a, \
@@ -126,26 +171,6 @@ VEK_INSTANCES(d, double)
 VEK_INSTANCES(s, float)
 VEK_INSTANCES(z, zc)
 VEK_INSTANCES(c, cc)
-// The blocked Cholesky: the library's own for real values; complex blocks
-// go to the installed library (the solver factors them unblocked).
-#define VEK_POTRF_OWN(P, T)                                                             \
-  template <>                                                                          \
-  void potrf<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
-    if (__atomic_load_n(&own_level3, __ATOMIC_RELAXED))                                \
-      P##potrf(uplo, n, a, lda, info, 1);                                              \
-    else                                                                               \
-      P##potrf_(uplo, n, a, lda, info, 1);                                             \
-  }
-#define VEK_POTRF_INSTALLED(P, T)                                                       \
-  template <>                                                                          \
-  void potrf<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
-    P##potrf_(uplo, n, a, lda, info, 1);                                               \
-  }
-VEK_POTRF_OWN(d, double)
-VEK_POTRF_OWN(s, float)
-VEK_POTRF_INSTALLED(z, zc)
-VEK_POTRF_INSTALLED(c, cc)
-
 VEK_GER_INSTANCE(dger, double)
 VEK_GER_INSTANCE(sger, float)
 VEK_GER_INSTANCE(zgeru, zc)

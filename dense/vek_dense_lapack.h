@@ -1,6 +1,6 @@
 // vek_dense_lapack.h - the library's own dense factorizations of the
 // supernode blocks: LU with row exchanges, Cholesky, the unblocked Cholesky
-// and the row interchanges.
+// and the row interchanges, for the four value types.
 //
 // The routines under published names take the published arguments, all by
 // reference, with the length of each character argument behind them, and
@@ -55,6 +55,8 @@ VEK_LAPACK_DECL(c, ccomplex)
                          const int *thread, const int *offset, std::size_t uplo_len);
 VEK_POTRF_DECL(d, double)
 VEK_POTRF_DECL(s, float)
+VEK_POTRF_DECL(z, zcomplex)
+VEK_POTRF_DECL(c, ccomplex)
 #undef VEK_POTRF_DECL
 
 // --- Shared by the factorizations -------------------------------------------

@@ -51,6 +51,16 @@ VEK_SYRK_DECL(d, double)
 VEK_SYRK_DECL(s, float)
 #undef VEK_SYRK_DECL
 
+// The Hermitian rank-k update (trans N or C), alpha and beta real.
+#define VEK_HERK_DECL(P, R)                                                         \
+  void P##herk(const char *uplo, const char *trans, const int *n, const int *k,    \
+               const R *alpha, const std::complex<R> *a, const int *lda,           \
+               const R *beta, std::complex<R> *c, const int *ldc,                  \
+               std::size_t uplo_len, std::size_t trans_len);
+VEK_HERK_DECL(z, double)
+VEK_HERK_DECL(c, float)
+#undef VEK_HERK_DECL
+
 // --- Shared by the frames ---------------------------------------------------
 
 // Threads a frame may use now: the dense domain's count of the thread

@@ -1,6 +1,8 @@
-// vek_dense_potrf.cpp - Cholesky factorization of a real symmetric positive
-// definite matrix, A = U^T U or A = L L^T: the front under the published
-// names, the recursive form of one thread and the wave scheduler of several.
+// vek_dense_potrf.cpp - Cholesky factorization of a real symmetric or
+// complex Hermitian positive definite matrix, A = U^H U or A = L L^H: the
+// front under the published names, the recursive form of one thread and the
+// wave scheduler of several. The imaginary parts of a complex diagonal are
+// not read, and the factor's diagonal is real.
 //
 // The recursive form walks the matrix in blocks of the oracle's width,
 // left-looking: each diagonal block takes the updates of all blocks left
@@ -37,19 +39,44 @@
 namespace vekd {
 namespace {
 
+// The rank-k update of a diagonal block, C := C - op(A) op(A)^H on the
+// triangle uplo (trans N, or that of adjoint below); the Hermitian one for
+// complex values.
 template <class T> struct rank_k;
 template <> struct rank_k<double> {
-  static void syrk(const char *uplo, const char *tr, int n, int k, double alpha,
-                   const double *a, int lda, double beta, double *c, int ldc) {
-    dsyrk(uplo, tr, &n, &k, &alpha, a, &lda, &beta, c, &ldc, 1, 1);
+  static void update(const char *uplo, const char *tr, int n, int k, const double *a,
+                     int lda, double *c, int ldc) {
+    const double minus = -1, one = 1;
+    dsyrk(uplo, tr, &n, &k, &minus, a, &lda, &one, c, &ldc, 1, 1);
   }
 };
 template <> struct rank_k<float> {
-  static void syrk(const char *uplo, const char *tr, int n, int k, float alpha,
-                   const float *a, int lda, float beta, float *c, int ldc) {
-    ssyrk(uplo, tr, &n, &k, &alpha, a, &lda, &beta, c, &ldc, 1, 1);
+  static void update(const char *uplo, const char *tr, int n, int k, const float *a,
+                     int lda, float *c, int ldc) {
+    const float minus = -1, one = 1;
+    ssyrk(uplo, tr, &n, &k, &minus, a, &lda, &one, c, &ldc, 1, 1);
   }
 };
+template <> struct rank_k<zcomplex> {
+  static void update(const char *uplo, const char *tr, int n, int k, const zcomplex *a,
+                     int lda, zcomplex *c, int ldc) {
+    const double minus = -1, one = 1;
+    zherk(uplo, tr, &n, &k, &minus, a, &lda, &one, c, &ldc, 1, 1);
+  }
+};
+template <> struct rank_k<ccomplex> {
+  static void update(const char *uplo, const char *tr, int n, int k, const ccomplex *a,
+                     int lda, ccomplex *c, int ldc) {
+    const float minus = -1, one = 1;
+    cherk(uplo, tr, &n, &k, &minus, a, &lda, &one, c, &ldc, 1, 1);
+  }
+};
+
+// The letter of the conjugate transpose: T for real values, whose packing
+// takes the shorter road without a conjugate.
+template <class T> inline const char *adjoint() { return "T"; }
+template <> inline const char *adjoint<zcomplex>() { return "C"; }
+template <> inline const char *adjoint<ccomplex>() { return "C"; }
 
 inline bool is_upper(char u) { return u == 'U' || u == 'u'; }
 
@@ -66,11 +93,12 @@ int potrf_recursive(char uplo, int n, T *a, int lda, int *info, int thread, int 
     return progress(thread, offset + n, name);
   }
   const bool upper = is_upper(uplo);
+  const char *ct = adjoint<T>();
   for (int j = 1; j <= n; j += nb) {
     const int jb = std::min(n - j + 1, nb);
     T *ajj = entry(a, lda, j, j);
-    if (upper) rank_k<T>::syrk("U", "T", jb, j - 1, T(-1), entry(a, lda, 1, j), lda, T(1), ajj, lda);
-    else rank_k<T>::syrk("L", "N", jb, j - 1, T(-1), entry(a, lda, j, 1), lda, T(1), ajj, lda);
+    if (upper) rank_k<T>::update("U", ct, jb, j - 1, entry(a, lda, 1, j), lda, ajj, lda);
+    else rank_k<T>::update("L", "N", jb, j - 1, entry(a, lda, j, 1), lda, ajj, lda);
     int local = 0;
     const int stop = potrf_recursive(uplo, jb, ajj, lda, &local, thread, offset + j - 1);
     if (stop != 0) return stop;
@@ -81,13 +109,13 @@ int potrf_recursive(char uplo, int n, T *a, int lda, int *info, int thread, int 
     if (j + jb > n) break;
     const int rest = n - j - jb + 1;
     if (upper) {
-      L::gemm("T", "N", jb, rest, j - 1, T(-1), entry(a, lda, 1, j), lda,
+      L::gemm(ct, "N", jb, rest, j - 1, T(-1), entry(a, lda, 1, j), lda,
               entry(a, lda, 1, j + jb), lda, T(1), entry(a, lda, j, j + jb), lda);
-      L::trsm("L", "U", "T", "N", jb, rest, T(1), ajj, lda, entry(a, lda, j, j + jb), lda);
+      L::trsm("L", "U", ct, "N", jb, rest, T(1), ajj, lda, entry(a, lda, j, j + jb), lda);
     } else {
-      L::gemm("N", "T", rest, jb, j - 1, T(-1), entry(a, lda, j + jb, 1), lda,
+      L::gemm("N", ct, rest, jb, j - 1, T(-1), entry(a, lda, j + jb, 1), lda,
               entry(a, lda, j, 1), lda, T(1), entry(a, lda, j + jb, j), lda);
-      L::trsm("R", "L", "T", "N", rest, jb, T(1), ajj, lda, entry(a, lda, j + jb, j), lda);
+      L::trsm("R", "L", ct, "N", rest, jb, T(1), ajj, lda, entry(a, lda, j + jb, j), lda);
     }
   }
   return 0;
@@ -196,6 +224,7 @@ int run_group(const chol_status &s, wave_task g, char uplo, int n, T *a, int lda
               int width, int *info, int thread, int *next) {
   typedef level3<T> L;
   const bool upper = is_upper(uplo);
+  const char *ct = adjoint<T>();
   const int i = g.i, j = g.j, w = g.w;
   int k = g.k, stop = 0;
   int m = 1;
@@ -206,11 +235,11 @@ int run_group(const chol_status &s, wave_task g, char uplo, int n, T *a, int lda
   if (i == j) {
     if (k != i) {
       if (upper)
-        rank_k<T>::syrk("U", "C", rows, count, T(-1), entry(a, lda, c0, r0), lda, T(1),
-                        entry(a, lda, r0, r0), lda);
+        rank_k<T>::update("U", ct, rows, count, entry(a, lda, c0, r0), lda,
+                          entry(a, lda, r0, r0), lda);
       else
-        rank_k<T>::syrk("L", "N", rows, count, T(-1), entry(a, lda, r0, c0), lda, T(1),
-                        entry(a, lda, r0, r0), lda);
+        rank_k<T>::update("L", "N", rows, count, entry(a, lda, r0, c0), lda,
+                          entry(a, lda, r0, r0), lda);
       k += m;
     }
     if (k == i && __atomic_load_n(info, __ATOMIC_RELAXED) == 0) {
@@ -223,19 +252,19 @@ int run_group(const chol_status &s, wave_task g, char uplo, int n, T *a, int lda
     const int c1 = (j - 1) * nb + 1, cols = std::min(w * nb, n - c1 + 1);
     if (k != i) {
       if (upper)
-        L::gemm("C", "N", rows, cols, count, T(-1), entry(a, lda, c0, r0), lda,
+        L::gemm(ct, "N", rows, cols, count, T(-1), entry(a, lda, c0, r0), lda,
                 entry(a, lda, c0, c1), lda, T(1), entry(a, lda, r0, c1), lda);
       else
-        L::gemm("N", "C", cols, rows, count, T(-1), entry(a, lda, c1, c0), lda,
+        L::gemm("N", ct, cols, rows, count, T(-1), entry(a, lda, c1, c0), lda,
                 entry(a, lda, r0, c0), lda, T(1), entry(a, lda, c1, r0), lda);
       k += m;
     }
     if (k == i && s.tile_state(i, i) == 0 && __atomic_load_n(&s.w[WAVE], __ATOMIC_RELAXED) == w) {
       if (upper)
-        L::trsm("L", "U", "C", "N", rows, cols, T(1), entry(a, lda, r0, r0), lda,
+        L::trsm("L", "U", ct, "N", rows, cols, T(1), entry(a, lda, r0, r0), lda,
                 entry(a, lda, r0, c1), lda);
       else
-        L::trsm("R", "L", "C", "N", cols, rows, T(1), entry(a, lda, r0, r0), lda,
+        L::trsm("R", "L", ct, "N", cols, rows, T(1), entry(a, lda, r0, r0), lda,
                 entry(a, lda, c1, r0), lda);
       ++k;
     }
@@ -355,5 +384,7 @@ void potrf_front(const char *puplo, const int *pn, T *a, const int *plda, int *i
 
 VEK_POTRF_INSTANCE(d, double)
 VEK_POTRF_INSTANCE(s, float)
+VEK_POTRF_INSTANCE(z, zcomplex)
+VEK_POTRF_INSTANCE(c, ccomplex)
 
 }  // namespace vekd

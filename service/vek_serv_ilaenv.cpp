@@ -220,7 +220,7 @@ int vek_serv_ilaenv(const int *ispec, const char *name, const char *opts, const 
     const int r = getrf_query(*ispec, p, opt, *n2, *n3);
     if (r != -2) return r;
   }
-  if ((p == 'S' || p == 'D') && !std::strncmp(nm + 1, "POTRF", 5)) {
+  if (known_precision && !std::strncmp(nm + 1, "POTRF", 5)) {
     const int r = potrf_query(*ispec, *n1, *n2, *n3);
     if (r != -2) return r;
   }

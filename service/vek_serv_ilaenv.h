@@ -1,7 +1,7 @@
 // vek_serv_ilaenv.h - the block-size oracle of the dense factorizations.
 //
 // The published ILAENV query with tables tuned for the factorizations that
-// the solver reaches (DGETRF and its sisters, DPOTRF and SPOTRF), and four
+// the solver reaches (DGETRF, DPOTRF and their sisters), and four
 // queries of its own:
 //   12  the cost of an LU panel in 32nds of its width
 //   17  the column tiles of a thread's group in the threaded LU

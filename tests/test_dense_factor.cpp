@@ -19,11 +19,10 @@ extern "C" {
 #define REF_LAPACK(P, T)                                                                   \
   void P##getrf_(const int *, const int *, T *, const int *, int *, int *);               \
   void P##potf2_(const char *, const int *, T *, const int *, int *, std::size_t);        \
+  void P##potrf_(const char *, const int *, T *, const int *, int *, std::size_t);        \
   void P##laswp_(const int *, T *, const int *, const int *, const int *, const int *,    \
                  const int *);
 REF_LAPACK(d, double) REF_LAPACK(s, float) REF_LAPACK(z, zc) REF_LAPACK(c, cc)
-void dpotrf_(const char *, const int *, double *, const int *, int *, std::size_t);
-void spotrf_(const char *, const int *, float *, const int *, int *, std::size_t);
 }
 
 namespace {
@@ -34,8 +33,10 @@ template <class T> struct lapack;
     static constexpr auto getrf = vekd::P##getrf;                                          \
     static constexpr auto lookahead = vekd::P##getrf_lookahead;                            \
     static constexpr auto potf2 = vekd::P##potf2;                                          \
+    static constexpr auto potrf = vekd::P##potrf;                                          \
     static constexpr auto ref_getrf = P##getrf_;                                           \
     static constexpr auto ref_potf2 = P##potf2_;                                           \
+    static constexpr auto ref_potrf = P##potrf_;                                           \
   };
 BIND(d, double) BIND(s, float) BIND(z, zc) BIND(c, cc)
 #undef BIND
@@ -199,6 +200,7 @@ std::complex<R> conj_of(std::complex<R> x) { return std::conj(x); }
 
 // A symmetric (Hermitian) positive definite matrix with unit-sized
 // entries off the diagonal; with bad set, the pivot of column bad fails.
+// A complex diagonal carries imaginary parts, which must not be read.
 template <class T>
 std::vector<T> spd_matrix(int n, int lda, unsigned seed, int bad) {
   auto b = random_matrix<T>(std::size_t(lda) * n, seed);
@@ -206,6 +208,7 @@ std::vector<T> spd_matrix(int n, int lda, unsigned seed, int bad) {
   for (int j = 0; j < n; ++j) {
     for (int i = 0; i <= j; ++i) {
       T v = i == j ? T(n) + T(std::abs(b[i + std::size_t(j) * lda])) : b[i + std::size_t(j) * lda];
+      if (i == j) v += T(0.5) * (b[i + std::size_t(j) * lda] - conj_of(b[i + std::size_t(j) * lda]));
       a[i + std::size_t(j) * lda] = v;
       a[j + std::size_t(i) * lda] = conj_of(v);
     }
@@ -221,20 +224,12 @@ void check_cholesky(char uplo, int n, int threads, unsigned seed, int bad, bool 
   auto ref = a;
   int info = -99, info_ref = -99;
   vekd::dense_thread_limit(threads);
-  if constexpr (std::is_same<T, double>::value || std::is_same<T, float>::value) {
-    if (!unblocked) {
-      if constexpr (std::is_same<T, double>::value) {
-        dpotrf_(&uplo, &n, ref.data(), &lda, &info_ref, 1);
-        vekd::dpotrf(&uplo, &n, a.data(), &lda, &info, 1);
-      } else {
-        spotrf_(&uplo, &n, ref.data(), &lda, &info_ref, 1);
-        vekd::spotrf(&uplo, &n, a.data(), &lda, &info, 1);
-      }
-    }
-  }
   if (unblocked) {
     lapack<T>::ref_potf2(&uplo, &n, ref.data(), &lda, &info_ref, 1);
     lapack<T>::potf2(&uplo, &n, a.data(), &lda, &info, 1);
+  } else {
+    lapack<T>::ref_potrf(&uplo, &n, ref.data(), &lda, &info_ref, 1);
+    lapack<T>::potrf(&uplo, &n, a.data(), &lda, &info, 1);
   }
   const std::string where = std::string(1, uplo) + " n=" + std::to_string(n) +
                             " threads=" + std::to_string(threads);
@@ -275,6 +270,61 @@ TEST(DensePotrf, NotPositiveDefiniteNamesTheColumn) {
     for (int bad : {1, 100, 129, 600})
       for (char uplo : {'L', 'U'}) check_cholesky<double>(uplo, 700, threads, seed++, bad, false);
   check_cholesky<float>('L', 300, 2, seed++, 290, false);
+}
+
+TEST(DensePotrf, ComplexMatchesInstalledLapackAroundBlockSizes) {
+  allow_four_threads();
+  // The unblocked threshold 128, the recursive blocks of 24 and 32 on one
+  // thread, the wave of tiles of 32 and 40 on two and three.
+  const int sizes[] = {1, 8, 127, 128, 129, 300, 451, 560};
+  unsigned seed = 500;
+  for (int threads = 1; threads <= 3; ++threads)
+    for (int n : sizes)
+      for (char uplo : {'L', 'U'}) {
+        check_cholesky<zc>(uplo, n, threads, seed++, 0, false);
+        if (n <= 300) check_cholesky<cc>(uplo, n, threads, seed++, 0, false);
+      }
+}
+
+TEST(DensePotrf, ComplexNotPositiveDefiniteNamesTheColumn) {
+  allow_four_threads();
+  unsigned seed = 600;
+  // In the first block, on a block edge and inside a later block, on the
+  // recursive form and in the wave.
+  for (int threads = 1; threads <= 2; ++threads)
+    for (int bad : {1, 25, 129, 290})
+      for (char uplo : {'L', 'U'}) {
+        check_cholesky<zc>(uplo, 300, threads, seed++, bad, false);
+        check_cholesky<cc>(uplo, 300, threads, seed++, bad, false);
+      }
+}
+
+// The interface finds the installed routines at run time: without the
+// switch its results are those of the installed library to the bit, with it
+// those of the library's own.
+TEST(DenseInterface, TheSwitchChoosesBetweenTheInstalledAndTheOwnRoutines) {
+  vekd::dense_thread_limit(1);
+  const int n = 300, lda = n + 1;
+  const auto spd = spd_matrix<zc>(n, lda, 700, 0);
+  const auto lu = lu_matrix<double>(n, n, lda, 701, false);
+  for (int own : {0, 1}) {
+    vekd::use_own_level3(own);
+    auto a = spd, ref = spd;
+    int info = -1, info_ref = -1;
+    vekd::potrf<zc>("U", &n, a.data(), &lda, &info);
+    if (own) vekd::zpotrf("U", &n, ref.data(), &lda, &info_ref, 1);
+    else zpotrf_("U", &n, ref.data(), &lda, &info_ref, 1);
+    EXPECT_EQ(0, info);
+    EXPECT_EQ(0, info_ref);
+    EXPECT_TRUE(a == ref) << "potrf, own " << own;
+    auto b = lu, bref = lu;
+    std::vector<int> ipiv(n), ipiv_ref(n);
+    vekd::getrf<double>(&n, &n, b.data(), &lda, ipiv.data(), &info);
+    if (own) vekd::dgetrf(&n, &n, bref.data(), &lda, ipiv_ref.data(), &info_ref);
+    else dgetrf_(&n, &n, bref.data(), &lda, ipiv_ref.data(), &info_ref);
+    EXPECT_TRUE(b == bref && ipiv == ipiv_ref) << "getrf, own " << own;
+  }
+  vekd::use_own_level3(0);
 }
 
 TEST(DensePotf2, AllPrecisionsMatchInstalledLapack) {

@@ -236,25 +236,28 @@ TEST(DenseTrsm, AlphaZeroClearsWithoutReadingTheTriangle) {
 
 namespace {
 
-template <class T>
+// The rank-k updates: the symmetric one (S = T, transposing letter T) and
+// the Hermitian one (S real, letter C).
+template <class T, class S = T>
 void check_updates(void (*ours)(const char *, const char *, const int *, const int *,
-                                const T *, const T *, const int *, const T *, T *,
+                                const S *, const T *, const int *, const S *, T *,
                                 const int *, std::size_t, std::size_t),
                    void (*theirs)(const char *, const char *, const int *, const int *,
-                                  const T *, const T *, const int *, const T *, T *,
-                                  const int *, std::size_t, std::size_t)) {
+                                  const S *, const T *, const int *, const S *, T *,
+                                  const int *, std::size_t, std::size_t),
+                   char transposed = 'T') {
   const int shapes[][2] = {{1, 1}, {9, 4}, {16, 33}, {17, 1}, {70, 37}, {150, 300}, {301, 64}};
   unsigned seed = 31;
   for (const auto &sh : shapes) {
     const int n = sh[0], k = sh[1];
     for (char uplo : {'L', 'U'}) {
-      for (char tr : {'N', 'T'}) {
-        for (T beta : {T(0), T(1), T(0.5)}) {
+      for (char tr : {'N', transposed}) {
+        for (S beta : {S(0), S(1), S(0.5)}) {
           const int lda = (tr == 'N' ? n : k) + 1, ldc = n + 2;
           const auto a = random_matrix<T>(std::size_t(lda) * (tr == 'N' ? k : n), seed++);
           auto c = random_matrix<T>(std::size_t(ldc) * n, seed++);
           auto expect = c;
-          const T alpha = T(-1.5);
+          const S alpha = S(-1.5);
           theirs(&uplo, &tr, &n, &k, &alpha, a.data(), &lda, &beta, expect.data(), &ldc, 1, 1);
           ours(&uplo, &tr, &n, &k, &alpha, a.data(), &lda, &beta, c.data(), &ldc, 1, 1);
           // The other triangle and the spare rows are compared too: they
@@ -275,6 +278,16 @@ TEST(DenseSyrk, DoubleOnOneAndTwoThreadsAndSingleMatchInstalledLibrary) {
   vekd::dense_thread_limit(2);
   check_updates<double>(vekd::dsyrk, dsyrk_);
   check_updates<float>(vekd::ssyrk, ssyrk_);
+}
+
+// The diagonal of C comes out real: its imaginary parts, random before,
+// are compared with the installed library's zeros.
+TEST(DenseHerk, ComplexOnOneAndTwoThreadsMatchInstalledLibrary) {
+  vekd::dense_thread_limit(1);
+  check_updates<zc, double>(vekd::zherk, zherk_, 'C');
+  check_updates<cc, float>(vekd::cherk, cherk_, 'C');
+  vekd::dense_thread_limit(2);
+  check_updates<zc, double>(vekd::zherk, zherk_, 'C');
 }
 
 TEST(DenseSyrk, ZeroFactorsScaleTheTriangleOnly) {

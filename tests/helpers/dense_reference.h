@@ -33,6 +33,12 @@ void dsyrk_(const char *, const char *, const int *, const int *, const double *
 void ssyrk_(const char *, const char *, const int *, const int *, const float *,
             const float *, const int *, const float *, float *, const int *, std::size_t,
             std::size_t);
+void zherk_(const char *, const char *, const int *, const int *, const double *,
+            const zc *, const int *, const double *, zc *, const int *, std::size_t,
+            std::size_t);
+void cherk_(const char *, const char *, const int *, const int *, const float *,
+            const cc *, const int *, const float *, cc *, const int *, std::size_t,
+            std::size_t);
 }
 
 template <class T>
