@@ -98,8 +98,10 @@ void usage(FILE *f) {
       "                the mode apply)\n"
       "  --match M     weighted matching and scaling off (0) or on (1), through\n"
       "                iparam(13) and iparam(11) with the other defaults of the type\n"
-      "  --own-level3  products and triangular solves by the library's own\n"
-      "                level-3 routines instead of the installed BLAS\n"
+      "  --own-level3  products, triangular solves and the factorizations of the\n"
+      "                diagonal blocks by the library's own routines instead of\n"
+      "                the installed BLAS and LAPACK\n"
+      "  --installed-level3  the installed ones (the default)\n"
       "  --dgemm N     first measure the dense product rate (N x N, the same\n"
       "                threads) and print it as a comment line\n"
       "  --steps       print the analysis time by step (comment lines \"# steps\")\n"
@@ -395,7 +397,7 @@ void print_metis_ref(const std::string &name, const vekio::sparse &A, int mtype,
 
 }  // namespace
 
-// Rate of the installed dense product C := C - A B on order n, best of
+// Rate of the solver's dense product C := C - A B on order n, best of
 // three, in GFlop/s.
 double dgemm_rate(int n, int threads) {
   std::vector<double> a(static_cast<std::size_t>(n) * n), b(a.size()), c(a.size(), 0.0);
@@ -458,6 +460,7 @@ int main(int argc, char **argv) {
     else if (arg == "--steps") opt.steps = true;
     else if (arg == "--metis-ref") opt.metis_ref = true;
     else if (arg == "--own-level3") vekd::use_own_level3(1);
+    else if (arg == "--installed-level3") vekd::use_own_level3(0);
     else if (arg == "-h" || arg == "--help") { usage(stdout); return 0; }
     else if (!arg.empty() && arg[0] == '-') {
       std::fprintf(stderr, "vek-bench: unknown option %s\n", arg.c_str());

@@ -67,6 +67,8 @@ inline void panel_step(const T *__restrict src, int w, T *__restrict dst, T alph
   if (w == R && !conj) {
     if (unit) {
       for (int i = 0; i < R; ++i) dst[i] = src[i];
+    } else if (alpha == T(-1)) {  // the updates of the factorizations
+      for (int i = 0; i < R; ++i) dst[i] = -src[i];
     } else {
       for (int i = 0; i < R; ++i) dst[i] = V::mul(alpha, src[i]);
     }

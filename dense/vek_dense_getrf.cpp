@@ -23,8 +23,19 @@ int ilaenv(int ispec, const char *name, char opt, int n1, int n2, int n3, int n4
   return vek_serv_ilaenv(&ispec, name, &opt, &n1, &n2, &n3, &n4, 6, 1);
 }
 
+namespace {
+// Calls of the factorizations under way for the solver, whose own progress
+// is what its caller's hook sees.
+int progress_muted = 0;
+}  // namespace
+
 int progress(int thread, int step, const char *name) {
+  if (__atomic_load_n(&progress_muted, __ATOMIC_RELAXED) > 0) return 0;
   return vek_serv_progress(&thread, &step, name, 6);
+}
+
+void mute_progress(int on) {
+  __atomic_add_fetch(&progress_muted, on ? 1 : -1, __ATOMIC_RELAXED);
 }
 
 namespace {

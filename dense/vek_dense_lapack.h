@@ -151,6 +151,10 @@ int ilaenv(int ispec, const char *name, char opt, int n1, int n2, int n3, int n4
 
 // The progress hook with a routine name; nonzero asks to stop.
 int progress(int thread, int step, const char *name);
+// The factorizations' calls of the hook are left out while a mute (on 1)
+// is not taken back (on 0): the solver's dense interface mutes them, since
+// its caller follows the solver's own progress.
+void mute_progress(int on);
 
 // The serial LU of a block, recursive (vek_dense_getrf.cpp): the result is
 // nonzero when the progress hook asked to stop; offset is the number of

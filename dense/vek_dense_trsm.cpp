@@ -3,8 +3,9 @@
 // The variant of a processor type solves recursively: the triangle is cut
 // in two, one half solved, the other half's right-hand sides updated by the
 // whole product of the same type, and the other half solved. The product
-// does nearly all the work; the leaves, triangles of at most 16 rows, are
-// solved by substitution. The columns of B (side L) or its rows (side R)
+// does nearly all the work; the leaves, triangles of at most 32 rows, are
+// solved by substitution (not by their inverses, which lose accuracy on
+// ill-conditioned triangles). The columns of B (side L) or its rows (side R)
 // are independent, so the variant works on chunks of them, small enough
 // for the chunk to stay in the cache through the recursion. The frame splits
 // the same dimension among threads.
@@ -21,8 +22,6 @@ namespace {
 
 const int VEK_TRSM_LEAF = 32;
 const int VEK_TRSM_CHUNK = 1024;
-// Leaves with both sides at least this go through the inverse.
-const int VEK_TRSM_BY_INVERSE = 8;
 
 template <class T>
 T conj_value(T x) { return x; }
@@ -48,12 +47,13 @@ struct tri {
 };
 
 // A leaf triangle copied out: op(A)(r, i) at t[r + i*VEK_TRSM_LEAF], the
-// reciprocals of the diagonal (ones for a unit diagonal) in d.
+// diagonal (ones for a unit diagonal) in d. The solves divide by it, as a
+// substitution should: a product with the reciprocal rounds twice.
 template <class T>
 void copy_leaf(const tri<T> &t, int m, T *l, T *d) {
   for (int i = 0; i < m; ++i) {
     for (int r = 0; r < m; ++r) l[r + i * VEK_TRSM_LEAF] = t.at(r, i);
-    d[i] = t.unit ? T(1) : T(1) / t.at(i, i);
+    d[i] = t.unit ? T(1) : t.at(i, i);
   }
 }
 
@@ -66,14 +66,14 @@ void left_leaf(const tri<T> &t, bool forward, int m, int n, T *b, int ldb) {
     T *x = b + static_cast<std::ptrdiff_t>(j) * ldb;
     if (forward) {
       for (int i = 0; i < m; ++i) {
-        const T xi = x[i] * d[i];
+        const T xi = x[i] / d[i];
         x[i] = xi;
         const T *li = l + i * VEK_TRSM_LEAF;
         for (int r = i + 1; r < m; ++r) x[r] -= li[r] * xi;
       }
     } else {
       for (int i = m - 1; i >= 0; --i) {
-        const T xi = x[i] * d[i];
+        const T xi = x[i] / d[i];
         x[i] = xi;
         const T *li = l + i * VEK_TRSM_LEAF;
         for (int r = 0; r < i; ++r) x[r] -= li[r] * xi;
@@ -98,78 +98,7 @@ void right_leaf(const tri<T> &t, bool forward, int m, int n, T *b, int ldb) {
     }
     if (!t.unit) {
       const T dj = d[j];
-      for (int i = 0; i < m; ++i) xj[i] *= dj;
-    }
-  }
-}
-
-// A leaf by its inverse: inv(op(A)) is formed by substitution on the unit
-// matrix, and B becomes inv(op(A)) B (side L) or B inv(op(A)) (side R) by
-// the micro-kernel of the type, the operand taken from B packed first, so
-// that the result may overwrite it. Twice the operations of substitution,
-// but at the speed of the product.
-template <class T>
-void leaf_by_inverse(const kernel_set<T> &s, const tri<T> &t, bool lower, bool left, int m,
-                     int n, T *b, int ldb) {
-  const int order = left ? m : n;
-  const int mr = s.mr, nr = s.nr;
-  alignas(64) T inv[VEK_TRSM_LEAF * VEK_TRSM_LEAF];
-  for (int j = 0; j < order; ++j)
-    for (int i = 0; i < order; ++i) inv[i + j * VEK_TRSM_LEAF] = i == j ? T(1) : T(0);
-  left_leaf(t, lower, order, order, inv, VEK_TRSM_LEAF);
-  // The inverse packed once (as A for side L, as B for side R), the strips
-  // of B one at a time.
-  alignas(64) T fixed[(VEK_TRSM_LEAF + VEK_MAX_MR) * VEK_TRSM_LEAF];
-  alignas(64) T strip[VEK_MAX_MR * VEK_TRSM_LEAF];
-  alignas(64) T tile[VEK_MAX_MR * VEK_MAX_NR];
-  const int k = order;
-  if (left) {
-    for (int q = 0; q * mr < m; ++q)
-      for (int p = 0; p < k; ++p)
-        for (int r = 0; r < mr; ++r) {
-          const int i = q * mr + r;
-          fixed[q * mr * k + p * mr + r] = i < m ? inv[i + p * VEK_TRSM_LEAF] : T(0);
-        }
-    for (int j0 = 0; j0 < n; j0 += nr) {
-      const int nn = std::min(nr, n - j0);
-      for (int p = 0; p < k; ++p)
-        for (int c = 0; c < nr; ++c)
-          strip[p * nr + c] = c < nn ? b[p + static_cast<std::ptrdiff_t>(j0 + c) * ldb] : T(0);
-      for (int q = 0; q * mr < m; ++q) {
-        const int mm = std::min(mr, m - q * mr);
-        T *c = b + q * mr + static_cast<std::ptrdiff_t>(j0) * ldb;
-        if (mm == mr && nn == nr) {
-          s.kernel(k, fixed + q * mr * k, strip, c, ldb, 0);
-          continue;
-        }
-        s.kernel(k, fixed + q * mr * k, strip, tile, mr, 0);
-        for (int jj = 0; jj < nn; ++jj)
-          for (int ii = 0; ii < mm; ++ii) c[ii + static_cast<std::ptrdiff_t>(jj) * ldb] = tile[ii + jj * mr];
-      }
-    }
-    return;
-  }
-  for (int q = 0; q * nr < n; ++q)
-    for (int p = 0; p < k; ++p)
-      for (int c = 0; c < nr; ++c) {
-        const int j = q * nr + c;
-        fixed[q * nr * k + p * nr + c] = j < n ? inv[p + j * VEK_TRSM_LEAF] : T(0);
-      }
-  for (int i0 = 0; i0 < m; i0 += mr) {
-    const int mm = std::min(mr, m - i0);
-    for (int p = 0; p < k; ++p)
-      for (int r = 0; r < mr; ++r)
-        strip[p * mr + r] = r < mm ? b[i0 + r + static_cast<std::ptrdiff_t>(p) * ldb] : T(0);
-    for (int q = 0; q * nr < n; ++q) {
-      const int nn = std::min(nr, n - q * nr);
-      T *c = b + i0 + static_cast<std::ptrdiff_t>(q) * nr * ldb;
-      if (mm == mr && nn == nr) {
-        s.kernel(k, strip, fixed + q * nr * k, c, ldb, 0);
-        continue;
-      }
-      s.kernel(k, strip, fixed + q * nr * k, tile, mr, 0);
-      for (int jj = 0; jj < nn; ++jj)
-        for (int ii = 0; ii < mm; ++ii) c[ii + static_cast<std::ptrdiff_t>(jj) * ldb] = tile[ii + jj * mr];
+      for (int i = 0; i < m; ++i) xj[i] /= dj;
     }
   }
 }
@@ -187,10 +116,7 @@ template <class T>
 void left_rec(const kernel_set<T> &s, char transa, const tri<T> &t, bool forward, int m,
               int n, T *b, int ldb) {
   if (m <= VEK_TRSM_LEAF) {
-    if (m >= VEK_TRSM_BY_INVERSE && n >= VEK_TRSM_BY_INVERSE)
-      leaf_by_inverse(s, t, forward, true, m, n, b, ldb);
-    else
-      left_leaf(t, forward, m, n, b, ldb);
+    left_leaf(t, forward, m, n, b, ldb);
     return;
   }
   const int m1 = std::max(VEK_TRSM_LEAF, (m / 2) / VEK_TRSM_LEAF * VEK_TRSM_LEAF);
@@ -211,11 +137,7 @@ template <class T>
 void right_rec(const kernel_set<T> &s, char transa, const tri<T> &t, bool forward, int m,
                int n, T *b, int ldb) {
   if (n <= VEK_TRSM_LEAF) {
-    // forward: op(A) upper, whose inverse comes from the backward substitution.
-    if (m >= VEK_TRSM_BY_INVERSE && n >= VEK_TRSM_BY_INVERSE)
-      leaf_by_inverse(s, t, !forward, false, m, n, b, ldb);
-    else
-      right_leaf(t, forward, m, n, b, ldb);
+    right_leaf(t, forward, m, n, b, ldb);
     return;
   }
   const int n1 = std::max(VEK_TRSM_LEAF, (n / 2) / VEK_TRSM_LEAF * VEK_TRSM_LEAF);

@@ -7,10 +7,14 @@
 #ifndef TELMIRA_BLKL_STEP_H
 #define TELMIRA_BLKL_STEP_H
 
+#include <cmath>
+#include <complex>
+
 #include "dense/vek_dense.h"
 #include "scalar_kind.h"
 #include "sweep_frame.h"
 #include "telmira_scatter.h"
+#include "telmira_storage.h"
 
 namespace tlm {
 
@@ -62,7 +66,12 @@ template <class T> struct chol_step {
     else
       vekd::potrf<T>("L", &t.ncols, blk, &t.nrows, &info);
     if (info != 0) {
-      *error = info > 0 ? perm[t.fstcol + info - 2] : -1;
+      // A pivot that is not a number comes from NaN or infinite values in A
+      // (or an overflow): no column of A is to blame.
+      const T d = info > 0 ? blk[(info - 1) + static_cast<long>(info - 1) * t.nrows] : T(0);
+      *error = info < 0 ? -1
+               : std::isnan(std::real(d)) ? ST_NONFINITE_PIVOT
+                                          : perm[t.fstcol + info - 2];
       return;
     }
     if (t.ncols < t.nrows) {
