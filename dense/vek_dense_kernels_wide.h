@@ -2,7 +2,7 @@
 // of the compiler's vector extension, for register files of any width.
 //
 // The routines below use nothing but the extension's arithmetic, loads and
-// stores through memcpy, and one lane shuffle, so the instructions they
+// stores through memcpy, and lane access, so the instructions they
 // become are chosen by the target of the function that inlines them: the
 // AVX-512 kernels (vek_dense_kernels_avx512.cpp) wrap them in a function
 // compiled for AVX-512F, where a vector of eight doubles is one register.
@@ -80,11 +80,13 @@ VEK_WIDE_INLINE void wide_real_kernel(int k, const R *a, const R *b, R *c,
 }
 
 // The lane pattern that swaps the real and imaginary parts of each pair.
+// By lanes, which every compiler of the vector extension takes (it runs
+// once per tile, after the loop).
 template <class V, class I, int W>
 VEK_WIDE_INLINE void swap_pairs(V &x) {
-  I mask;
-  for (int i = 0; i < W; ++i) mask[i] = i ^ 1;
-  x = __builtin_shuffle(x, mask);
+  V y;
+  for (int i = 0; i < W; ++i) y[i] = x[i ^ 1];
+  x = y;
 }
 
 // A complex tile of MV vectors down (MV*W/2 complex rows) by NR columns.
