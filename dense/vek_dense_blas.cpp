@@ -1,7 +1,7 @@
 // vek_dense_blas.cpp - the dense interface: the products, the triangular
-// solves and the factorizations go to the installed BLAS and LAPACK or, on
-// request, to the library's own routines (vek_dense_level3.h,
-// vek_dense_lapack.h); the rest to the installed BLAS and LAPACK (Fortran
+// solves and the factorizations go to the library's own routines
+// (vek_dense_level3.h, vek_dense_lapack.h) or, on request, to the installed
+// BLAS and LAPACK; the rest to the installed BLAS and LAPACK (Fortran
 // calling convention: everything by reference, character arguments
 // followed by their hidden lengths).
 //
@@ -44,14 +44,12 @@ VEK_SYR(d, double) VEK_SYR(s, float) VEK_SYR(z, zc) VEK_SYR(c, cc)
 namespace vekd {
 
 namespace {
-// 1: the products, the triangular solves and the factorizations of the
-// diagonal blocks go to the library's own routines, whose speed follows the
-// processor type and nothing in the environment; 0 (the default): to the
-// installed BLAS and LAPACK where the process has them. The own routines'
-// rounding differs from the installed ones', and a few single precision
-// solves at the edge of their accuracy limit come out on the other side of
-// it; until that is understood the installed routines stay the default.
-int own_level3 = 0;
+// 1 (the default): the products, the triangular solves and the
+// factorizations of the diagonal blocks go to the library's own routines,
+// whose speed follows the processor type and nothing in the environment;
+// 0: to the installed BLAS and LAPACK where the process has them, for
+// comparison.
+int own_level3 = 1;
 
 // The installed routines of one value type, null where the process has none.
 template <class T>

@@ -324,7 +324,7 @@ TEST(DenseInterface, TheSwitchChoosesBetweenTheInstalledAndTheOwnRoutines) {
     else dgetrf_(&n, &n, bref.data(), &lda, ipiv_ref.data(), &info_ref);
     EXPECT_TRUE(b == bref && ipiv == ipiv_ref) << "getrf, own " << own;
   }
-  vekd::use_own_level3(0);
+  vekd::use_own_level3(1);
 }
 
 TEST(DensePotf2, AllPrecisionsMatchInstalledLapack) {
@@ -376,7 +376,7 @@ std::vector<double> solve_with(const vektest::typed_matrix &c, int threads, bool
   vektest::system s(c.m, c.mtype, 2);
   *error = s.call(13);
   *residual = s.residual(s.x);
-  vekd::use_own_level3(0);
+  vekd::use_own_level3(1);
   return s.x;
 }
 
