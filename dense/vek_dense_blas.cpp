@@ -107,8 +107,9 @@ int own_level3_in_use() { return __atomic_load_n(&own_level3, __ATOMIC_RELAXED);
   void gemm<T>(const char *ta, const char *tb, const int *m, const int *n,            \
                const int *k, const T *alpha, const T *a, const int *lda, const T *b,  \
                const int *ldb, const T *beta, T *c, const int *ldc) {                 \
-    const installed<T>::gemm_fn f = installed_routines<T>().gemm;                      \
-    if (f == nullptr || __atomic_load_n(&own_level3, __ATOMIC_RELAXED))                \
+    const installed<T>::gemm_fn f =                                                    \
+        own_level3_in_use() ? nullptr : installed_routines<T>().gemm;                         \
+    if (f == nullptr)                                                                  \
       P##gemm(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);             \
     else                                                                               \
       f(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);                   \
@@ -117,16 +118,18 @@ int own_level3_in_use() { return __atomic_load_n(&own_level3, __ATOMIC_RELAXED);
   void trsm<T>(const char *side, const char *uplo, const char *ta, const char *diag,  \
                const int *m, const int *n, const T *alpha, const T *a, const int *lda, \
                T *b, const int *ldb) {                                                 \
-    const installed<T>::trsm_fn f = installed_routines<T>().trsm;                      \
-    if (f == nullptr || __atomic_load_n(&own_level3, __ATOMIC_RELAXED))                \
+    const installed<T>::trsm_fn f =                                                    \
+        own_level3_in_use() ? nullptr : installed_routines<T>().trsm;                         \
+    if (f == nullptr)                                                                  \
       P##trsm(side, uplo, ta, diag, m, n, alpha, a, lda, b, ldb, 1, 1, 1, 1);          \
     else                                                                               \
       f(side, uplo, ta, diag, m, n, alpha, a, lda, b, ldb, 1, 1, 1, 1);                \
   }                                                                                    \
   template <>                                                                          \
   void potrf<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
-    const installed<T>::cholesky_fn f = installed_routines<T>().potrf;                 \
-    if (f == nullptr || __atomic_load_n(&own_level3, __ATOMIC_RELAXED)) {              \
+    const installed<T>::cholesky_fn f =                                                \
+        own_level3_in_use() ? nullptr : installed_routines<T>().potrf;                        \
+    if (f == nullptr) {                                                                \
       mute_progress(1);                                                                \
       P##potrf(uplo, n, a, lda, info, 1);                                              \
       mute_progress(0);                                                                \
@@ -136,8 +139,9 @@ int own_level3_in_use() { return __atomic_load_n(&own_level3, __ATOMIC_RELAXED);
   }                                                                                    \
   template <>                                                                          \
   void potf2<T>(const char *uplo, const int *n, T *a, const int *lda, int *info) {    \
-    const installed<T>::cholesky_fn f = installed_routines<T>().potf2;                 \
-    if (f == nullptr || __atomic_load_n(&own_level3, __ATOMIC_RELAXED)) {              \
+    const installed<T>::cholesky_fn f =                                                \
+        own_level3_in_use() ? nullptr : installed_routines<T>().potf2;                        \
+    if (f == nullptr) {                                                                \
       mute_progress(1);                                                                \
       P##potf2(uplo, n, a, lda, info, 1);                                              \
       mute_progress(0);                                                                \
@@ -148,8 +152,9 @@ int own_level3_in_use() { return __atomic_load_n(&own_level3, __ATOMIC_RELAXED);
   template <>                                                                          \
   void getrf<T>(const int *m, const int *n, T *a, const int *lda, int *ipiv,          \
                 int *info) {                                                           \
-    const installed<T>::getrf_fn f = installed_routines<T>().getrf;                    \
-    if (f == nullptr || __atomic_load_n(&own_level3, __ATOMIC_RELAXED)) {              \
+    const installed<T>::getrf_fn f =                                                   \
+        own_level3_in_use() ? nullptr : installed_routines<T>().getrf;                        \
+    if (f == nullptr) {                                                                \
       mute_progress(1);                                                                \
       P##getrf(m, n, a, lda, ipiv, info);                                              \
       mute_progress(0);                                                                \
