@@ -74,6 +74,16 @@ inline void panel_step(const T *__restrict src, int w, T *__restrict dst, T alph
     }
     return;
   }
+  if (w == R) {  // conjugated: the Hermitian updates
+    if (unit) {
+      for (int i = 0; i < R; ++i) dst[i] = V::conj(src[i]);
+    } else if (alpha == T(-1)) {
+      for (int i = 0; i < R; ++i) dst[i] = -V::conj(src[i]);
+    } else {
+      for (int i = 0; i < R; ++i) dst[i] = V::mul(alpha, V::conj(src[i]));
+    }
+    return;
+  }
   for (int i = 0; i < w; ++i) {
     T v = conj ? V::conj(src[i]) : src[i];
     dst[i] = unit ? v : V::mul(alpha, v);
