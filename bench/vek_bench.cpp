@@ -34,6 +34,7 @@ struct options {
   bool single = false;
   int match = -1;  // -1: the type's default; 0 or 1: iparam(13) and iparam(11)
   int ooc = 0;     // iparam(60): 0 in core, 1 by memory, 2 factors in files
+  int order = -1;  // iparam(2): -1 the default (2), else 0 to 3
   bool steps = false;      // the analysis by step
   bool metis_ref = false;  // a plain METIS_NodeND order beside ours
   std::vector<std::string> names;
@@ -96,6 +97,9 @@ void usage(FILE *f) {
       "  --ooc M       iparam(60): 0 in core, 1 by memory, 2 factors in files\n"
       "                (VEK_TELMIRA_OOC_MAX_CORE_SIZE and the other variables of\n"
       "                the mode apply)\n"
+      "  --order M     iparam(2), the ordering: 0 minimum degree, 1 minimum degree\n"
+      "                over domains, 2 nested dissection on one thread (the\n"
+      "                default), 3 nested dissection on the run's threads\n"
       "  --match M     weighted matching and scaling off (0) or on (1), through\n"
       "                iparam(13) and iparam(11) with the other defaults of the type\n"
       "  --own-level3  products, triangular solves and the factorizations of the\n"
@@ -212,11 +216,11 @@ outcome run(const vekio::sparse &A, int mtype, const options &opt,
     intptr_t handle[TELMIRA_HANDLE_WORDS] = {0};
     int iparam[TELMIRA_IPARAM_WORDS] = {0};
     iparam[0] = 0;    // iparam(1): defaults filled at the analysis
-    if (opt.match >= 0 || opt.ooc != 0) {
+    if (opt.match >= 0 || opt.ooc != 0 || opt.order >= 0) {
       // The caller's values: the defaults of the type, with the matching
-      // and the scaling as asked, and the storage mode.
+      // and the scaling, the storage mode and the ordering as asked.
       iparam[0] = 1;
-      iparam[1] = 2;
+      iparam[1] = opt.order >= 0 ? opt.order : 2;
       const bool unsym = mtype == 11 || mtype == 13;
       const bool indef = mtype == -2 || mtype == -4 || mtype == 6;
       iparam[9] = unsym || mtype == 1 || mtype == 3 ? 13 : (indef ? 8 : 0);
@@ -446,6 +450,13 @@ int main(int argc, char **argv) {
       value(opt.match, 0);
       if (opt.match > 1) {
         std::fprintf(stderr, "vek-bench: --match must be 0 or 1\n");
+        return 2;
+      }
+    }
+    else if (arg == "--order") {
+      value(opt.order, 0);
+      if (opt.order > 3) {
+        std::fprintf(stderr, "vek-bench: --order must be 0, 1, 2 or 3\n");
         return 2;
       }
     }

@@ -1,7 +1,10 @@
 // vek_bench_ordering - fill, operation count and time of each ordering
 // method against the graph partitioner's own nested dissection.
 //
-// Usage: vek-bench-ordering [matrix ...]
+// Usage: vek-bench-ordering [--methods LIST] [--reps R] [matrix ...]
+//   --methods  the methods to run, e.g. "2,3" (default 0,1,2,3; the
+//              reference always runs, as the measure of the others)
+//   --reps     runs per timing, the best counts (default 3)
 //   a generated matrix is "lap2d:N" or "lap3d:N"; a name is a Matrix Market file of the
 //   shared collection (without ".mtx"), or a path to one. Unsymmetric
 //   patterns are symmetrised as A + A^T.
@@ -14,6 +17,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -144,7 +148,19 @@ result run_method(graph &g, int method) {
 
 int main(int argc, char **argv) {
   std::vector<std::string> names;
-  for (int i = 1; i < argc; ++i) names.push_back(argv[i]);
+  bool run[4] = {true, true, true, true};
+  int reps = 3;
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "--methods" && i + 1 < argc) {
+      const std::string list = argv[++i];
+      for (int m = 0; m < 4; ++m) run[m] = list.find(static_cast<char>('0' + m)) != std::string::npos;
+    } else if (a == "--reps" && i + 1 < argc) {
+      reps = std::max(1, std::atoi(argv[++i]));
+    } else {
+      names.push_back(a);
+    }
+  }
   if (names.empty())
     names = {"lap2d:300", "lap3d:30", "bcsstk13", "zenios", "dwt_992",
              "watt_2",    "cryg2500", "lap3d:40"};
@@ -153,17 +169,18 @@ int main(int argc, char **argv) {
   for (const std::string &name : names) {
     graph g;
     if (!load(name, g)) return 1;
-    // Each timing is the best of three runs, against the noise of a shared
-    // machine; the fill is the same in every run.
+    // Each timing is the best of several runs, against the noise of a
+    // shared machine; the fill is the same in every run.
     result ref = run_reference(g);
-    for (int rep = 1; rep < 3; ++rep)
+    for (int rep = 1; rep < reps; ++rep)
       ref.seconds = std::min(ref.seconds, run_reference(g).seconds);
     std::printf("%-10s %7d %6s %12.0f %10.3e %9.4f %6.3f %6.2f\n",
                 name.c_str(), g.n, "ref", ref.nnzl, ref.ops, ref.seconds,
                 1.0, 1.0);
     for (int method = 0; method <= 3; ++method) {
+      if (!run[method]) continue;
       result r = run_method(g, method);
-      for (int rep = 1; rep < 3; ++rep)
+      for (int rep = 1; rep < reps; ++rep)
         r.seconds = std::min(r.seconds, run_method(g, method).seconds);
       std::printf("%-10s %7d %6d %12.0f %10.3e %9.4f %6.3f %6.2f\n",
                   name.c_str(), g.n, method, r.nnzl, r.ops, r.seconds,

@@ -411,13 +411,103 @@ TEST(OrderingConcurrency, TwoAnalysesAtOnceGiveTheSerialOrders) {
       EXPECT_EQ(d, alone2) << "method " << method << " round " << round;
     }
   }
-  // The dissection's order does not depend on the threads that make it.
+  // The parallel form's order does not depend on how many threads make it.
   graph g = graph_of(vekio::lap2d(70));
-  ivec perm1, invp1, parts1, perm2, invp2, parts2;
-  dissect(g, 1, 8, perm1, invp1, parts1);
+  ivec perm2, invp2, parts2, perm3, invp3, parts3;
   dissect(g, 2, 8, perm2, invp2, parts2);
-  EXPECT_EQ(perm1, perm2);
-  EXPECT_EQ(parts1, parts2);
+  dissect(g, 3, 8, perm3, invp3, parts3);
+  EXPECT_EQ(perm2, perm3);
+  EXPECT_EQ(parts2, parts3);
+}
+
+// --- Node bisection -------------------------------------------------------
+
+struct cut_result {
+  ivec where;
+  long weight[3] = {0, 0, 0};
+};
+
+// Bisects a one-based test graph (zero-based inside) and checks that no
+// edge joins the two sides.
+cut_result bisect(const graph &g, const ivec &vwgt, int runs, int threads) {
+  ivec x(g.xadj), a(g.adjncy.begin(), g.adjncy.begin() + (g.xadj[g.n] - 1));
+  for (int &v : x) --v;
+  for (int &v : a) --v;
+  cut_result r;
+  r.where.assign(g.n, -1);
+  EXPECT_EQ(node_bisection(g.n, x.data(), a.data(), vwgt.empty() ? nullptr : vwgt.data(), 400,
+                           4321, runs, threads, r.where.data()),
+            0);
+  for (int v = 0; v < g.n; ++v) {
+    EXPECT_TRUE(r.where[v] >= 0 && r.where[v] <= 2) << v;
+    r.weight[r.where[v]] += vwgt.empty() ? 1 : vwgt[v];
+    for (int p = x[v]; p < x[v + 1]; ++p)
+      EXPECT_FALSE(r.where[v] + r.where[a[p]] == 1) << "edge " << v << "-" << a[p] << " is cut";
+  }
+  return r;
+}
+
+graph two_grids(int k) {
+  edge_list e;
+  for (int part = 0; part < 2; ++part)
+    for (int i = 0; i < k; ++i)
+      for (int j = 0; j < k; ++j) {
+        const int v = 1 + part * k * k + i * k + j;
+        if (j + 1 < k) e.push_back({v, v + 1});
+        if (i + 1 < k) e.push_back({v, v + k});
+      }
+  return from_edges(2 * k * k, e);
+}
+
+TEST(OrderingBisection, SeparatorsAreSmallWithinTheBalanceAndTheSameOnAnyThreads) {
+  // Grids: the separator is near the side of the square or the face of the
+  // cube (a corner-cutting one is allowed: smaller, sides within 0.7).
+  const graph grid = graph_of(vekio::lap2d(40)), cube = graph_of(vekio::lap3d(12));
+  for (int runs : {1, 3}) {
+    const cut_result g2 = bisect(grid, {}, runs, 1), g3 = bisect(cube, {}, runs, 1);
+    EXPECT_LE(g2.weight[2], 44) << "runs " << runs;
+    EXPECT_LE(g3.weight[2], 160) << "runs " << runs;
+    for (const cut_result *r : {&g2, &g3}) {
+      const long total = r->weight[0] + r->weight[1] + r->weight[2];
+      EXPECT_LE(std::max(r->weight[0], r->weight[1]), 0.7 * total);
+      EXPECT_GT(std::min(r->weight[0], r->weight[1]), 0);
+    }
+  }
+  // Two components: a cut between them costs nothing.
+  EXPECT_EQ(bisect(two_grids(12), {}, 1, 1).weight[2], 0);
+  // Weighted vertices (as after compression): the balance is by weight.
+  const graph cube8 = graph_of(vekio::lap3d(8));
+  ivec vwgt(cube8.n);
+  for (int v = 0; v < cube8.n; ++v) vwgt[v] = 1 + (v * 7919) % 5;
+  const cut_result w = bisect(cube8, vwgt, 3, 1);
+  const long total = w.weight[0] + w.weight[1] + w.weight[2];
+  EXPECT_LE(std::max(w.weight[0], w.weight[1]), 0.7 * total);
+  EXPECT_LE(w.weight[2], 0.2 * total);
+  // The cuts that run in threads, and calls that run at the same time,
+  // give what one thread gives.
+  const ivec alone = bisect(grid, {}, 3, 1).where;
+  EXPECT_EQ(bisect(grid, {}, 3, 2).where, alone);
+  ivec a, b;
+  std::thread t1([&] { a = bisect(grid, {}, 3, 2).where; });
+  std::thread t2([&] { b = bisect(grid, {}, 3, 1).where; });
+  t1.join();
+  t2.join();
+  EXPECT_EQ(a, alone);
+  EXPECT_EQ(b, alone);
+}
+
+TEST(OrderingBisection, ParallelDissectionFillIsNearTheReference) {
+  for (const char *name : {"bcsstk13", "lap3d:16"}) {
+    vekio::sparse m;
+    if (name[0] == 'l') m = vekio::lap3d(16);
+    else ASSERT_TRUE(vektest::load(name, m));
+    graph g = graph_of(m);
+    ivec perm, invp, parts, rperm, rinvp;
+    const int np = dissect(g, 2, 8, perm, invp, parts);
+    expect_independent_parts(g, invp, parts, np);
+    vektest::metis_order(g, rperm, rinvp);
+    EXPECT_LE(fill_of(g, perm, invp), 1.05 * fill_of(g, rperm, rinvp)) << name;
+  }
 }
 
 }  // namespace

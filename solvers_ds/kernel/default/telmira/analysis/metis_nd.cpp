@@ -2,10 +2,12 @@
 // independent parts it leaves, and the pruning of dense rows and the
 // compression of indistinguishable vertices in front of it.
 //
-// The graph partitioner is reached through its public entries only: each
-// bisection is one METIS_ComputeVertexSeparator call (its multilevel node
-// bisection). The recursion, the split into left and right graphs, the
-// leaf ordering (our genmmd), the pruning and the compression are ours.
+// On one thread each bisection is one METIS_ComputeVertexSeparator call
+// (the partitioner's multilevel node bisection, reached through its public
+// entry). The parallel form (more than one thread) bisects with our own
+// node_bisection, which can run in several threads at once; the
+// partitioner cannot. The recursion, the split into left and right graphs,
+// the leaf ordering (our genmmd), the pruning and the compression are ours.
 // Inside this unit graphs are zero-based, as the partitioner takes them.
 
 #include "analysis_profile.h"
@@ -40,6 +42,8 @@ struct nd_control {
   int status;   // 0, or -2 once a bisection or an allocation failed
   int npairs;   // pairs of sizes: 2 W
   int even_depths;  // bisections above this depth keep their sides within 1.1
+  bool own;     // bisections by our own node bisection (the parallel form)
+  int threads;  // threads of the recursion
   analysis_profile *prof;  // null unless the analysis is timed
 };
 
@@ -100,16 +104,31 @@ void nd_leaf(nd_control *ctrl, const nd_graph *g, int first, int *order) {
 }
 
 // Node bisection: where[i] = 0 left, 1 right, 2 separator. The seed is
-// fixed for every call, so that the order depends on the graph alone. The
-// partitioner keeps state of the whole process behind its calls: two calls
-// at the same time disturb each other's result. Its calls therefore take
-// turns, here and in the domain decomposition (one lock of that name); the
-// other thread meanwhile splits graphs and orders leaves.
-void nd_bisect(nd_control *ctrl, nd_graph *g, int *where, int ufactor) {
+// fixed for every call, so that the order depends on the graph alone.
+//
+// The partitioner library keeps state of the whole process behind its
+// calls: two calls at the same time disturb each other's result. Its calls
+// therefore take turns, here and in the domain decomposition (one lock of
+// that name). The parallel form of the dissection bisects with our own
+// node bisection instead, which keeps its state in the call, so that both
+// threads bisect at once.
+void nd_bisect(nd_control *ctrl, nd_graph *g, int *where, int ufactor, int depth) {
   const int n = g->nvtxs;
   if (g->xadj[n] == 0) {
     // No edges: any split is a separation.
     for (int i = 0; i < n; ++i) where[i] = i < n / 2 ? 0 : 1;
+    return;
+  }
+  if (ctrl->own) {
+    // The separators near the top shape the fill most: there each graph is
+    // cut three times (as often as the separator count asks, if more) and
+    // the best cut kept; the cuts share the threads that wait for the
+    // recursion to reach them.
+    const int runs = std::max(depth < 2 || (depth < 3 && n < 20000) ? 3 : 1, ctrl->nseps);
+    const int threads = depth < 30 ? std::max(1, ctrl->threads >> depth) : 1;
+    if (node_bisection(n, g->xadj, g->adjncy, g->vwgt, ufactor > 0 ? ufactor : 200, 4321, runs,
+                       threads, where) != 0)
+      nd_fail(ctrl);
     return;
   }
   idx_t nvtxs = n, sepsize = 0;
@@ -239,7 +258,7 @@ void nd_recurse(nd_control *ctrl, nd_graph *g, int *order, int lastvtx,
   // that the threads get alike shares of the factorization; below them,
   // and in a plan of many parts shared out as they come, the freer
   // imbalance buys smaller separators.
-  nd_bisect(ctrl, g, where, depth < ctrl->even_depths ? 100 : ctrl->ufactor);
+  nd_bisect(ctrl, g, where, depth < ctrl->even_depths ? 100 : ctrl->ufactor, depth);
   int lv = lastvtx;
   for (int i = n - 1; i >= 0; --i)
     if (where[i] == 2) order[nd_label(g, i)] = --lv;
@@ -463,7 +482,7 @@ void metis_nd(int *n_, int *xadj1, int *adjncy1, int *threads_, int *perm,
   int even = 0;
   if (width < 32)
     while ((1 << even) < width) ++even;
-  nd_control ctrl{1, 400, 0, 2 * width, even, analysis_profile_sink()};
+  nd_control ctrl{1, 400, 0, 2 * width, even, threads > 1, threads, analysis_profile_sink()};
   const double t0 = nd_clock(&ctrl);
   int *order = nd_alloc(&ctrl, n);
   nd_graph g{0, nullptr, nullptr, nullptr, nullptr, true};

@@ -83,11 +83,27 @@ void ddecomp(int *nparts, int *n, int *xadj, int *adjncy, int *perm,
 // separators in pre-order; all one-based. Dense rows (maximum degree at
 // least n/8) are pruned and numbered last; otherwise indistinguishable
 // vertices are compressed. *status: 0, or -2 when a bisection failed or
-// memory ran out (perm and invp are then undefined). The order depends on
-// the graph and the thread count only: two calls at the same time give what
-// each gives alone.
+// memory ran out (perm and invp are then undefined). With one thread the
+// bisections are the graph partitioner's; with more, our own
+// node_bisection, in the threads at once. The order depends on the graph
+// and on whether the threads are one or more, not on how many: two calls
+// at the same time give what each gives alone.
 void metis_nd(int *n, int *xadj, int *adjncy, int *threads, int *perm,
               int *invp, int *nparts, int *parts, int *status);
+
+// Multilevel node bisection of a zero-based graph (no self loops, both
+// directions of each edge): where[i] = 0 or 1 for the two sides, 2 for the
+// separator, no edge joining side 0 to side 1. vwgt: vertex weights, null
+// for 1 each. Each side weighs at most (1 + ufactor/1000)/2 of the whole
+// where the graph allows it. The graph is cut `runs` times (1 to 8), each
+// cut from its own random stream, and the cut with the best ratio of
+// separator weight to the product of the side weights is kept; the cuts
+// run on up to `threads` threads. The result depends on the graph,
+// ufactor, seed and runs only, and the call keeps no state outside itself:
+// threads may bisect at the same time. Returns 0, or -2 when the heap
+// refuses (where is then all 2).
+int node_bisection(int n, const int *xadj, const int *adjncy, const int *vwgt, int ufactor,
+                   int seed, int runs, int threads, int *where);
 
 // --- Driver -----------------------------------------------------------------
 
