@@ -59,7 +59,8 @@ std::vector<alloc_case> cases() {
   return {
       {"type 2", 2, lap, {}},
       {"type 2, minimum degree", 2, lap, {mmd}},
-      {"type 2, parallel dissection", 2, lap, {{2, 3}}},
+      // Large enough for two threads: the parallel form's own bisection.
+      {"type 2, parallel dissection", 2, vekio::lap2d(11), {{2, 3}}},
       {"type 2, caller's permutation", 2, lap, {{5, 1}}},
       {"type 4", 4, vektest::complexify(lap, 0.2, {0.5, 0.0}), {mmd}},
       {"type -2", -2, indef, {mmd}},
