@@ -11,7 +11,8 @@
 #include <cstring>
 
 // Defaults are the C runtime's heap functions. Nothing in the library calls
-// the heap except through these four entries.
+// the heap except through these four entries (the calloc entry only while
+// the table holds the runtime's own functions).
 vek_serv_heap_table vek_serv_heap = {std::malloc, std::calloc,
                                     std::realloc, std::free};
 
@@ -87,6 +88,19 @@ void *vek_serv_calloc(int count, int element_size, int alignment) {
   std::uint32_t bytes =
       static_cast<std::uint32_t>(count) * static_cast<std::uint32_t>(element_size);
   if (bytes == 0) return nullptr;
+  if (vek_serv_heap.malloc_fn == std::malloc && vek_serv_heap.calloc_fn == std::calloc &&
+      vek_serv_heap.free_fn == std::free) {
+    // The C runtime's own heap: its calloc takes large blocks fresh from the
+    // system, already zero, so that their pages are first touched by the
+    // code that uses them rather than by a clearing pass here.
+    std::uintptr_t align =
+        static_cast<std::uintptr_t>(vek_serv_effective_alignment(alignment));
+    void *block = std::calloc(1, align + bytes + VEK_BACK_WORD);
+    if (block == nullptr) return nullptr;
+    void *user = user_of_block(block, align);
+    store_back_pointer(user, block);
+    return user;
+  }
   void *user = vek_serv_malloc(bytes, alignment);
   if (user == nullptr) return nullptr;
   // Whole 32-bit words first, then the last 0 to 3 bytes.

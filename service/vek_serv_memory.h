@@ -7,8 +7,9 @@
 #include <cstdint>
 
 // The four replaceable heap operations. Every heap access of the service goes
-// through this table; tests and hosts may swap the entries (the calloc entry
-// is kept but unused by the service).
+// through this table; tests and hosts may swap the entries. The calloc entry
+// is used only while all four are the C runtime's own; a replaced heap gets
+// its zero-filled blocks through malloc_fn and a clearing pass.
 struct vek_serv_heap_table {
   void *(*malloc_fn)(std::size_t);
   void *(*calloc_fn)(std::size_t, std::size_t);

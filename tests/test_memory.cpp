@@ -123,6 +123,24 @@ TEST_F(BackPointer, SizeZeroAndRefusedHeapGiveNullCallocMultipliesIn32Bits) {
   EXPECT_EQ(nullptr, vek_serv_realloc(nullptr, 64));
 }
 
+TEST(BackPointerRuntimeHeap, CallocOfTheRuntimesHeapIsZeroAlignedAndFreedByTheService) {
+  // With the C runtime's own table the zeroed blocks come from its calloc:
+  // the same layout (back pointer in front, the alignment), all bytes zero,
+  // also for a block large enough to come fresh from the system, and for
+  // one that reuses freed memory that held other bytes.
+  for (int round = 0; round < 2; ++round) {
+    for (int count : {21, 3 << 20}) {
+      unsigned char *p = static_cast<unsigned char *>(vek_serv_calloc(count, 1, 128));
+      ASSERT_NE(nullptr, p);
+      EXPECT_EQ(0u, addr(p) % 128);
+      EXPECT_NE(nullptr, back_pointer(p));
+      for (int i = 0; i < count; ++i) ASSERT_EQ(0, p[i]) << count << " at " << i;
+      std::memset(p, 0xA5, static_cast<std::size_t>(count));  // for the next round
+      vek_serv_free(p);
+    }
+  }
+}
+
 TEST_F(BackPointer, ReallocFromNullMovedOrRefused) {
   EXPECT_EQ(nullptr, vek_serv_realloc(nullptr, 0));
   void *n = vek_serv_realloc(nullptr, 10);  // from null: 128-aligned
