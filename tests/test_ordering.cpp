@@ -473,6 +473,21 @@ TEST(OrderingBisection, SeparatorsAreSmallWithinTheBalanceAndTheSameOnAnyThreads
       EXPECT_GT(std::min(r->weight[0], r->weight[1]), 0);
     }
   }
+  // Dense irregular graphs (as the basis matrices of linear programs give):
+  // a separator of a third of the graph that leaves one side empty is
+  // smaller than any true split, and is no bisection.
+  for (int seed : {1, 2, 3}) {
+    edge_list e;
+    unsigned x = 12345u * seed;
+    for (int v = 2; v <= 300; ++v)
+      for (int k = 0; k < 12; ++k) {
+        x = x * 1103515245u + 12345u;
+        const int u = 1 + static_cast<int>((x >> 8) % static_cast<unsigned>(v - 1));
+        e.push_back({u, v});
+      }
+    const cut_result d = bisect(from_edges(300, e), {}, 1, 1);
+    EXPECT_GT(std::min(d.weight[0], d.weight[1]), 0) << "seed " << seed;
+  }
   // Two components: a cut between them costs nothing.
   EXPECT_EQ(bisect(two_grids(12), {}, 1, 1).weight[2], 0);
   // Weighted vertices (as after compression): the balance is by weight.

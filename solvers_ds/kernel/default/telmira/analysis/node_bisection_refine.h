@@ -109,7 +109,11 @@ struct nb_state {
   long maxpw;    // each side at most this
 };
 
-inline bool nb_feasible(const long *pw, long maxpw) { return pw[0] <= maxpw && pw[1] <= maxpw; }
+// A state within the balance: each side at most maxpw, and neither empty
+// (a separator that leaves one side empty splits nothing, however small).
+inline bool nb_feasible(const long *pw, long maxpw) {
+  return pw[0] <= maxpw && pw[1] <= maxpw && pw[0] > 0 && pw[1] > 0;
+}
 
 // Whether the state pw is better than the best one (bpw): a state within
 // the balance before one outside it, then the lighter separator. With
@@ -119,7 +123,11 @@ inline bool nb_feasible(const long *pw, long maxpw) { return pw[0] <= maxpw && p
 inline bool nb_better(const long *pw, const long *bpw, long maxpw, bool ratio = false) {
   const bool f = nb_feasible(pw, maxpw), bf = nb_feasible(bpw, maxpw);
   if (f != bf) return f;
-  if (!f) return std::max(pw[0], pw[1]) < std::max(bpw[0], bpw[1]);
+  if (!f) {
+    const bool split = pw[0] > 0 && pw[1] > 0, bsplit = bpw[0] > 0 && bpw[1] > 0;
+    if (split != bsplit) return split;
+    return std::max(pw[0], pw[1]) < std::max(bpw[0], bpw[1]);
+  }
   if (ratio) {
     const double a = static_cast<double>(pw[2]) * static_cast<double>(bpw[0]) * static_cast<double>(bpw[1]);
     const double b = static_cast<double>(bpw[2]) * static_cast<double>(pw[0]) * static_cast<double>(pw[1]);
