@@ -130,12 +130,12 @@ result run_method(graph &g, int method) {
                        &nofsub, &ncon, work.data() + 4 * n, &sepflag);
     r.nparts = 1;
   } else {
-    int threads = method == 3 ? 2 : 1, nn = n;
+    int threads = method == 3 ? 2 : 1, nn = n, form = method == 3 ? 1 : 0;
     int nparts = 32;
     while (nparts > 1 && nparts > n) nparts /= 2;
     std::vector<int> parts(4 * nparts + 1024);
     metis_nd(&nn, g.xadj.data(), g.adjncy.data(), &threads, perm.data(),
-             invp.data(), &nparts, parts.data(), &status);
+             invp.data(), &nparts, parts.data(), &status, &form);
     r.nparts = nparts;
   }
   r.seconds = now() - t0;

@@ -54,14 +54,16 @@ void mmd(graph &g, ivec &perm, ivec &invp, int maxint = 2147483647, int ncon = 0
                      &maxint, &nofsub, &ncon, work.data() + 4 * n, &sepflag);
 }
 
-// Nested dissection; parts returned as found (one-based pairs).
-int dissect(graph &g, int threads, int nparts, ivec &perm, ivec &invp, ivec &parts) {
+// Nested dissection (form 0: the partitioner's bisections, 1: the parallel
+// form's own); parts returned as found (one-based pairs).
+int dissect(graph &g, int threads, int nparts, ivec &perm, ivec &invp, ivec &parts,
+            int form = 0) {
   perm.assign(g.n, 0);
   invp.assign(g.n, 0);
   parts.assign(std::max(4 * nparts + 4, 1024), 0);
   int status = 0, n = g.n;
   metis_nd(&n, g.xadj.data(), g.adjncy.data(), &threads, perm.data(), invp.data(), &nparts,
-           parts.data(), &status);
+           parts.data(), &status, &form);
   EXPECT_EQ(status, 0);
   expect_permutation(g.n, perm, invp);
   return nparts;
@@ -411,13 +413,15 @@ TEST(OrderingConcurrency, TwoAnalysesAtOnceGiveTheSerialOrders) {
       EXPECT_EQ(d, alone2) << "method " << method << " round " << round;
     }
   }
-  // The parallel form's order does not depend on how many threads make it.
+  // Neither form's order depends on how many threads make it.
   graph g = graph_of(vekio::lap2d(70));
-  ivec perm2, invp2, parts2, perm3, invp3, parts3;
-  dissect(g, 2, 8, perm2, invp2, parts2);
-  dissect(g, 3, 8, perm3, invp3, parts3);
-  EXPECT_EQ(perm2, perm3);
-  EXPECT_EQ(parts2, parts3);
+  for (int form : {0, 1}) {
+    ivec perm1, invp1, parts1, perm3, invp3, parts3;
+    dissect(g, 1, 8, perm1, invp1, parts1, form);
+    dissect(g, 3, 8, perm3, invp3, parts3, form);
+    EXPECT_EQ(perm1, perm3) << "form " << form;
+    EXPECT_EQ(parts1, parts3) << "form " << form;
+  }
 }
 
 // --- Node bisection -------------------------------------------------------
@@ -518,7 +522,7 @@ TEST(OrderingBisection, ParallelDissectionFillIsNearTheReference) {
     else ASSERT_TRUE(vektest::load(name, m));
     graph g = graph_of(m);
     ivec perm, invp, parts, rperm, rinvp;
-    const int np = dissect(g, 2, 8, perm, invp, parts);
+    const int np = dissect(g, 2, 8, perm, invp, parts, 1);
     expect_independent_parts(g, invp, parts, np);
     vektest::metis_order(g, rperm, rinvp);
     EXPECT_LE(fill_of(g, perm, invp), 1.05 * fill_of(g, rperm, rinvp)) << name;

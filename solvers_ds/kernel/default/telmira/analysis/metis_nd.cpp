@@ -2,11 +2,11 @@
 // independent parts it leaves, and the pruning of dense rows and the
 // compression of indistinguishable vertices in front of it.
 //
-// On one thread each bisection is one METIS_ComputeVertexSeparator call
-// (the partitioner's multilevel node bisection, reached through its public
-// entry). The parallel form (more than one thread) bisects with our own
-// node_bisection, which can run in several threads at once; the
-// partitioner cannot. The recursion, the split into left and right graphs,
+// In the partitioner's form each bisection is one
+// METIS_ComputeVertexSeparator call (its multilevel node bisection,
+// reached through its public entry); the parallel form bisects with our
+// own node_bisection, which can run in several threads at once (the
+// partitioner cannot). The recursion, the split into left and right graphs,
 // the leaf ordering (our genmmd), the pruning and the compression are ours.
 // Inside this unit graphs are zero-based, as the partitioner takes them.
 
@@ -447,7 +447,7 @@ int nd_compress(nd_control *ctrl, int n, const int *xadj, const int *adjncy, nd_
 }  // namespace
 
 void metis_nd(int *n_, int *xadj1, int *adjncy1, int *threads_, int *perm,
-              int *invp, int *nparts_, int *parts, int *status) {
+              int *invp, int *nparts_, int *parts, int *status, int *form) {
   const int n = *n_;
   *status = 0;
   int threads = *threads_ > 0 ? *threads_ : 1;
@@ -484,7 +484,7 @@ void metis_nd(int *n_, int *xadj1, int *adjncy1, int *threads_, int *perm,
   int even = 0;
   if (width < 32)
     while ((1 << even) < width) ++even;
-  nd_control ctrl{1, 400, 0, 2 * width, even, threads > 1, threads, analysis_profile_sink()};
+  nd_control ctrl{1, 400, 0, 2 * width, even, *form != 0, threads, analysis_profile_sink()};
   const double t0 = nd_clock(&ctrl);
   int *order = nd_alloc(&ctrl, n);
   nd_graph g{0, nullptr, nullptr, nullptr, nullptr, true};

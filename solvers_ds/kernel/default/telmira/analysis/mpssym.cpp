@@ -167,7 +167,7 @@ int smat_order_mmd_constrained(const smat<V> *C, perm *Q, int threads) {
 }
 
 template <class V>
-int smat_order_nd(const smat<V> *C, perm *Q, int threads, perm *ddist) {
+int smat_order_nd(const smat<V> *C, perm *Q, int threads, int form, perm *ddist) {
   TLM_ASSERT_TEXT(Q != NULL, "smat", "perm != NULL");
   TLM_ASSERT_TEXT(Q->n == C->m, "smat", "perm->n == A->m");
   TLM_ASSERT(ddist != NULL, "smat");
@@ -191,8 +191,8 @@ int smat_order_nd(const smat<V> *C, perm *Q, int threads, perm *ddist) {
     return 0;
   }
   pint *invp = order + n;
-  int t = threads > 0 ? threads : 1, status = 0;
-  metis_nd(&n, xadj, adjncy, &t, order, invp, &nparts, parts, &status);
+  int t = threads > 0 ? threads : 1, status = 0, f = form;
+  metis_nd(&n, xadj, adjncy, &t, order, invp, &nparts, parts, &status, &f);
   // A dissection that failed (no room for its work, or a bisection that
   // gave up) leaves no order behind.
   if (status != 0) {
@@ -397,7 +397,7 @@ int mpssym_order(const int *n_, pint *ia, pint *ja, const V *a,
     } else if (meth == 1) {
       ok = smat_order_mmd_constrained(C, Q, *threads);
     } else {
-      ok = smat_order_nd(C, Q, meth == 3 ? *threads : 1, &ddist);
+      ok = smat_order_nd(C, Q, meth == 3 ? *threads : 1, meth == 3 ? 1 : 0, &ddist);
       if (ok) {
         *nparts = static_cast<int>(ddist.n >> 1);
         if (*nparts == 0) *nparts = 1;
@@ -473,7 +473,7 @@ int mpssym_order(const int *n_, pint *ia, pint *ja, const V *a,
   template int mpssym_compress<V>(smat<V> *, const bvec *, perm *);            \
   template int smat_order_mmd<V>(const smat<V> *, perm *);                     \
   template int smat_order_mmd_constrained<V>(const smat<V> *, perm *, int);    \
-  template int smat_order_nd<V>(const smat<V> *, perm *, int, perm *);
+  template int smat_order_nd<V>(const smat<V> *, perm *, int, int, perm *);
 
 TLM_MPSSYM_INSTANTIATE(double)
 TLM_MPSSYM_INSTANTIATE(float)

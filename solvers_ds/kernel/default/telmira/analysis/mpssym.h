@@ -73,8 +73,10 @@ int smat_order_mmd_constrained(const smat<V> *C, perm *Q, int threads);
 // count. ddist->p needs room for 2 W entries (W the power of two at or above
 // the requested count), and at least 4. A C of at most 8 rows is not
 // ordered: Q becomes the identity, ddist->p (0, m-1, m, m) and ddist->n 1.
+// form: that of metis_nd (0 the partitioner's bisections, 1 the parallel
+// form's own).
 template <class V>
-int smat_order_nd(const smat<V> *C, perm *Q, int threads, perm *ddist);
+int smat_order_nd(const smat<V> *C, perm *Q, int threads, int form, perm *ddist);
 
 }  // namespace tlm
 

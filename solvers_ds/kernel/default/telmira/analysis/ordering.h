@@ -83,13 +83,14 @@ void ddecomp(int *nparts, int *n, int *xadj, int *adjncy, int *perm,
 // separators in pre-order; all one-based. Dense rows (maximum degree at
 // least n/8) are pruned and numbered last; otherwise indistinguishable
 // vertices are compressed. *status: 0, or -2 when a bisection failed or
-// memory ran out (perm and invp are then undefined). With one thread the
-// bisections are the graph partitioner's; with more, our own
-// node_bisection, in the threads at once. The order depends on the graph
-// and on whether the threads are one or more, not on how many: two calls
-// at the same time give what each gives alone.
+// memory ran out (perm and invp are then undefined). *form 0: the
+// bisections are the graph partitioner's, one at a time (the recursion's
+// other thread splits graphs and orders leaves meanwhile); *form 1 (the
+// parallel form): our own node_bisection, in the threads at once. The
+// order depends on the graph and the form only, not on the threads: two
+// calls at the same time give what each gives alone.
 void metis_nd(int *n, int *xadj, int *adjncy, int *threads, int *perm,
-              int *invp, int *nparts, int *parts, int *status);
+              int *invp, int *nparts, int *parts, int *status, int *form);
 
 // Multilevel node bisection of a zero-based graph (no self loops, both
 // directions of each edge): where[i] = 0 or 1 for the two sides, 2 for the

@@ -281,9 +281,9 @@ void sssord(int *n_, int *ia, int *ja, int *comi, int *user_perm,
     status = order_by_mmd(n, xadj, adjncy, comi, method == 1 && threads > 1,
                           perm, invp);
   } else {
-    int nn = n, t = method == 3 ? threads : 1;
+    int nn = n, t = method == 3 ? threads : 1, form = method == 3 ? 1 : 0;
     if (nparts < 1) nparts = 1;
-    metis_nd(&nn, xadj, adjncy, &t, perm, invp, &nparts, parts, &status);
+    metis_nd(&nn, xadj, adjncy, &t, perm, invp, &nparts, parts, &status, &form);
     if (nparts <= 1) {
       nparts = 1;
       ordering_single_part(n, parts);
