@@ -192,6 +192,23 @@ void nb_edge_refine(const nb_graph &g, int *where, long maxside, nb_rng &rng, in
     return std::labs(p[0] - p[1]) < std::labs(bp[0] - bp[1]);
   };
   const int limit = std::min(std::max(n / 100, 25), 150);
+  // Moves v to the other side: the cut, the weights, and the inner and
+  // outer edge weights of v and its neighbours follow.
+  auto flip = [&](int v) {
+    const int to = 1 - where[v];
+    cut -= ed[v] - id[v];
+    pw[to] += g.vwgt[v];
+    pw[1 - to] -= g.vwgt[v];
+    where[v] = to;
+    std::swap(id[v], ed[v]);
+    for (int p = g.xadj[v]; p < g.xadj[v + 1]; ++p) {
+      const int u = g.adj[p];
+      const int w = g.ewgt ? g.ewgt[p] : 1;
+      const int k = where[u] == to ? w : -w;
+      id[u] += k;
+      ed[u] -= k;
+    }
+  };
   for (int pass = 0; pass < 6; ++pass) {
     int nb = 0;
     for (int v = 0; v < n; ++v)
@@ -208,19 +225,10 @@ void nb_edge_refine(const nb_graph &g, int *where, long maxside, nb_rng &rng, in
       }
       const int v = q[from].pop();
       if (v < 0) break;
-      const int to = 1 - from;
-      cut -= ed[v] - id[v];
-      pw[to] += g.vwgt[v];
-      pw[from] -= g.vwgt[v];
-      where[v] = to;
-      std::swap(id[v], ed[v]);
+      flip(v);
       swaps[nswaps++] = v;
       for (int p = g.xadj[v]; p < g.xadj[v + 1]; ++p) {
         const int u = g.adj[p];
-        const int w = g.ewgt ? g.ewgt[p] : 1;
-        const int k = where[u] == to ? w : -w;
-        id[u] += k;
-        ed[u] -= k;
         if (at[u] >= 0) q[where[u]].update(u, ed[u] - id[u]);
         else if (ed[u] > 0 && key[u] != -2147483647) q[where[u]].insert(u, ed[u] - id[u]);
       }
@@ -236,22 +244,7 @@ void nb_edge_refine(const nb_graph &g, int *where, long maxside, nb_rng &rng, in
     }
     q[0].clear();
     q[1].clear();
-    while (nswaps > bestat) {
-      const int v = swaps[--nswaps];
-      const int to = where[v], from = 1 - to;
-      cut += ed[v] - id[v];
-      pw[to] -= g.vwgt[v];
-      pw[from] += g.vwgt[v];
-      where[v] = from;
-      std::swap(id[v], ed[v]);
-      for (int p = g.xadj[v]; p < g.xadj[v + 1]; ++p) {
-        const int u = g.adj[p];
-        const int w = g.ewgt ? g.ewgt[p] : 1;
-        const int k = where[u] == from ? w : -w;
-        id[u] += k;
-        ed[u] -= k;
-      }
-    }
+    while (nswaps > bestat) flip(swaps[--nswaps]);
     for (int v = 0; v < n; ++v) key[v] = 0;
     if (bestat == 0) break;
   }
