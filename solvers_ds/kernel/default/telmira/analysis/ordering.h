@@ -87,8 +87,8 @@ void ddecomp(int *nparts, int *n, int *xadj, int *adjncy, int *perm,
 // bisections are the graph partitioner's, one at a time (the recursion's
 // other thread splits graphs and orders leaves meanwhile); *form 1 (the
 // parallel form): our own node_bisection, in the threads at once. The
-// order depends on the graph and the form only, not on the threads: two
-// calls at the same time give what each gives alone.
+// order depends on the graph, *nparts and the form, not on the threads:
+// two calls at the same time give what each gives alone.
 void metis_nd(int *n, int *xadj, int *adjncy, int *threads, int *perm,
               int *invp, int *nparts, int *parts, int *status, int *form);
 
