@@ -515,6 +515,48 @@ TEST(OrderingBisection, SeparatorsAreSmallWithinTheBalanceAndTheSameOnAnyThreads
   EXPECT_EQ(b, alone);
 }
 
+TEST(OrderingBisection, AwkwardGraphsGetValidOrdersAndIndependentParts) {
+  std::vector<std::pair<const char *, graph>> cases;
+  {
+    // A clique of 260 (no small separator exists) beside isolated vertices.
+    edge_list e;
+    for (int a = 1; a <= 260; ++a)
+      for (int b = a + 1; b <= 260; ++b) e.push_back({a, b});
+    cases.push_back({"clique and isolated vertices", from_edges(300, e)});
+  }
+  {
+    // A path just above the leaf size, and a star whose hub the dense-row
+    // path takes out.
+    edge_list path, star;
+    for (int v = 1; v < 205; ++v) path.push_back({v, v + 1});
+    for (int v = 2; v <= 400; ++v) star.push_back({1, v});
+    for (int v = 2; v < 400; ++v) star.push_back({v, v + 1});
+    cases.push_back({"path", from_edges(205, path)});
+    cases.push_back({"star over a path", from_edges(400, star)});
+  }
+  {
+    // Columns of equal structure (compressed into heavy vertices): a grid
+    // with every node carrying three unknowns.
+    const graph grid = graph_of(vekio::lap2d(15));
+    edge_list e;
+    for (auto &p : edges_of(grid))
+      for (int a = 0; a < 3; ++a)
+        for (int b = 0; b < 3; ++b) e.push_back({3 * (p.first - 1) + a + 1, 3 * (p.second - 1) + b + 1});
+    for (int v = 0; v < grid.n; ++v)
+      for (int a = 0; a < 3; ++a)
+        for (int b = a + 1; b < 3; ++b) e.push_back({3 * v + a + 1, 3 * v + b + 1});
+    cases.push_back({"three unknowns a node", from_edges(3 * grid.n, e)});
+  }
+  for (auto &c : cases) {
+    for (int threads : {1, 2}) {
+      ivec perm, invp, parts;
+      const int np = dissect(c.second, threads, 8, perm, invp, parts, 1);
+      expect_independent_parts(c.second, invp, parts, np);
+      if (HasFailure()) FAIL() << c.first << ", " << threads << " thread(s)";
+    }
+  }
+}
+
 TEST(OrderingBisection, ParallelDissectionFillIsNearTheReference) {
   for (const char *name : {"bcsstk13", "lap3d:16"}) {
     vekio::sparse m;
