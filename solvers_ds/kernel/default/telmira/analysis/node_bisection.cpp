@@ -5,7 +5,7 @@
 // degree). The coarsest graph is cut several times: a region is grown from
 // a corner of the graph or a random vertex, to the least weight the
 // balance allows or to half, its edge cut is refined by single moves, and
-// the boundary (of the grown side, or of both) becomes the separator. The
+// one end of each cut edge goes into the separator. The
 // best separator is carried back up, refined at each level by one-sided
 // moves of separator vertices (Fiduccia-Mattheyses with roll-back to the
 // best state seen). Near the top of a dissection the whole cut is made
@@ -179,8 +179,10 @@ bool nb_coarsen(nb_heap &heap, nb_rng &rng, nb_graph &g, nb_graph &c, int maxvwg
   return true;
 }
 
-// Region growing from a random vertex up to half the weight; the separator
-// is the grown region's outer boundary.
+// Grows a region (side 0) by breadth-first search until it weighs `half`,
+// from a random vertex or (far) from the last vertex that a search from a
+// random one reaches; the rest is side 1. Components are entered at random
+// when the search runs dry. queue: n scratch.
 void nb_grow(const nb_graph &g, nb_rng &rng, long half, bool far, int *where, int *queue) {
   const int n = g.n;
   for (int v = 0; v < n; ++v) where[v] = 1;
@@ -227,14 +229,6 @@ void nb_grow(const nb_graph &g, nb_rng &rng, long half, bool far, int *where, in
       queue[tail++] = u;
     }
   }
-  for (int v = 0; v < n; ++v) {
-    if (where[v] != 1) continue;
-    for (int p = g.xadj[v]; p < g.xadj[v + 1]; ++p)
-      if (where[g.adj[p]] == 0) {
-        where[v] = 2;
-        break;
-      }
-  }
 }
 
 // The levels of one bisection and its work space.
@@ -274,9 +268,10 @@ void nb_drop_levels(nb_work &w, int l0, int nl) {
   w.lv[l0].cmap = nullptr;
 }
 
-// A separator of the coarsest graph: the best of several grown regions,
-// half of them with the region's outer boundary as separator, half with
-// the boundary of both sides (thinned by the refinement).
+// A separator of the coarsest graph: the best of several grown regions.
+// Each region's edge cut is refined; then every cut edge puts one end into
+// the separator: the end in the grown side (even tries), or whichever end
+// comes first (odd tries). The separator refinement thins the result.
 void nb_initial(nb_work &w, const nb_graph &top, int tries) {
   nb_state &s = w.s;
   long best[3] = {0, 0, 0};
@@ -286,14 +281,11 @@ void nb_initial(nb_work &w, const nb_graph &top, int tries) {
   if (mem == nullptr) return;
   for (int t = 0; t < tries; ++t) {
     // Regions of the smallest weight the balance allows (whose round
-    // boundaries cut corners) and of half the weight take turns; the edge
-    // cut is refined, and the separator is then its boundary on both sides
-    // or on the grown side alone.
+    // boundaries cut corners) and of half the weight take turns; three in
+    // four start from a far corner.
     const long least = top.total - s.maxpw;
     nb_grow(top, w.rng, t % 4 < 2 ? std::max(least, 1L) : top.total / 2, t % 4 < 3, s.where,
             w.scratch);
-    for (int v = 0; v < top.n; ++v)
-      if (s.where[v] == 2) s.where[v] = 1;
     nb_edge_refine(top, s.where, s.maxpw, w.rng, mem);
     for (int v = 0; v < top.n; ++v) {
       if (t % 2 == 0 && s.where[v] != 0) continue;
