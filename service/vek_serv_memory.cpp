@@ -70,17 +70,23 @@ inline void *user_of_block(void *block, std::uintptr_t alignment) {
   return reinterpret_cast<void *>(u);
 }
 
-}  // namespace
-
-void *vek_serv_malloc(std::size_t size, int alignment) {
-  if (size == 0) return nullptr;
+// A back-pointer block of size bytes for the alignment asked, taken from
+// the given heap call (malloc-like, or the runtime's calloc for one unit).
+template <class Take> void *aligned_block(std::size_t size, int alignment, Take take) {
   std::uintptr_t align =
       static_cast<std::uintptr_t>(vek_serv_effective_alignment(alignment));
-  void *block = vek_serv_heap.malloc_fn(align + size + VEK_BACK_WORD);
+  void *block = take(align + size + VEK_BACK_WORD);
   if (block == nullptr) return nullptr;
   void *user = user_of_block(block, align);
   store_back_pointer(user, block);
   return user;
+}
+
+}  // namespace
+
+void *vek_serv_malloc(std::size_t size, int alignment) {
+  if (size == 0) return nullptr;
+  return aligned_block(size, alignment, [](std::size_t b) { return vek_serv_heap.malloc_fn(b); });
 }
 
 void *vek_serv_calloc(int count, int element_size, int alignment) {
@@ -93,13 +99,7 @@ void *vek_serv_calloc(int count, int element_size, int alignment) {
     // The C runtime's own heap: its calloc takes large blocks fresh from the
     // system, already zero, so that their pages are first touched by the
     // code that uses them rather than by a clearing pass here.
-    std::uintptr_t align =
-        static_cast<std::uintptr_t>(vek_serv_effective_alignment(alignment));
-    void *block = std::calloc(1, align + bytes + VEK_BACK_WORD);
-    if (block == nullptr) return nullptr;
-    void *user = user_of_block(block, align);
-    store_back_pointer(user, block);
-    return user;
+    return aligned_block(bytes, alignment, [](std::size_t b) { return std::calloc(1, b); });
   }
   void *user = vek_serv_malloc(bytes, alignment);
   if (user == nullptr) return nullptr;
